@@ -1,0 +1,17 @@
+#include "app/constants.h"
+#include "ui/mainwindow.h"
+
+#include <QApplication>
+
+int main(int argc, char* argv[])
+{
+    const QApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Tarnwick"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral(HALDEN_WEB_DOMAIN));
+    QCoreApplication::setApplicationName(QStringLiteral("Launcher"));
+    QCoreApplication::setApplicationVersion(launcherVersion);
+
+    MainWindow window;
+    window.show();
+    return QApplication::exec();
+}

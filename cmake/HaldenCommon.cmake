@@ -1,0 +1,46 @@
+# Compiler and toolkit settings that every target of ours links PRIVATE. They
+# stand on a target of their own because INTERFACE options of a library never
+# reach that library's own files.
+add_library(halden_common INTERFACE)
+target_compile_features(halden_common INTERFACE cxx_std_20)
+
+target_compile_definitions(halden_common INTERFACE
+    QT_NO_URL_CAST_FROM_STRING
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+    QT_NO_FOREACH
+    QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+
+# What ships says how each text is encoded; the tests may write plain literals.
+add_library(halden_strict_strings INTERFACE)
+target_compile_definitions(halden_strict_strings INTERFACE
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_TO_ASCII
+    QT_NO_CAST_FROM_BYTEARRAY)
+
+target_compile_options(halden_common INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wcast-align -Wformat=2 -Wnull-dereference
+    $<$<BOOL:${HALDEN_WERROR}>:-Werror>)
+
+if(HALDEN_SANITIZE)
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined
+        -fno-omit-frame-pointer)
+    target_compile_options(halden_common INTERFACE ${sanitizers})
+    target_link_options(halden_common INTERFACE ${sanitizers})
+endif()
+
+if(HALDEN_COVERAGE)
+    target_compile_options(halden_common INTERFACE --coverage)
+    target_link_options(halden_common INTERFACE --coverage)
+endif()
+
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_AUTOMOC ON)
+set(CMAKE_AUTOUIC ON)
+set(CMAKE_AUTORCC ON)
+# Signals and slots of the system are connected by their signatures throughout,
+# the ones that stand in a form included.
+set(CMAKE_AUTOUIC_OPTIONS --connections string)
+set(CMAKE_AUTORCC_OPTIONS --format-version 3)

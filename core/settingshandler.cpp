@@ -1,0 +1,210 @@
+#include "core/settingshandler.h"
+
+#include "app/constants.h"
+#include "ui/clientflows.h" // the one call upwards: the first start asks for a client
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString defaultRealmHost = QStringLiteral(HALDEN_DEFAULT_REALM_HOST);
+const QString defaultLanguage = u"deDE"_s;
+
+// A count above this comes from a broken file, and walking it would freeze the
+// window for hours.
+constexpr int largestCount = 10'000;
+
+int plausibleCount(const QVariant& size)
+{
+    return std::clamp(size.toInt(), 0, largestCount);
+}
+
+QString realmsIniPath()
+{
+    return SettingsHandler::getSettingsPath() + QDir::separator() + "realms.ini"_L1;
+}
+
+/// Value of a full key; the doubled slash of the callers' keys counts as one.
+QVariant readValue(const QString& key, const QVariant& fallback)
+{
+    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    store.sync();
+    return store.value(key, fallback);
+}
+
+QVariant readEntryValue(int n, const QString& field, const QVariant& fallback)
+{
+    return readValue("realms//"_L1 + QString::number(n) + field, fallback);
+}
+
+/// Number of entries, read through a handle that stands in group "realms".
+int storedCount(const QSettings& store)
+{
+    return plausibleCount(store.value("size", 0));
+}
+
+/// Moves entry i + 1 to i, for every i from n up to the last but one.
+void moveEntriesDown(QSettings& store, int n, int count)
+{
+    for (int i = n; i < count; ++i) {
+        // The other handles' writes must be seen before the next entry is read.
+        store.sync();
+        SettingsHandler::removeClientKeys(i);
+        const QString next = QString::number(i + 1);
+        const bool testRealm = store.value(next + "-testRealm"_L1, false).toBool();
+        const QString clientPath = store.value(next + "-clientPath"_L1).toString();
+        const QString realmHost = store.value(next + "-realmHost"_L1, defaultRealmHost).toString();
+        const QString realmName = store.value(next + "-realmName"_L1).toString();
+        // The moved entry's language is not carried along: every write of the
+        // program resets it, on purpose.
+        SettingsHandler::writeClient(
+            i, realmName, realmHost, clientPath, testRealm, defaultLanguage);
+    }
+    store.sync();
+}
+
+/// Keeps the selection on the entry it named before entry n was removed.
+void correctSelection(const QSettings& store, int n)
+{
+    const int selected = SettingsHandler::getSelectedRealm();
+    if (selected < n)
+        return;
+    if (selected > n)
+        SettingsHandler::setSelectedRealm(selected - 1);
+    else
+        SettingsHandler::setSelectedRealm(store.value("size", 0).toInt() > 0 ? 1 : 0);
+}
+
+} // namespace
+
+void SettingsHandler::initSettings()
+{
+    const QString folder = getSettingsPath() + QDir::separator();
+    if (!QDir(folder).exists())
+        QDir(QString()).mkdir(folder);
+    if (!QFile::exists(folder + "realms.ini"_L1))
+        runAddClientDialog(organizationName, organizationDomain);
+}
+
+QString SettingsHandler::getSettingsPath()
+{
+    return QCoreApplication::applicationDirPath() + QDir::separator() + "Settings"_L1;
+}
+
+QString SettingsHandler::getClientDataStoragePath()
+{
+    return QCoreApplication::applicationDirPath() + QDir::separator() + "ClientDataStorage"_L1;
+}
+
+int SettingsHandler::getClientCount()
+{
+    return plausibleCount(readValue(u"realms//size"_s, 0));
+}
+
+QString SettingsHandler::getRealmName(int n)
+{
+    return readEntryValue(n, u"-realmName"_s, QString()).toString();
+}
+
+QString SettingsHandler::getRealmHost(int n)
+{
+    return readEntryValue(n, u"-realmHost"_s, defaultRealmHost).toString();
+}
+
+QString SettingsHandler::getClientPath(int n)
+{
+    return readEntryValue(n, u"-clientPath"_s, QString()).toString();
+}
+
+bool SettingsHandler::getTestRealm(int n)
+{
+    return readEntryValue(n, u"-testRealm"_s, false).toBool();
+}
+
+QString SettingsHandler::getLanguage(int n)
+{
+    return readEntryValue(n, u"-language"_s, defaultLanguage).toString();
+}
+
+int SettingsHandler::getSelectedRealm()
+{
+    return readValue(u"selected_realm//realmid"_s, 0).toInt();
+}
+
+void SettingsHandler::setSelectedRealm(int n)
+{
+    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    store.beginGroup("selected_realm");
+    store.setValue("realmid", n);
+    store.endGroup();
+    store.sync();
+}
+
+bool SettingsHandler::getDev()
+{
+    return readValue(u"selected_realm//dev"_s, false).toBool();
+}
+
+void SettingsHandler::addClient(
+    QString realmName, QString realmHost, QString clientPath, bool testRealm)
+{
+    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    store.beginGroup("realms");
+    const int added = storedCount(store) + 1;
+    store.setValue("size", added);
+    store.endGroup();
+    store.sync();
+    writeClient(added, realmName, realmHost, clientPath, testRealm, defaultLanguage);
+    store.sync();
+    if (added == 1)
+        setSelectedRealm(1);
+}
+
+void SettingsHandler::writeClient(
+    int n, QString realmName, QString realmHost, QString clientPath, bool testRealm,
+    QString language)
+{
+    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    store.beginGroup("realms");
+    const QString prefix = QString::number(n) + u'-';
+    store.setValue(prefix + "realmName"_L1, realmName);
+    store.setValue(prefix + "realmHost"_L1, realmHost);
+    store.setValue(prefix + "clientPath"_L1, clientPath);
+    store.setValue(prefix + "testRealm"_L1, testRealm);
+    store.setValue(prefix + "language"_L1, language);
+    store.sync();
+}
+
+void SettingsHandler::removeClientKeys(int n)
+{
+    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    store.beginGroup("realms");
+    const QString prefix = QString::number(n) + u'-';
+    for (const auto field : {"realmName"_L1, "realmHost"_L1, "clientPath"_L1, "testRealm"_L1,
+                             "language"_L1}) {
+        store.remove(prefix + field);
+    }
+    store.sync();
+}
+
+void SettingsHandler::removeClient(int n)
+{
+    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    store.beginGroup("realms");
+    const int count = storedCount(store);
+    if (n < 1 || count < 1)
+        return;
+    moveEntriesDown(store, n, count);
+    // Also for a number past the end, which removes the last entry on purpose.
+    removeClientKeys(count);
+    store.setValue("size", count - 1);
+    store.sync();
+    correctSelection(store, n);
+}

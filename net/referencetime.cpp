@@ -1,0 +1,13 @@
+#include "net/referencetime.h"
+
+QDateTime fixedReferenceTime()
+{
+    return QDateTime(QDate(2000, 1, 1), QTime(10, 15, 0, 0), Qt::LocalTime);
+}
+
+QDateTime referenceTimeOf(const QFileInfo& file)
+{
+    if (!file.exists())
+        return fixedReferenceTime();
+    return file.fileTime(QFileDevice::FileModificationTime).toTimeSpec(Qt::UTC);
+}

@@ -1,0 +1,64 @@
+#include "tests/support/logcapture.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+
+namespace TestSupport {
+
+namespace {
+
+// A message handler is a plain function and is called from any thread.
+struct Store {
+    QMutex mutex;
+    QStringList lines;
+};
+
+Store& store()
+{
+    static Store instance;
+    return instance;
+}
+
+} // namespace
+
+LogCapture::LogCapture()
+    : previous(qInstallMessageHandler(&LogCapture::collect))
+{
+    clear();
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(previous);
+}
+
+QStringList LogCapture::lines() const
+{
+    const QMutexLocker lock(&store().mutex);
+    return store().lines;
+}
+
+QStringList LogCapture::linesStartingWith(const QString& prefix) const
+{
+    QStringList found;
+    const QStringList all = lines();
+    for (const QString& line : all) {
+        if (line.startsWith(prefix))
+            found.append(line);
+    }
+    return found;
+}
+
+void LogCapture::clear()
+{
+    const QMutexLocker lock(&store().mutex);
+    store().lines.clear();
+}
+
+void LogCapture::collect(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    const QMutexLocker lock(&store().mutex);
+    store().lines.append((type == QtDebugMsg ? QString() : QStringLiteral("warning: ")) + message);
+}
+
+} // namespace TestSupport

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QStringList>
+#include <QtGlobal>
+
+namespace TestSupport {
+
+/// Collects the debug log while it lives, instead of printing it. Lines are the
+/// bare messages in order, warnings with "warning: " in front. One at a time.
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    QStringList lines() const;
+    /// The lines that begin with `prefix`, in order.
+    QStringList linesStartingWith(const QString& prefix) const;
+    void clear();
+
+private:
+    static void collect(QtMsgType type, const QMessageLogContext& context, const QString& message);
+
+    QtMessageHandler previous;
+};
+
+} // namespace TestSupport

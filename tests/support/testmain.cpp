@@ -1,0 +1,31 @@
+#include "tests/support/testmain.h"
+
+#include "tests/support/applicationfolder.h"
+
+#include <QCoreApplication>
+#include <QLocale>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace TestSupport {
+
+void requireSandbox()
+{
+    if (QCoreApplication::applicationDirPath() == sandboxApplicationFolder())
+        return;
+    std::fprintf(
+        stderr,
+        "This test writes and deletes beside its own program. Run it through ctest, or with\n"
+        "./scripts/sandbox --hosts BUILD/tests/hosts --read . --install -- TEST [ARGUMENTS]\n");
+    std::exit(2);
+}
+
+void settleEnvironment()
+{
+    qputenv("TZ", "UTC");
+    tzset();
+    QLocale::setDefault(QLocale::c());
+}
+
+} // namespace TestSupport

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QApplication>
+#include <QObject>
+#include <QTest>
+
+namespace TestSupport {
+
+/// Ends the process with a hint unless it runs in the sandbox: the code under
+/// test deletes what a manifest names and trusts what the machine trusts.
+void requireSandbox();
+
+/// Same conditions for every test: C locale, no stray time zone, UTC.
+void settleEnvironment();
+
+template<typename TestClass>
+int runTest(int argc, char* argv[])
+{
+    settleEnvironment();
+    QApplication application(argc, argv);
+    requireSandbox();
+    TestClass test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+} // namespace TestSupport
+
+/// A test program's entry point, and with it the application object.
+#define HALDEN_TEST_MAIN(TestClass) \
+    int main(int argc, char* argv[]) \
+    { \
+        return TestSupport::runTest<TestClass>(argc, argv); \
+    }

