@@ -187,8 +187,8 @@ void SettingsHandler::removeClientKeys(int n)
     QSettings store(realmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
     const QString prefix = QString::number(n) + u'-';
-    for (const auto field : {"realmName"_L1, "realmHost"_L1, "clientPath"_L1, "testRealm"_L1,
-                             "language"_L1}) {
+    for (const auto field :
+         { "realmName"_L1, "realmHost"_L1, "clientPath"_L1, "testRealm"_L1, "language"_L1 }) {
         store.remove(prefix + field);
     }
     store.sync();

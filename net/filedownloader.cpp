@@ -36,12 +36,11 @@ QString targetName(const QString& fileName, const QUrl& url)
 /// the file name is then joined directly to it, on purpose.
 QString targetFolder(const QString& folder)
 {
-    return folder.isEmpty() ? QCoreApplication::applicationDirPath()
-                            : folder + QDir::separator();
+    return folder.isEmpty() ? QCoreApplication::applicationDirPath() : folder + QDir::separator();
 }
 
-QNetworkRequest makeRequest(
-    const QUrl& url, bool useTls, bool sendIfModifiedSince, const QDateTime& timestamp)
+QNetworkRequest
+makeRequest(const QUrl& url, bool useTls, bool sendIfModifiedSince, const QDateTime& timestamp)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::UserAgentHeader, applicationDisplayName);
@@ -79,8 +78,7 @@ FileDownloader::FileDownloader(
     connect(
         this, SIGNAL(downloadStarted(QString)), progressReceiver,
         SLOT(setDownloadLabelAndProgressBar(QString)));
-    connect(
-        &manager, SIGNAL(finished(QNetworkReply*)), this, SLOT(fileDownloaded(QNetworkReply*)));
+    connect(&manager, SIGNAL(finished(QNetworkReply*)), this, SLOT(fileDownloaded(QNetworkReply*)));
     emit downloadStarted(fileName);
     reply = manager.get(request);
 }
@@ -111,8 +109,8 @@ bool FileDownloader::downloadPlain(
 void FileDownloader::connectStages(QObject* progressReceiver)
 {
     connect(
-        this, SIGNAL(filePreWriteFinished(QString,QString)), this,
-        SLOT(renameFile(QString,QString)));
+        this, SIGNAL(filePreWriteFinished(QString, QString)), this,
+        SLOT(renameFile(QString, QString)));
     connect(this, SIGNAL(fileWriteFinished()), this, SLOT(setStateToTrue()));
     connect(this, SIGNAL(notModiefied()), this, SLOT(setStateToFalse()));
     connect(
@@ -121,8 +119,8 @@ void FileDownloader::connectStages(QObject* progressReceiver)
     connect(
         this, SIGNAL(notModiefied()), progressReceiver, SLOT(hideDownloadLabelAndProgressBar()));
     connect(
-        this, SIGNAL(downloaded(QByteArray,QString,QString)), this,
-        SLOT(writeFile(QByteArray,QString,QString)));
+        this, SIGNAL(downloaded(QByteArray, QString, QString)), this,
+        SLOT(writeFile(QByteArray, QString, QString)));
 }
 
 void FileDownloader::reportEndTo(QObject* progressReceiver, QObject* doneFlag)
@@ -130,8 +128,8 @@ void FileDownloader::reportEndTo(QObject* progressReceiver, QObject* doneFlag)
     connect(this, SIGNAL(fileWriteFinished()), doneFlag, SLOT(setTrue()));
     connect(this, SIGNAL(notModiefied()), doneFlag, SLOT(setTrue()));
     connect(
-        reply, SIGNAL(downloadProgress(qint64,qint64)), progressReceiver,
-        SLOT(updateProgressBar(qint64,qint64)));
+        reply, SIGNAL(downloadProgress(qint64, qint64)), progressReceiver,
+        SLOT(updateProgressBar(qint64, qint64)));
 }
 
 void FileDownloader::fileDownloaded(QNetworkReply* pReply)

@@ -38,7 +38,7 @@ bool InitHandler::checkLibs()
     const QString folder = QCoreApplication::applicationDirPath() + QDir::separator();
     const QString firstName = u"ssleay32.dll"_s;
     bool complete = true;
-    for (const QString& name : {firstName, u"libssl32.dll"_s, u"libeay32.dll"_s}) {
+    for (const QString& name : { firstName, u"libssl32.dll"_s, u"libeay32.dll"_s }) {
         if (QFile::exists(folder + name))
             continue;
         qDebug() << QString(" lib: "_L1 + name + "is missing"_L1);
@@ -58,8 +58,9 @@ void InitHandler::downloadNextLib()
 {
     libsFlag->setFalse();
     const PatchDownloadItem item = pendingLibs.takeFirst();
-    qDebug() << "Download File: " << item.getFileName() << " under url: "
-             << item.getUrl().toString() << "with timestamp: " << item.getReferenceTime();
+    qDebug() << "Download File: " << item.getFileName()
+             << " under url: " << item.getUrl().toString()
+             << "with timestamp: " << item.getReferenceTime();
     // The empty folder joins the name directly to the application folder's path.
     FileDownloader::downloadPlain(
         progressReceiver, libsFlag, item.getUrl(), item.getTargetFolder(), item.getFileName());

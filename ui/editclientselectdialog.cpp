@@ -9,8 +9,7 @@ editClientSelectDialog::editClientSelectDialog(QWidget* parent)
 {
     ui->setupUi(this);
     showRealmNames(ui->comboBox_RemoveClient);
-    connect(
-        ui->comboBox_RemoveClient, SIGNAL(activated(int)), this, SLOT(comboBoxActivated(int)));
+    connect(ui->comboBox_RemoveClient, SIGNAL(activated(int)), this, SLOT(comboBoxActivated(int)));
 }
 
 editClientSelectDialog::~editClientSelectDialog()

@@ -55,9 +55,8 @@ MainWindow::MainWindow(QWidget* parent)
     connect(
         ui->comboBox_RealmSelector, SIGNAL(activated(int)), this,
         SLOT(realmSelectorActivated(int)));
-    setStyleSheet(
-        u"MainWindow { border-image: url(:/images/ressources/background.jpg)"
-        " 0 0 0 0 stretch stretch;}"_s);
+    setStyleSheet(u"MainWindow { border-image: url(:/images/ressources/background.jpg)"
+                  " 0 0 0 0 stretch stretch;}"_s);
     ui->label_Version->setText("Version: "_L1 + QCoreApplication::applicationVersion());
     ui->textBrowser_launcherInfo->hide();
     hideDownloadLabelAndProgressBar();
@@ -90,8 +89,8 @@ bool MainWindow::initDownloadFinished()
     connect(this, SIGNAL(update()), clientUpdating, SLOT(setTrue()));
     connect(infoTextReady, SIGNAL(changedState()), this, SLOT(showInfoText()));
     FileDownloader::download(
-        true, this, infoTextReady, QUrl(launcherInfoUrl, QUrl::TolerantMode),
-        fixedReferenceTime(), QCoreApplication::applicationDirPath(), infoFileName);
+        true, this, infoTextReady, QUrl(launcherInfoUrl, QUrl::TolerantMode), fixedReferenceTime(),
+        QCoreApplication::applicationDirPath(), infoFileName);
     syncUI();
     return true;
 }

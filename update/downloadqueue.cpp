@@ -25,6 +25,6 @@ void UpdatingProcedures::downloadNextFile()
 void UpdatingProcedures::startDownload(const PatchDownloadItem& item)
 {
     FileDownloader::download(
-        true, progressReceiver(), clientFileDownloadedFlag, item.getUrl(),
-        item.getReferenceTime(), item.getTargetFolder(), item.getFileName());
+        true, progressReceiver(), clientFileDownloadedFlag, item.getUrl(), item.getReferenceTime(),
+        item.getTargetFolder(), item.getFileName());
 }

@@ -59,8 +59,7 @@ void applyEntry(const Client& client, const PatchManifest& manifest, qint64 n)
     // Removals take the name of the entry numbered like the realm, with the
     // offset of this entry and without the manifest kind. That is intended.
     const auto removed = [&] {
-        return PatchPaths::inClient(
-            client.path, entry.pathOffset, manifest.name(client.number));
+        return PatchPaths::inClient(client.path, entry.pathOffset, manifest.name(client.number));
     };
     switch (entry.action()) {
     case PatchAction::FileDownload:
@@ -89,8 +88,8 @@ void UpdatingProcedures::copyPatchedFilesIntoClient()
         const bool testRealm = SettingsHandler::getTestRealm(r);
         const PatchManifest manifest(
             PatchPaths::manifest(testRealm ? u"patchTest.ini"_s : u"patch.ini"_s));
-        const Client client {
-            r, SettingsHandler::getClientPath(r), testRealm ? u"test"_s : u"live"_s};
+        const Client client{ r, SettingsHandler::getClientPath(r),
+                             testRealm ? u"test"_s : u"live"_s };
         for (qint64 n = 1; n <= manifest.entryCount(); ++n)
             applyEntry(client, manifest, n);
     }

@@ -37,8 +37,7 @@ void UpdatingProcedures::updatePatchIni()
     }
 }
 
-void UpdatingProcedures::fetchManifest(
-    const QString& manifestName, SignalBoolHelperClass* doneFlag)
+void UpdatingProcedures::fetchManifest(const QString& manifestName, SignalBoolHelperClass* doneFlag)
 {
     const QFileInfo local(PatchPaths::manifest(manifestName));
     FileDownloader::download(

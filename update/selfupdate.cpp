@@ -28,8 +28,7 @@ void fetchLauncherFile(
 {
     const QDir folder(QCoreApplication::applicationDirPath() + QDir::separator());
     FileDownloader::download(
-        true, progressReceiver, doneFlag,
-        QUrl(downloadBaseUrl + serverName, QUrl::TolerantMode),
+        true, progressReceiver, doneFlag, QUrl(downloadBaseUrl + serverName, QUrl::TolerantMode),
         referenceTimeOf(QFileInfo(folder, serverName)), QCoreApplication::applicationDirPath(),
         targetName);
 }
@@ -76,7 +75,7 @@ void UpdatingProcedures::handOverToUpdater()
 {
     QProcess updater;
     updater.setProgram(QCoreApplication::applicationDirPath() + QDir::separator() + updaterName);
-    updater.setArguments({QString::number(QCoreApplication::applicationPid())});
+    updater.setArguments({ QString::number(QCoreApplication::applicationPid()) });
     // Re-enters replaceLauncher(), which completes the step: the manifest's
     // download is on its way before the updater starts. The order is intended.
     launcherUpdateDoneFlag->setTrue();
