@@ -14,8 +14,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString defaultRealmHost = QStringLiteral(HALDEN_DEFAULT_REALM_HOST);
-const QString defaultLanguage = u"deDE"_s;
+constexpr QLatin1StringView defaultRealmHost(HALDEN_DEFAULT_REALM_HOST);
+constexpr QLatin1StringView defaultLanguage("deDE");
 
 // A count above this comes from a broken file, and walking it would freeze the
 // window for hours.
@@ -60,7 +60,8 @@ void moveEntriesDown(QSettings& store, int n, int count)
         const QString next = QString::number(i + 1);
         const bool testRealm = store.value(next + "-testRealm"_L1, false).toBool();
         const QString clientPath = store.value(next + "-clientPath"_L1).toString();
-        const QString realmHost = store.value(next + "-realmHost"_L1, defaultRealmHost).toString();
+        const QString realmHost
+            = store.value(next + "-realmHost"_L1, QString(defaultRealmHost)).toString();
         const QString realmName = store.value(next + "-realmName"_L1).toString();
         // The moved entry's language is not carried along: every write of the
         // program resets it, on purpose.
@@ -115,7 +116,7 @@ QString SettingsHandler::getRealmName(int n)
 
 QString SettingsHandler::getRealmHost(int n)
 {
-    return readEntryValue(n, u"-realmHost"_s, defaultRealmHost).toString();
+    return readEntryValue(n, u"-realmHost"_s, QString(defaultRealmHost)).toString();
 }
 
 QString SettingsHandler::getClientPath(int n)
@@ -130,7 +131,7 @@ bool SettingsHandler::getTestRealm(int n)
 
 QString SettingsHandler::getLanguage(int n)
 {
-    return readEntryValue(n, u"-language"_s, defaultLanguage).toString();
+    return readEntryValue(n, u"-language"_s, QString(defaultLanguage)).toString();
 }
 
 int SettingsHandler::getSelectedRealm()

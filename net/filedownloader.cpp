@@ -76,8 +76,9 @@ FileDownloader::FileDownloader(
     path = std::move(folder);
     const QNetworkRequest request = makeRequest(url, useTls, sendIfModifiedSince, timestamp);
     connect(
-        this, SIGNAL(downloadStarted(QString)), progressReceiver,
-        SLOT(setDownloadLabelAndProgressBar(QString)));
+        this,
+        SIGNAL(downloadStarted(QString)), progressReceiver,
+               SLOT(setDownloadLabelAndProgressBar(QString)));
     connect(&manager, SIGNAL(finished(QNetworkReply*)), this, SLOT(fileDownloaded(QNetworkReply*)));
     emit downloadStarted(fileName);
     reply = manager.get(request);
@@ -109,18 +110,19 @@ bool FileDownloader::downloadPlain(
 void FileDownloader::connectStages(QObject* progressReceiver)
 {
     connect(
-        this, SIGNAL(filePreWriteFinished(QString, QString)), this,
-        SLOT(renameFile(QString, QString)));
+        this,
+        SIGNAL(filePreWriteFinished(QString,QString)), this, SLOT(renameFile(QString,QString)));
     connect(this, SIGNAL(fileWriteFinished()), this, SLOT(setStateToTrue()));
     connect(this, SIGNAL(notModiefied()), this, SLOT(setStateToFalse()));
     connect(
-        this, SIGNAL(fileWriteFinished()), progressReceiver,
-        SLOT(hideDownloadLabelAndProgressBar()));
+        this,
+        SIGNAL(fileWriteFinished()), progressReceiver, SLOT(hideDownloadLabelAndProgressBar()));
     connect(
         this, SIGNAL(notModiefied()), progressReceiver, SLOT(hideDownloadLabelAndProgressBar()));
     connect(
-        this, SIGNAL(downloaded(QByteArray, QString, QString)), this,
-        SLOT(writeFile(QByteArray, QString, QString)));
+        this,
+        SIGNAL(downloaded(QByteArray,QString,QString)), this,
+               SLOT(writeFile(QByteArray,QString,QString)));
 }
 
 void FileDownloader::reportEndTo(QObject* progressReceiver, QObject* doneFlag)
@@ -128,8 +130,9 @@ void FileDownloader::reportEndTo(QObject* progressReceiver, QObject* doneFlag)
     connect(this, SIGNAL(fileWriteFinished()), doneFlag, SLOT(setTrue()));
     connect(this, SIGNAL(notModiefied()), doneFlag, SLOT(setTrue()));
     connect(
-        reply, SIGNAL(downloadProgress(qint64, qint64)), progressReceiver,
-        SLOT(updateProgressBar(qint64, qint64)));
+        reply,
+        SIGNAL(downloadProgress(qint64,qint64)), progressReceiver,
+               SLOT(updateProgressBar(qint64,qint64)));
 }
 
 void FileDownloader::fileDownloaded(QNetworkReply* pReply)

@@ -2,7 +2,7 @@
 
 QDateTime fixedReferenceTime()
 {
-    return {QDate(2000, 1, 1), QTime(10, 15, 0, 0), Qt::LocalTime};
+    return { QDate(2000, 1, 1), QTime(10, 15, 0, 0), Qt::LocalTime };
 }
 
 QDateTime referenceTimeOf(const QFileInfo& file)

@@ -53,8 +53,8 @@ MainWindow::MainWindow(QWidget* parent)
     ui->setupUi(this);
     syncUI();
     connect(
-        ui->comboBox_RealmSelector, SIGNAL(activated(int)), this,
-        SLOT(realmSelectorActivated(int)));
+        ui->comboBox_RealmSelector,
+        SIGNAL(activated(int)), this, SLOT(realmSelectorActivated(int)));
     setStyleSheet(u"MainWindow { border-image: url(:/images/ressources/background.jpg)"
                   " 0 0 0 0 stretch stretch;}"_s);
     ui->label_Version->setText("Version: "_L1 + QCoreApplication::applicationVersion());

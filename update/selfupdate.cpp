@@ -16,14 +16,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString updaterName = u"Halden-Launcher-Updater.exe"_s;
-const QString launcherName = u"Halden-Launcher.exe"_s;
-const QString waitingName = u"Halden-Launcher.tmp"_s;
+constexpr QLatin1StringView updaterName("Halden-Launcher-Updater.exe");
+constexpr QLatin1StringView launcherName("Halden-Launcher.exe");
+constexpr QLatin1StringView waitingName("Halden-Launcher.tmp");
 
 /// Brings the application folder's copy of `serverName` up to date. An empty
 /// `targetName` keeps the server's name.
 void fetchLauncherFile(
-    QObject* progressReceiver, SignalBoolHelperClass* doneFlag, const QString& serverName,
+    QObject* progressReceiver, SignalBoolHelperClass* doneFlag, QLatin1StringView serverName,
     const QString& targetName)
 {
     const QDir folder(QCoreApplication::applicationDirPath() + QDir::separator());
