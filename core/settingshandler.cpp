@@ -18,8 +18,8 @@ constexpr QLatin1StringView defaultRealmHost(HALDEN_DEFAULT_REALM_HOST);
 constexpr QLatin1StringView defaultLanguage("deDE");
 
 // A count above this comes from a broken file, and walking it would freeze the
-// window for hours.
-constexpr int largestCount = 10'000;
+// window for minutes.
+constexpr int largestCount = 1'000;
 
 int plausibleCount(const QVariant& size)
 {

@@ -7,6 +7,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSslConfiguration>
@@ -183,9 +184,12 @@ void FileDownloader::renameFile(QString folder, QString filename)
 {
     const QString target = folder + filename;
     const QString temporary = folder + temporaryName(filename);
-    if (QFile::exists(target) && QFile::exists(temporary))
-        QFile::remove(target);
-    QFile::rename(temporary, target);
+    // A folder of that name is none of ours and must not take the target's place.
+    if (QFileInfo(temporary).isFile()) {
+        if (QFile::exists(target))
+            QFile::remove(target);
+        QFile::rename(temporary, target);
+    }
     emit fileWriteFinished();
 }
 

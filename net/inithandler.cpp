@@ -8,7 +8,7 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
-#include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -39,7 +39,7 @@ bool InitHandler::checkLibs()
     const QString firstName = u"ssleay32.dll"_s;
     bool complete = true;
     for (const QString& name : { firstName, u"libssl32.dll"_s, u"libeay32.dll"_s }) {
-        if (QFile::exists(folder + name))
+        if (QFileInfo(folder + name).isFile())
             continue;
         qDebug() << QString(" lib: "_L1 + name + "is missing"_L1);
         const QUrl url(unencryptedDownloadBaseUrl + name, QUrl::TolerantMode);

@@ -1,6 +1,5 @@
 #include "update/patchmanifest.h"
 
-#include <QDir>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -26,8 +25,9 @@ PatchAction PatchManifestEntry::action() const
     return dirOnly ? PatchAction::FolderRemove : PatchAction::FileRemove;
 }
 
-PatchManifest::PatchManifest(const QString& manifestPath)
+PatchManifest::PatchManifest(const QString& manifestPath, QChar nativeSeparator)
     : settings(manifestPath, QSettings::IniFormat)
+    , separator(nativeSeparator)
 {
 }
 
@@ -36,7 +36,14 @@ qint64 PatchManifest::entryCount() const
     const qint64 count = settings.value("numberOfFiles", 0).toInt();
     if (count <= plausibleEntryCount)
         return count;
-    return std::min(count, std::max(plausibleEntryCount, lastNumberedEntry()));
+    // Kept until the number changes: it is asked for before every entry, and
+    // counting all keys each time would freeze the window after all.
+    if (count != implausibleCount) {
+        implausibleCount = count;
+        const auto keys = static_cast<qint64>(settings.childKeys().size());
+        lastEntryToWalk = std::min(count, std::max(plausibleEntryCount, keys));
+    }
+    return lastEntryToWalk;
 }
 
 PatchManifestEntry PatchManifest::entry(qint64 n) const
@@ -45,8 +52,7 @@ PatchManifestEntry PatchManifest::entry(qint64 n) const
         .save = settings.value(key(n, "-save"_L1), true).toBool(),
         .dirOnly = settings.value(key(n, "-dirOnly"_L1), false).toBool(),
         .pathOffset
-        = settings.value(key(n, "-pathOffset"_L1), QString("Data"_L1 + QDir::separator()))
-              .toString(),
+        = settings.value(key(n, "-pathOffset"_L1), QString("Data"_L1 + separator)).toString(),
         .urlOffset = settings.value(key(n, "-urlOffset"_L1)).toString(),
         .name = name(n),
     };

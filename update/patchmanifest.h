@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QChar>
+#include <QDir>
 #include <QSettings>
 #include <QString>
 
@@ -29,11 +31,12 @@ struct PatchManifestEntry {
 /// update run while this one walks it. A missing or broken file has no entries.
 class PatchManifest {
 public:
-    explicit PatchManifest(const QString& manifestPath);
+    /// The separator stands in the default path offset, "Data" and separator.
+    explicit PatchManifest(const QString& manifestPath, QChar separator = QDir::separator());
 
-    /// Number of the last entry to walk, "numberOfFiles" as a rule. A number
-    /// far beyond the last key of the file stops at that key: such entries hold
-    /// nothing and walking two thousand million of them would freeze the window.
+    /// Number of the last entry to walk, "numberOfFiles" as a rule. A number that
+    /// no file has keys for is cut down: entries without a key hold nothing, and
+    /// walking two thousand million of them would freeze the window.
     qint64 entryCount() const;
 
     /// Entries are numbered from 1.
@@ -42,8 +45,12 @@ public:
     /// MD5 as the publisher wrote it; compared to the letter.
     QString hash(qint64 n) const;
 
-private:
+    /// Highest number that any key of an entry bears, 0 when there is none.
     qint64 lastNumberedEntry() const;
 
+private:
     QSettings settings;
+    QChar separator;
+    mutable qint64 implausibleCount = 0;
+    mutable qint64 lastEntryToWalk = 0;
 };

@@ -1,50 +1,58 @@
 #include "update/patchpaths.h"
 
 #include "core/settingshandler.h"
+#include "update/patchlayout.h"
 
-#include <QDir>
+namespace {
 
-using namespace Qt::StringLiterals;
+PatchLayout ownLayout()
+{
+    return { SettingsHandler::getSettingsPath(), SettingsHandler::getClientDataStoragePath() };
+}
+
+} // namespace
 
 namespace PatchPaths {
 
 QString manifest(const QString& manifestName)
 {
-    return SettingsHandler::getSettingsPath() + QDir::separator() + manifestName;
+    return ownLayout().manifest(manifestName);
 }
 
 QString cacheKindFolder(const QString& kind)
 {
-    return SettingsHandler::getClientDataStoragePath() + u'/' + kind;
+    return ownLayout().cacheKindFolder(kind);
 }
 
 QString cachedFileFolder(const QString& kind, const PatchManifestEntry& entry)
 {
-    return cacheKindFolder(kind) + u'/' + entry.pathOffset;
+    return ownLayout().cachedFileFolder(kind, entry);
 }
 
 QString cachedFolder(const QString& kind, const PatchManifestEntry& entry)
 {
-    return inClient(
-        SettingsHandler::getClientDataStoragePath() + QDir::separator() + kind, entry.pathOffset,
-        entry.name);
+    return ownLayout().cachedFolder(kind, entry);
 }
 
 QUrl patchFile(const QString& baseUrl, const QString& kind, const PatchManifestEntry& entry)
 {
-    return QUrl(
-        baseUrl + "wow-client-patch/"_L1 + kind + u'/' + entry.urlOffset + u'/' + entry.name,
-        QUrl::TolerantMode);
+    return PatchLayout::patchFile(baseUrl, kind, entry);
 }
 
 QString installFolder(const QString& clientPath, const PatchManifestEntry& entry)
 {
-    return clientPath + u'/' + entry.pathOffset;
+    return PatchLayout::installFolder(clientPath, entry);
 }
 
 QString inClient(const QString& clientPath, const QString& pathOffset, const QString& name)
 {
-    return clientPath + QDir::separator() + pathOffset + QDir::separator() + name;
+    return ownLayout().inClient(clientPath, pathOffset, name);
+}
+
+QString
+reconciledFolder(const QString& clientPath, const QString& kind, const PatchManifestEntry& entry)
+{
+    return ownLayout().reconciledFolder(clientPath, kind, entry);
 }
 
 } // namespace PatchPaths

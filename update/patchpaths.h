@@ -5,9 +5,8 @@
 #include <QString>
 #include <QUrl>
 
-/// Where a manifest's entries lie: in the cache, on the server and in a client.
-/// Native separators and literal slashes are mixed in fixed places; nothing is
-/// normalised.
+/// Where a manifest's entries lie for this launcher, in the folders beside its
+/// own program: PatchLayout with those folders and the native separator.
 namespace PatchPaths {
 
 QString manifest(const QString& manifestName);
@@ -26,5 +25,8 @@ QUrl patchFile(const QString& baseUrl, const QString& kind, const PatchManifestE
 QString installFolder(const QString& clientPath, const PatchManifestEntry& entry);
 /// A file or folder `name` below the client folder and a path offset.
 QString inClient(const QString& clientPath, const QString& pathOffset, const QString& name);
+/// What a folder removal deletes while the cache is compared.
+QString
+reconciledFolder(const QString& clientPath, const QString& kind, const PatchManifestEntry& entry);
 
 } // namespace PatchPaths

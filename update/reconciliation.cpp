@@ -78,8 +78,7 @@ void removeClientFile(qint64 n, const PatchManifestEntry& entry)
 
 void removeClientFolder(qint64 n, const QString& kind, const PatchManifestEntry& entry)
 {
-    const QString kindFolder = clientOfSameNumber(n) + QDir::separator() + kind;
-    QDir(PatchPaths::inClient(kindFolder, entry.pathOffset, entry.name)).removeRecursively();
+    QDir(PatchPaths::reconciledFolder(clientOfSameNumber(n), kind, entry)).removeRecursively();
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "core/signalboolhelperclass.h"
 #include "net/filedownloader.h"
 #include "net/referencetime.h"
+#include "update/launcherfiles.h"
 #include "update/updatingprocedures.h"
 
 #include <QCoreApplication>
@@ -16,8 +17,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr QLatin1StringView updaterName("Halden-Launcher-Updater.exe");
-constexpr QLatin1StringView launcherName("Halden-Launcher.exe");
 constexpr QLatin1StringView waitingName("Halden-Launcher.tmp");
 
 /// Brings the application folder's copy of `serverName` up to date. An empty
@@ -37,14 +36,14 @@ void fetchLauncherFile(
 bool handOverIsDue()
 {
     const QDir folder(QCoreApplication::applicationDirPath());
-    return folder.exists(waitingName) && folder.exists(updaterName);
+    return folder.exists(waitingName) && folder.exists(updaterFileName);
 }
 
 } // namespace
 
 void UpdatingProcedures::downloadUpdater()
 {
-    fetchLauncherFile(progressReceiver(), updaterDownloadedFlag, updaterName, QString());
+    fetchLauncherFile(progressReceiver(), updaterDownloadedFlag, updaterFileName, QString());
 }
 
 void UpdatingProcedures::replaceLauncher()
@@ -57,7 +56,7 @@ void UpdatingProcedures::replaceLauncher()
         if (!launcherDownloaded) {
             // A running program cannot be overwritten: the newer one waits beside it.
             fetchLauncherFile(
-                progressReceiver(), launcherDownloadedFlag, launcherName, waitingName);
+                progressReceiver(), launcherDownloadedFlag, launcherFileName, waitingName);
             return;
         }
         if (handOverIsDue()) {
@@ -74,7 +73,8 @@ void UpdatingProcedures::replaceLauncher()
 void UpdatingProcedures::handOverToUpdater()
 {
     QProcess updater;
-    updater.setProgram(QCoreApplication::applicationDirPath() + QDir::separator() + updaterName);
+    updater.setProgram(
+        QCoreApplication::applicationDirPath() + QDir::separator() + updaterFileName);
     updater.setArguments({ QString::number(QCoreApplication::applicationPid()) });
     // Re-enters replaceLauncher(), which completes the step: the manifest's
     // download is on its way before the updater starts. The order is intended.

@@ -20,9 +20,18 @@ public:
     QStringList events;
 
 private slots:
-    void sawChange() { record("changedState"); }
-    void sawTrue() { record("changedToTrue"); }
-    void sawFalse() { record("changedToFalse"); }
+    void sawChange()
+    {
+        record("changedState");
+    }
+    void sawTrue()
+    {
+        record("changedToTrue");
+    }
+    void sawFalse()
+    {
+        record("changedToFalse");
+    }
 
 private:
     void record(const char* name)
@@ -48,13 +57,13 @@ private slots:
     {
         QTest::addColumn<QList<bool>>("writes");
         QTest::addColumn<QStringList>("events");
-        const QStringList toTrue {"changedState true", "changedToTrue true"};
-        const QStringList toFalse {"changedState false", "changedToFalse false"};
-        QTest::newRow("false on a fresh flag") << QList<bool> {false} << toFalse;
-        QTest::newRow("true") << QList<bool> {true} << toTrue;
-        QTest::newRow("true twice") << QList<bool> {true, true} << toTrue + toTrue;
-        QTest::newRow("false twice") << QList<bool> {false, false} << toFalse + toFalse;
-        QTest::newRow("there and back") << QList<bool> {true, false} << toTrue + toFalse;
+        const QStringList toTrue{ "changedState true", "changedToTrue true" };
+        const QStringList toFalse{ "changedState false", "changedToFalse false" };
+        QTest::newRow("false on a fresh flag") << QList<bool>{ false } << toFalse;
+        QTest::newRow("true") << QList<bool>{ true } << toTrue;
+        QTest::newRow("true twice") << QList<bool>{ true, true } << toTrue + toTrue;
+        QTest::newRow("false twice") << QList<bool>{ false, false } << toFalse + toFalse;
+        QTest::newRow("there and back") << QList<bool>{ true, false } << toTrue + toFalse;
     }
 
     void announcesEveryWrite()

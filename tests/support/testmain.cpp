@@ -10,6 +10,32 @@
 
 namespace TestSupport {
 
+namespace {
+
+bool testsAreRunning = false;
+
+void failIfTestsAreRunning()
+{
+    if (!testsAreRunning)
+        return;
+    std::fputs("The process was ended in the middle of the tests.\n", stderr);
+    std::_Exit(3);
+}
+
+} // namespace
+
+ExitGuard::ExitGuard()
+{
+    testsAreRunning = true;
+    if (std::atexit(&failIfTestsAreRunning) != 0)
+        qFatal("no room for an exit handler");
+}
+
+ExitGuard::~ExitGuard()
+{
+    testsAreRunning = false;
+}
+
 void requireSandbox()
 {
     if (QCoreApplication::applicationDirPath() == sandboxApplicationFolder())

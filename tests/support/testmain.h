@@ -13,21 +13,31 @@ void requireSandbox();
 /// Same conditions for every test: C locale, no stray time zone, UTC.
 void settleEnvironment();
 
-template<typename TestClass>
-int runTest(int argc, char* argv[])
+/// While it lives, an exit() from the code under test fails the test program:
+/// the exit code 0 that it asks for would otherwise pass for a verdict.
+class ExitGuard {
+public:
+    ExitGuard();
+    ~ExitGuard();
+    ExitGuard(const ExitGuard&) = delete;
+    ExitGuard& operator=(const ExitGuard&) = delete;
+};
+
+template <typename TestClass> int runTest(int argc, char* argv[])
 {
     settleEnvironment();
     QApplication application(argc, argv);
     requireSandbox();
     TestClass test;
+    const ExitGuard guard;
     return QTest::qExec(&test, argc, argv);
 }
 
 } // namespace TestSupport
 
 /// A test program's entry point, and with it the application object.
-#define HALDEN_TEST_MAIN(TestClass) \
-    int main(int argc, char* argv[]) \
-    { \
-        return TestSupport::runTest<TestClass>(argc, argv); \
+#define HALDEN_TEST_MAIN(TestClass)                                                                \
+    int main(int argc, char* argv[])                                                               \
+    {                                                                                              \
+        return TestSupport::runTest<TestClass>(argc, argv);                                        \
     }

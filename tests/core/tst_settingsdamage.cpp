@@ -1,0 +1,248 @@
+#include "core/settingshandler.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/realmsini.h"
+#include "tests/support/testmain.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+using namespace TestSupport;
+
+namespace {
+
+/// Takes rights away from a file or folder and gives them back afterwards.
+class Permissions {
+public:
+    Permissions(const QString& path, QFile::Permissions permissions)
+        : target(path)
+        , before(QFile::permissions(path))
+    {
+        if (!QFile::setPermissions(target, permissions))
+            qFatal("cannot set the permissions of %s", qPrintable(target));
+    }
+    ~Permissions()
+    {
+        QFile::setPermissions(target, before);
+    }
+    Permissions(const Permissions&) = delete;
+    Permissions& operator=(const Permissions&) = delete;
+
+private:
+    QString target;
+    QFile::Permissions before;
+};
+
+const QFile::Permissions readOnlyFolder = QFile::ReadOwner | QFile::ExeOwner;
+
+void writeByEveryOperation()
+{
+    SettingsHandler::addClient("New", "new.test", "/new", true);
+    SettingsHandler::writeClient(1, "New", "new.test", "/new", true, "frFR");
+    SettingsHandler::setSelectedRealm(2);
+    SettingsHandler::removeClientKeys(1);
+    SettingsHandler::removeClient(1);
+}
+
+QByteArray rubbish()
+{
+    QByteArray bytes;
+    for (int i = 0; i < 4096; ++i)
+        bytes.append(static_cast<char>((i * 131 + i / 7) % 256));
+    return bytes;
+}
+
+} // namespace
+
+/// Files that were broken by hand, and a disk that refuses: nothing is reported,
+/// nothing hangs, and what cannot be read is an empty store.
+class tst_SettingsDamage : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        ApplicationFolder::clear();
+        QTest::failOnWarning(QRegularExpression(".*"));
+    }
+
+    /// The settings layer repeats a write that failed with the next one that does
+    /// not, so that one is made here and not in the middle of another test.
+    void cleanup()
+    {
+        ApplicationFolder::clear();
+        SettingsHandler::setSelectedRealm(0);
+    }
+
+    void impossibleNumbers_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<int>("count");
+        QTest::addColumn<int>("selected");
+        const auto row
+            = [](const char* tag, const char* size, const char* realmid, int count, int selected) {
+                  QTest::newRow(tag) << "[realms]\nsize=" + QByteArray(size)
+                          + "\n\n[selected_realm]\nrealmid=" + realmid + '\n'
+                                     << count << selected;
+              };
+        row("text", "three", "first", 0, 0);
+        row("empty", "", "", 0, 0);
+        row("number and text", "3 realms", "1st", 0, 0);
+        row("list", "1, 2", "1, 2", 0, 0);
+        row("negative", "-3", "-1", 0, -1);
+        row("largest plausible", "1000", "1000", 1'000, 1'000);
+        row("one too many", "1001", "1001", 1'000, 1'001);
+        row("huge", "2000000000", "2000000000", 1'000, 2'000'000'000);
+        row("beyond 32 bits", "99999999999", "99999999999", 1'000, 1'215'752'191);
+    }
+
+    void impossibleNumbers()
+    {
+        QFETCH(QByteArray, content);
+        writeRealmsIni(content);
+        QTEST(SettingsHandler::getClientCount(), "count");
+        QTEST(SettingsHandler::getSelectedRealm(), "selected");
+    }
+
+    void addAfterAnImpossibleCount_data()
+    {
+        QTest::addColumn<QByteArray>("size");
+        QTest::addColumn<int>("added");
+        QTest::newRow("text") << QByteArray("three") << 1;
+        QTest::newRow("negative") << QByteArray("-3") << 1;
+    }
+
+    void addAfterAnImpossibleCount()
+    {
+        QFETCH(QByteArray, size);
+        QFETCH(int, added);
+        writeRealmsIni("[realms]\nsize=" + size + '\n');
+        SettingsHandler::addClient("New", "new.test", "/new", false);
+        QCOMPARE(SettingsHandler::getClientCount(), added);
+        QCOMPARE(SettingsHandler::getRealmName(added), "New");
+        QCOMPARE(SettingsHandler::getSelectedRealm(), 1);
+    }
+
+    void removeAfterAnImpossibleCount_data()
+    {
+        QTest::addColumn<QByteArray>("size");
+        QTest::addColumn<int>("n");
+        QTest::addColumn<QByteArray>("sizeAfterwards");
+        QTest::newRow("text") << QByteArray("three") << 1 << QByteArray("three");
+        QTest::newRow("negative") << QByteArray("-3") << 1 << QByteArray("-3");
+        QTest::newRow("huge, last entry") << QByteArray("2000000000") << 1'000 << QByteArray("999");
+        QTest::newRow("huge, number past it")
+            << QByteArray("2000000000") << 2'000'000'000 << QByteArray("999");
+        QTest::newRow("huge, first entry") << QByteArray("2000000000") << 1 << QByteArray("999");
+    }
+
+    void removeAfterAnImpossibleCount()
+    {
+        QFETCH(QByteArray, size);
+        QFETCH(int, n);
+        writeRealmsIni("[realms]\nsize=" + size + '\n');
+        SettingsHandler::removeClient(n);
+        QTEST(realmsIniValues().value("realms/size"), "sizeAfterwards");
+    }
+
+    void rubbishIsAnEmptyStore_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("binary") << rubbish();
+        QTest::newRow("zero bytes") << QByteArray(1000, '\0');
+        QTest::newRow("no section") << QByteArray("size=3\nrealmid=2\ndev=true\n");
+        QTest::newRow("open section") << QByteArray("[realms\nsize");
+        QTest::newRow("a web page") << QByteArray("<html><body>size=3</body></html>\n");
+    }
+
+    void rubbishIsAnEmptyStore()
+    {
+        QFETCH(QByteArray, content);
+        writeRealmsIni(content);
+        QCOMPARE(SettingsHandler::getClientCount(), 0);
+        QCOMPARE(SettingsHandler::getSelectedRealm(), 0);
+        QCOMPARE(SettingsHandler::getDev(), false);
+        QCOMPARE(SettingsHandler::getLanguage(1), "deDE");
+    }
+
+    void rubbishIsStillWrittenTo()
+    {
+        writeRealmsIni(rubbish());
+        SettingsHandler::addClient("New", "new.test", "/new", false);
+        QCOMPARE(storedRealmNames(), QStringList("New"));
+        QCOMPARE(SettingsHandler::getSelectedRealm(), 1);
+    }
+
+    void unreadableFileIsAnEmptyStore()
+    {
+        writeRealmsIni(realmsIniWith({ { .name = "A" } }, "realmid=1\ndev=true\n"));
+        const Permissions none(realmsIniPath(), {});
+        QCOMPARE(SettingsHandler::getClientCount(), 0);
+        QCOMPARE(SettingsHandler::getSelectedRealm(), 0);
+        QCOMPARE(SettingsHandler::getDev(), false);
+        QCOMPARE(SettingsHandler::getRealmName(1), "");
+    }
+
+    void unreadableFileIsNotReplaced()
+    {
+        const QByteArray content = realmsIniWith({ { .name = "A" } }, "realmid=1\n");
+        writeRealmsIni(content);
+        {
+            const Permissions none(realmsIniPath(), {});
+            writeByEveryOperation();
+        }
+        QCOMPARE(readFile(realmsIniPath()), content);
+    }
+
+    void readOnlyFileIsNotReplaced()
+    {
+        const QByteArray content = realmsIniWith({ { .name = "A" } }, "realmid=1\n");
+        writeRealmsIni(content);
+        {
+            const Permissions readOnly(realmsIniPath(), QFile::ReadOwner);
+            QCOMPARE(SettingsHandler::getRealmName(1), "A");
+            writeByEveryOperation();
+        }
+        QCOMPARE(readFile(realmsIniPath()), content);
+    }
+
+    void readOnlyFolderKeepsItsFile()
+    {
+        const QByteArray content = realmsIniWith({ { .name = "A" } }, "realmid=1\n");
+        writeRealmsIni(content);
+        const Permissions readOnly(ApplicationFolder::path("Settings"), readOnlyFolder);
+        QCOMPARE(SettingsHandler::getRealmName(1), "A");
+        writeByEveryOperation();
+        QCOMPARE(readFile(realmsIniPath()), content);
+    }
+
+    void readOnlyFolderGetsNoFile()
+    {
+        QDir().mkpath(ApplicationFolder::path("Settings"));
+        const Permissions readOnly(ApplicationFolder::path("Settings"), readOnlyFolder);
+        writeByEveryOperation();
+        QVERIFY(!QFileInfo::exists(realmsIniPath()));
+        QCOMPARE(SettingsHandler::getClientCount(), 0);
+    }
+
+    void folderInPlaceOfTheFileIsAnEmptyStore()
+    {
+        QDir().mkpath(realmsIniPath());
+        writeByEveryOperation();
+        QCOMPARE(SettingsHandler::getClientCount(), 0);
+        QCOMPARE(SettingsHandler::getRealmName(1), "");
+        QVERIFY(QFileInfo(realmsIniPath()).isDir());
+    }
+
+    void fileInPlaceOfTheSettingsFolderIsAnEmptyStore()
+    {
+        writeFile(ApplicationFolder::path("Settings"), "not a folder");
+        writeByEveryOperation();
+        QCOMPARE(SettingsHandler::getClientCount(), 0);
+        QCOMPARE(readFile(ApplicationFolder::path("Settings")), QByteArray("not a folder"));
+    }
+};
+
+HALDEN_TEST_MAIN(tst_SettingsDamage)
+#include "tst_settingsdamage.moc"

@@ -1,0 +1,301 @@
+#include "tests/support/httpsserver.h"
+#include "tests/support/testmain.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QSslConfiguration>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace TestSupport;
+
+namespace {
+
+const QUrl secretUrl("https://download.tarnwick.example/secret");
+
+QNetworkRequest requestWith(const QUrl& url, const QSslConfiguration& tls)
+{
+    QNetworkRequest request(url);
+    request.setSslConfiguration(tls);
+    return request;
+}
+
+/// A client that speaks only this version and takes weak signatures.
+QSslConfiguration clientOf(const QByteArray& version)
+{
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setProtocol(QSsl::AnyProtocol);
+    tls.setBackendConfigurationOption("MinProtocol", version);
+    tls.setBackendConfigurationOption("MaxProtocol", version);
+    tls.setBackendConfigurationOption("CipherString", QByteArray("ALL:@SECLEVEL=0"));
+    return tls;
+}
+
+/// "NoError: body" or the name of the error.
+QByteArray fetch(const QNetworkRequest& request)
+{
+    QNetworkAccessManager manager;
+    const QScopedPointer<QNetworkReply> reply(manager.get(request));
+    if (!QTest::qWaitFor([&reply] { return reply->isFinished(); }))
+        return "still running";
+    if (reply->error() == QNetworkReply::NoError)
+        return "NoError: " + reply->readAll();
+    return QMetaEnum::fromType<QNetworkReply::NetworkError>().valueToKey(reply->error());
+}
+
+QByteArray fetch(const QUrl& url)
+{
+    return fetch(QNetworkRequest(url));
+}
+
+/// A client below the toolkit, which does not tell a reset from an end.
+class RawClient {
+public:
+    explicit RawClient(quint16 port)
+        : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    }
+
+    ~RawClient()
+    {
+        close(descriptor);
+    }
+    Q_DISABLE_COPY_MOVE(RawClient)
+
+    void send(const QByteArray& bytes)
+    {
+        write(descriptor, bytes.constData(), static_cast<size_t>(bytes.size()));
+    }
+
+    /// What came so far, and how the connection ended, if it did.
+    QByteArray outcome()
+    {
+        std::array<char, 100> buffer;
+        ssize_t size = 0;
+        while ((size = recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0)
+            received.append(buffer.data(), size);
+        if (size < 0 && errno == EAGAIN)
+            return received;
+        if (end.isEmpty())
+            end = size == 0 ? "end" : std::strerror(errno);
+        return received + ", " + end;
+    }
+
+private:
+    int descriptor;
+    QByteArray received;
+    QByteArray end;
+};
+
+/// What the child process of `aChildProcessTrustsTheAuthority()` does.
+int fetchSecret()
+{
+    return fetch(secretUrl) == "NoError: treasure" ? 42 : 1;
+}
+
+} // namespace
+
+class tst_HttpsServer : public QObject {
+    Q_OBJECT
+
+private slots:
+    void theAuthorityIsTrusted()
+    {
+        HttpsServer server;
+        server.listen();
+        server.answer("/secret", HttpAnswer::ok("treasure"));
+        QCOMPARE(fetch(secretUrl), "NoError: treasure");
+        QCOMPARE(server.failedHandshakes(), 0);
+    }
+
+    void aChildProcessTrustsTheAuthority()
+    {
+        HttpsServer server;
+        server.listen();
+        server.answer("/secret", HttpAnswer::ok("treasure"));
+        QProcess child;
+        child.start(QCoreApplication::applicationFilePath(), { "--fetch" });
+        QTRY_COMPARE_WITH_TIMEOUT(child.state(), QProcess::NotRunning, 20000);
+        QCOMPARE(child.exitCode(), 42);
+    }
+
+    void aForeignAuthorityIsNotTrusted()
+    {
+        HttpsServer server(CertificateAuthority().issue({ "localhost" }));
+        server.listen();
+        QCOMPARE(fetch(QUrl("https://localhost/")), "SslHandshakeFailedError");
+    }
+
+    void validityIsAsAsked_data()
+    {
+        QTest::addColumn<Validity>("validity");
+        QTest::newRow("current") << Validity::current();
+        QTest::newRow("expired") << Validity::expired();
+        QTest::newRow("not yet") << Validity::notYet();
+    }
+
+    void validityIsAsAsked()
+    {
+        QFETCH(Validity, validity);
+        const ServerCertificate issued
+            = trustedAuthority().issue({ "a.example", "b.example" }, validity);
+        QCOMPARE(
+            issued.certificate.effectiveDate().toSecsSinceEpoch(),
+            validity.notBefore.toSecsSinceEpoch());
+        QCOMPARE(
+            issued.certificate.expiryDate().toSecsSinceEpoch(),
+            validity.notAfter.toSecsSinceEpoch());
+        QCOMPARE(issued.certificate.subjectAlternativeNames().values(QSsl::DnsEntry).size(), 2);
+        QVERIFY(!issued.key.isNull());
+    }
+
+    void speaksOnlyTheChosenVersion_data()
+    {
+        QTest::addColumn<TlsVersion>("version");
+        QTest::addColumn<QByteArray>("spoken");
+        QTest::addColumn<QByteArray>("refused");
+        QTest::newRow("1.0") << TlsVersion::Only10 << QByteArray("TLSv1") << QByteArray("TLSv1.2");
+        QTest::newRow("1.2") << TlsVersion::Only12 << QByteArray("TLSv1.2")
+                             << QByteArray("TLSv1.3");
+        QTest::newRow("1.3") << TlsVersion::Only13 << QByteArray("TLSv1.3")
+                             << QByteArray("TLSv1.2");
+    }
+
+    void speaksOnlyTheChosenVersion()
+    {
+        QFETCH(TlsVersion, version);
+        QFETCH(QByteArray, spoken);
+        QFETCH(QByteArray, refused);
+        HttpsServer server(trustedCertificate(), version);
+        server.listen();
+        server.answer("/secret", HttpAnswer::ok("treasure"));
+        QCOMPARE(fetch(requestWith(secretUrl, clientOf(spoken))), "NoError: treasure");
+        QCOMPARE(fetch(requestWith(secretUrl, clientOf(refused))), "SslHandshakeFailedError");
+    }
+
+    void recordsRequests()
+    {
+        HttpsServer server;
+        server.listen();
+        server.listenPlain();
+        QNetworkRequest request(QUrl("http://localhost/a%20b?c=d"));
+        request.setRawHeader("X-First", "1");
+        request.setRawHeader("X-Second", "2");
+        fetch(request);
+        fetch(secretUrl);
+        QCOMPARE(server.requestedPaths(), QStringList({ "/a%20b?c=d", "/secret" }));
+        const HttpRequest first = server.requests().constFirst();
+        QCOMPARE(first.method, "GET");
+        QCOMPARE(first.header("x-first"), "1");
+        QVERIFY(
+            first.headers.indexOf({ "X-First", "1" }) < first.headers.indexOf({ "X-Second", "2" }));
+        QCOMPARE(first.tls, QSsl::UnknownProtocol);
+        QCOMPARE(server.requests().constLast().tls, QSsl::TlsV1_3);
+    }
+
+    void answers_data()
+    {
+        QTest::addColumn<HttpAnswer>("answer");
+        QTest::addColumn<QByteArray>("outcome");
+        QTest::newRow("complete") << HttpAnswer::ok("body") << QByteArray("NoError: body");
+        QTest::newRow("chunked") << HttpAnswer::chunked({ "bo", "dy" })
+                                 << QByteArray("NoError: body");
+        QTest::newRow("dripping") << HttpAnswer::announcing(4).drip("body", 1, 5)
+                                  << QByteArray("NoError: body");
+        QTest::newRow("missing") << HttpAnswer::status(404) << QByteArray("ContentNotFoundError");
+        QTest::newRow("redirected") << HttpAnswer::redirect("/end") << QByteArray("NoError: end");
+        QTest::newRow("cut short") << HttpAnswer::announcing(9).send("body").close()
+                                   << QByteArray("RemoteHostClosedError");
+    }
+
+    void answers()
+    {
+        QFETCH(HttpAnswer, answer);
+        QFETCH(QByteArray, outcome);
+        HttpsServer server;
+        server.listen();
+        server.answer("/", answer);
+        server.answer("/end", HttpAnswer::ok("end"));
+        QCOMPARE(fetch(QUrl("https://www.tarnwick.example/")), outcome);
+    }
+
+    void servesWhatIsNewer_data()
+    {
+        QTest::addColumn<int>("secondsAfterModification");
+        QTest::addColumn<QByteArray>("outcome");
+        QTest::newRow("older copy") << -1 << QByteArray("NoError: body");
+        QTest::newRow("same time") << 0 << QByteArray("NoError: ");
+        QTest::newRow("newer copy") << 1 << QByteArray("NoError: ");
+    }
+
+    void servesWhatIsNewer()
+    {
+        QFETCH(int, secondsAfterModification);
+        QFETCH(QByteArray, outcome);
+        const QDateTime modified(QDate(2024, 2, 29), QTime(12, 0), Qt::UTC);
+        HttpsServer server;
+        server.listen();
+        server.serve("/secret", "body", modified);
+        QNetworkRequest request(secretUrl);
+        request.setRawHeader(
+            "If-Modified-Since", httpDate(modified.addSecs(secondsAfterModification)));
+        QCOMPARE(fetch(request), outcome);
+    }
+
+    void endsAsTold_data()
+    {
+        QTest::addColumn<HttpAnswer>("greeting");
+        QTest::addColumn<QByteArray>("outcome");
+        QTest::newRow("close") << HttpAnswer().awaitBytes().send("hi").close()
+                               << QByteArray("hi, end");
+        QTest::newRow("reset") << HttpAnswer().awaitBytes().send("hi").reset()
+                               << QByteArray("hi, Connection reset by peer");
+    }
+
+    void endsAsTold()
+    {
+        QFETCH(HttpAnswer, greeting);
+        QFETCH(QByteArray, outcome);
+        HttpsServer server;
+        server.listenPlain();
+        server.greet(greeting);
+        RawClient client(server.plainPort());
+        QTRY_COMPARE(server.openConnections(), 1);
+        client.send("?");
+        QTRY_COMPARE(client.outcome(), outcome);
+        QTRY_COMPARE(server.openConnections(), 0);
+    }
+
+    void repeatsWithoutEnd()
+    {
+        HttpsServer server;
+        server.listen();
+        server.answer("/secret", HttpAnswer::head(200).repeat(QByteArray(65536, 'x')));
+        QNetworkAccessManager manager;
+        const QScopedPointer<QNetworkReply> reply(manager.get(QNetworkRequest(secretUrl)));
+        QTRY_VERIFY(reply->bytesAvailable() > 1000000);
+        QVERIFY(!reply->isFinished());
+    }
+};
+
+int main(int argc, char* argv[])
+{
+    if (argc == 2 && qstrcmp(argv[1], "--fetch") == 0) {
+        const QCoreApplication application(argc, argv);
+        return fetchSecret();
+    }
+    return runTest<tst_HttpsServer>(argc, argv);
+}
+
+#include "tst_httpsserver.moc"

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QByteArray>
+
+namespace TestSupport {
+
+/// Moves the process to another time zone while it lives. The zone is a POSIX
+/// rule such as "CET-1CEST", so that no time zone data are needed.
+class TimeZone {
+public:
+    explicit TimeZone(const QByteArray& rule);
+    ~TimeZone();
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+
+private:
+    QByteArray previous;
+};
+
+} // namespace TestSupport

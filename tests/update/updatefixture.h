@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+
+/// What the tests of the update run lay out in the application folder.
+namespace UpdateFixture {
+
+/// Writes a manifest into the settings folder. Its modification time differs
+/// from that of every earlier one: the settings layer goes by size and time, and
+/// two tests may write files of one size within one tick of the clock.
+void writeManifest(const QString& manifestName, const QByteArray& content);
+/// The same, one row a line.
+void writeManifest(const QString& manifestName, const QStringList& rows);
+
+/// Appends a realm entry with this client folder.
+void addRealm(const QString& clientPath, bool testRealm = false);
+void setDeveloperMode(bool on);
+
+/// Absolute path of something in the patch cache.
+QString cachePath(const QString& relativePath);
+QString settingsPath(const QString& fileName);
+
+/// Lower-case hexadecimal MD5.
+QString md5(const QByteArray& content);
+
+/// Fails the process if the time cannot be set.
+void setModificationTime(const QString& path, const QDateTime& time);
+
+/// A moment with whole seconds, so that every file system and every HTTP date
+/// can hold it.
+QDateTime someTime();
+
+/// Switches the process to another time zone while it lives.
+class TimeZone {
+public:
+    /// `rule` in POSIX notation, such as "TST-5" for five hours east.
+    explicit TimeZone(const QByteArray& rule);
+    ~TimeZone();
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+
+private:
+    QByteArray previous;
+};
+
+} // namespace UpdateFixture
