@@ -83,7 +83,7 @@ public:
 };
 
 /// The child's whole life: one start of the launcher, and one line of figures.
-int measureOneRun(QApplication& application)
+int measureOneRun()
 {
     const Usage before = Usage::now();
     qInstallMessageHandler(&RunObserver::follow);
@@ -91,7 +91,7 @@ int measureOneRun(QApplication& application)
     timer.start();
     MainWindow window;
     window.show();
-    application.exec();
+    QApplication::exec();
     const double seconds = static_cast<double>(timer.elapsed()) / 1000;
     const Usage after = Usage::now();
     std::printf(
@@ -180,11 +180,11 @@ QList<int> fileCounts(const QStringList& arguments)
 
 int main(int argc, char* argv[])
 {
-    QApplication application(argc, argv);
+    const QApplication application(argc, argv);
     QCoreApplication::setApplicationVersion(launcherVersion);
     const QStringList arguments = QCoreApplication::arguments().mid(1);
     if (arguments.value(0) == QStringLiteral("--run"))
-        return measureOneRun(application);
+        return measureOneRun();
     if (arguments.isEmpty()) {
         std::fprintf(stderr, "usage: bench_growth SERVER_TREE [FILES...]\n");
         return 2;

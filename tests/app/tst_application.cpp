@@ -79,7 +79,7 @@ public:
 private:
     static QString runtimeFolder()
     {
-        const QString folder = ApplicationFolder::path("runtime");
+        QString folder = ApplicationFolder::path("runtime");
         QDir().mkpath(folder);
         QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         return folder;

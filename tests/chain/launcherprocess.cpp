@@ -86,5 +86,6 @@ QString LauncherProcess::lastLines() const
 bool LauncherProcess::bothRunsHaveEnded(const Player& player) const
 {
     return linesStartingWith("now copy Data into Client") == 2
-        && linesStartingWith("could not write file") + failedCopies() == 2 * player.copiesPerRun();
+        && linesStartingWith("could not write file") + failedCopies()
+        == 2LL * player.copiesPerRun();
 }

@@ -64,7 +64,8 @@ public:
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            qFatal("cannot connect: %s", std::strerror(errno));
     }
 
     ~RawClient()
@@ -75,13 +76,14 @@ public:
 
     void send(const QByteArray& bytes)
     {
-        write(descriptor, bytes.constData(), static_cast<size_t>(bytes.size()));
+        if (write(descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())
+            qFatal("cannot send: %s", std::strerror(errno));
     }
 
     /// What came so far, and how the connection ended, if it did.
     QByteArray outcome()
     {
-        std::array<char, 100> buffer;
+        std::array<char, 100> buffer{};
         ssize_t size = 0;
         while ((size = recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0)
             received.append(buffer.data(), size);

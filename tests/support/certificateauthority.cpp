@@ -15,7 +15,7 @@ namespace {
 
 // Days can only be counted from now with the simpler subcommands; "ca" takes
 // both ends of the validity.
-const char configuration[] = R"([ca]
+constexpr const char* configuration = R"([ca]
 default_ca = authority
 
 [authority]

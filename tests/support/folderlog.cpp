@@ -47,7 +47,7 @@ FolderLog::~FolderLog()
 QStringList FolderLog::take()
 {
     QStringList events;
-    alignas(inotify_event) std::array<char, 4096> buffer;
+    alignas(inotify_event) std::array<char, 4096> buffer{};
     for (ssize_t size = 0; (size = read(descriptor, buffer.data(), buffer.size())) > 0;) {
         for (ssize_t at = 0; at < size;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
