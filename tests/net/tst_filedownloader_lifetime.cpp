@@ -212,15 +212,15 @@ void tst_FileDownloaderLifetime::slowServerIsNoSilentServer()
     probe.start(onDownloadHost("/f"));
     QNetworkReply* reply = probe.network.reply();
     QVERIFY(reply);
-    QList<int> limits;
-    connect(reply, &QNetworkReply::readyRead, this, [reply, &limits] {
+    const auto limits = std::make_shared<QList<int>>();
+    connect(reply, &QNetworkReply::readyRead, this, [reply, limits] {
         auto* timer = reply->findChild<QTimer*>();
-        limits.append(timer->interval());
+        limits->append(timer->interval());
         timer->start(100000);
     });
     QTRY_COMPARE(probe.outcome(), endedWritten("new content"));
-    QVERIFY2(limits.size() > 2, "the body did not come in pieces");
-    QCOMPARE(limits, QList<int>(limits.size(), 60000));
+    QVERIFY2(limits->size() > 2, "the body did not come in pieces");
+    QCOMPARE(*limits, QList<int>(limits->size(), 60000));
 }
 
 HALDEN_TEST_MAIN(tst_FileDownloaderLifetime)

@@ -192,6 +192,8 @@ HttpAnswer& HttpAnswer::add(Step step)
 /// One accepted connection: reads requests and plays their answers. Owned by
 /// its socket.
 class HttpConnection : public QObject {
+    Q_OBJECT
+
 public:
     HttpConnection(QTcpSocket* connected, HttpsServer* owner)
         : QObject(connected)
@@ -458,3 +460,5 @@ HttpAnswer HttpsServer::answerTo(const HttpRequest& request)
 }
 
 } // namespace TestSupport
+
+#include "httpsserver.moc"

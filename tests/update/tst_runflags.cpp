@@ -15,6 +15,8 @@ namespace {
 /// A run that says whose signal it is just answering. The six flags are private,
 /// but each one runs a slot of the run, and the slots log.
 class ObservedRun : public UpdatingProcedures {
+    Q_OBJECT
+
 public:
     using UpdatingProcedures::UpdatingProcedures;
 
@@ -77,7 +79,7 @@ private:
     void note(const QString& role)
     {
         SignalBoolHelperClass* flag = run->flagBeingAnswered();
-        if (flag && !flags.contains(role) && !flags.values().contains(flag))
+        if (flag && !flags.contains(role) && flags.key(flag).isEmpty())
             flags.insert(role, flag);
     }
 
