@@ -1,0 +1,46 @@
+#include "publisher/clock.h"
+
+#include <QThread>
+
+#include <algorithm>
+
+namespace {
+
+QDateTime atSecond(qint64 seconds)
+{
+    return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
+}
+
+/// The first second that is newer, or the beginning of time.
+qint64 secondAfter(const QDateTime& replaced)
+{
+    return replaced.isValid() ? replaced.toSecsSinceEpoch() + 1 : 0;
+}
+
+} // namespace
+
+QDateTime Clock::now() const
+{
+    return QDateTime::currentDateTimeUtc();
+}
+
+void Clock::waitUntil(const QDateTime& time)
+{
+    for (qint64 left = now().msecsTo(time); left > 0; left = now().msecsTo(time))
+        QThread::msleep(static_cast<unsigned long>(left));
+}
+
+QDateTime Clock::newerThan(const QDateTime& replaced) const
+{
+    return atSecond(std::max(now().toSecsSinceEpoch(), secondAfter(replaced)));
+}
+
+QDateTime Clock::nextAfter(const QDateTime& replaced)
+{
+    const qint64 next = now().toSecsSinceEpoch() + 1;
+    // A clock that is behind is not waited for; it may be a year.
+    if (secondAfter(replaced) > next)
+        return atSecond(secondAfter(replaced));
+    waitUntil(atSecond(next));
+    return atSecond(next);
+}

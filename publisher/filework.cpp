@@ -1,0 +1,223 @@
+#include "publisher/filework.h"
+
+#include "publisher/progress.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <filesystem>
+
+#ifdef Q_OS_LINUX
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#endif
+#ifdef Q_OS_WIN
+#include <io.h>
+#else
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 chunk = qint64(256) << 10; // stays in a core's own cache
+constexpr qint64 settlingTime = 2000; // milliseconds, the coarsest of file systems
+
+QString failure(const QFileDevice& file)
+{
+    return u"%1: %2"_s.arg(file.fileName(), file.errorString());
+}
+
+bool openToRead(QFile& file)
+{
+    return file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+}
+
+bool openToWrite(QFile& file)
+{
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered);
+}
+
+/// A disk that fills up takes a part first and tells why at the next attempt.
+bool writeAll(QFile& file, QByteArrayView rest)
+{
+    while (!rest.isEmpty()) {
+        const qint64 taken = file.write(rest.data(), rest.size());
+        if (taken <= 0)
+            return false;
+        rest = rest.sliced(taken);
+    }
+    return true;
+}
+
+/// Feeds the rest of `source` to the hash and, unless it is null, to `copy`.
+FileWork::Digest pump(QFile& source, QFile* copy, Progress* progress)
+{
+    QCryptographicHash hash(QCryptographicHash::Md5);
+    QByteArray buffer(chunk, Qt::Uninitialized);
+    for (;;) {
+        const qint64 got = source.read(buffer.data(), buffer.size());
+        if (got < 0)
+            return { {}, failure(source) };
+        if (got == 0)
+            return { QString::fromLatin1(hash.result().toHex()), {} };
+        const QByteArrayView piece(buffer.constData(), got);
+        hash.addData(piece);
+        if (copy != nullptr && !writeAll(*copy, piece))
+            return { {}, failure(*copy) };
+        if (progress != nullptr)
+            progress->addBytes(got);
+    }
+}
+
+/// Whether the target now shares the source's blocks.
+bool cloned([[maybe_unused]] const QFile& source, [[maybe_unused]] const QFile& target)
+{
+#ifdef Q_OS_LINUX
+    return ioctl(target.handle(), FICLONE, source.handle()) == 0;
+#else
+    return false;
+#endif
+}
+
+/// Has the file system find room at once instead of page by page, which takes
+/// most of the time of a copy. Where it cannot, the copy takes that time.
+void reserve([[maybe_unused]] const QFile& target, [[maybe_unused]] qint64 size)
+{
+#ifdef Q_OS_LINUX
+    if (size > 0)
+        (void)fallocate(target.handle(), FALLOC_FL_KEEP_SIZE, 0, size);
+#endif
+}
+
+std::filesystem::path native(const QString& path)
+{
+    return QFileInfo(path).filesystemFilePath();
+}
+
+} // namespace
+
+namespace FileWork {
+
+Digest hash(const QString& path, Progress* progress)
+{
+    QFile file(path);
+    if (!openToRead(file))
+        return { {}, failure(file) };
+    return pump(file, nullptr, progress);
+}
+
+Digest copy(const QString& source, const QString& target, Progress* progress)
+{
+    QFile from(source);
+    QFile to(target);
+    if (!openToRead(from))
+        return { {}, failure(from) };
+    if (!openToWrite(to))
+        return { {}, failure(to) };
+    if (cloned(from, to)) {
+        to.close();
+        return hash(target, progress);
+    }
+    reserve(to, from.size());
+    return pump(from, &to, progress);
+}
+
+QString stamp(const QString& path)
+{
+#ifdef Q_OS_WIN
+    const QFileInfo info(path);
+    if (!info.isFile())
+        return {};
+    return u"%1 %2"_s.arg(info.size()).arg(info.lastModified().toMSecsSinceEpoch());
+#else
+    struct stat status { };
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0 || !S_ISREG(status.st_mode))
+        return {};
+    // The date of the last change to the inode betrays whoever sets dates back.
+    return u"%1 %2.%3 %4.%5 %6"_s.arg(status.st_size)
+        .arg(status.st_mtim.tv_sec)
+        .arg(status.st_mtim.tv_nsec)
+        .arg(status.st_ctim.tv_sec)
+        .arg(status.st_ctim.tv_nsec)
+        .arg(status.st_ino);
+#endif
+}
+
+bool isSettled(const QString& path)
+{
+    const QFileInfo info(path);
+    const QDateTime latest
+        = std::max(info.lastModified(), info.fileTime(QFileDevice::FileMetadataChangeTime));
+    return latest.msecsTo(QDateTime::currentDateTime()) > settlingTime;
+}
+
+QDateTime dateOf(const QString& path)
+{
+    return QFileInfo(path).fileTime(QFileDevice::FileModificationTime).toUTC();
+}
+
+QString setDate(const QString& path, const QDateTime& date)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly)
+        || !file.setFileTime(date, QFileDevice::FileModificationTime))
+        return failure(file);
+    return {};
+}
+
+QString write(const QString& path, const QByteArray& content)
+{
+    QFile file(path);
+    if (!openToWrite(file) || !writeAll(file, content))
+        return failure(file);
+    return {};
+}
+
+QString createFolder(const QString& path)
+{
+    return QDir().mkpath(path) ? QString() : u"%1: the folder cannot be created"_s.arg(path);
+}
+
+QString replace(const QString& path, const QString& target)
+{
+    std::error_code error;
+    std::filesystem::rename(native(path), native(target), error);
+    if (error)
+        return u"%1: %2"_s.arg(target, QString::fromLocal8Bit(error.message()));
+    return {};
+}
+
+QString flush(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
+        return failure(file);
+#ifdef Q_OS_WIN
+    const bool flushed = _commit(file.handle()) == 0;
+#else
+    const bool flushed = fsync(file.handle()) == 0;
+#endif
+    return flushed ? QString() : u"%1: cannot be flushed to the disk"_s.arg(path);
+}
+
+QString flushFileSystem([[maybe_unused]] const QString& folder)
+{
+    bool flushed = true;
+#ifdef Q_OS_LINUX
+    const int handle = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY);
+    flushed = handle >= 0 && syncfs(handle) == 0;
+    if (handle >= 0)
+        ::close(handle);
+#elif defined(Q_OS_UNIX)
+    sync();
+#endif
+    return flushed ? QString() : u"%1: the file system cannot be flushed"_s.arg(folder);
+}
+
+} // namespace FileWork

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+class Progress;
+
+/// Reading, copying and putting in place. Failures come back as sentences;
+/// an empty one means that all went well.
+namespace FileWork {
+
+struct Digest {
+    /// Lower-case hexadecimal.
+    QString md5;
+    QString error;
+};
+
+/// `progress` may be null.
+Digest hash(const QString& path, Progress* progress);
+
+/// Copies a file, which shares the source's blocks until either is changed
+/// where the file system can do that, and tells the MD5 of the copy as it is
+/// written: a source that changes meanwhile shows. An existing target is
+/// overwritten. `progress` may be null.
+Digest copy(const QString& source, const QString& target, Progress* progress);
+
+/// Size, dates and number of a file, for comparison; empty when it is missing.
+QString stamp(const QString& path);
+/// Whether the file's dates lie far enough back for a later change to show in
+/// its stamp, coarse as the clocks of file systems are.
+bool isSettled(const QString& path);
+
+/// The file's modification date.
+QDateTime dateOf(const QString& path);
+QString setDate(const QString& path, const QDateTime& date);
+
+QString write(const QString& path, const QByteArray& content);
+/// Creates the folder and the missing ones above it.
+QString createFolder(const QString& path);
+/// Renames a file onto another one, which it replaces at one blow.
+QString replace(const QString& path, const QString& target);
+
+/// Returns when the file's content has reached the disk.
+QString flush(const QString& path);
+/// Returns when everything written to the folder's file system has reached the
+/// disk, names and folders included.
+QString flushFileSystem(const QString& folder);
+
+} // namespace FileWork

@@ -1,0 +1,65 @@
+#include "publisher/findingreport.h"
+
+#include "publisher/output.h"
+
+#include <QCommandLineParser>
+#include <QJsonArray>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QLatin1StringView acceptOption("accept");
+
+QString counted(qsizetype count, const QString& accepted)
+{
+    if (count == 0)
+        return "no findings"_L1 + accepted;
+    return QString::number(count) + (count == 1 ? " finding"_L1 : " findings"_L1) + accepted;
+}
+
+} // namespace
+
+namespace FindingReport {
+
+void addOptions(QCommandLineParser& parser)
+{
+    parser.addOption({ QString(acceptOption),
+                       u"Findings with this identifier are shown but do not count (repeatable)."_s,
+                       u"ID"_s });
+}
+
+bool acceptsKnownOnly(const QCommandLineParser& parser, Output& output)
+{
+    const QStringList known = Findings::identifiers();
+    const QStringList accepted = parser.values(acceptOption);
+    for (const QString& identifier : accepted) {
+        if (known.contains(identifier))
+            continue;
+        output.error("there is no finding \""_L1 + identifier + u'"');
+        return false;
+    }
+    return true;
+}
+
+ExitCode conclude(const QList<Finding>& findings, const QCommandLineParser& parser, Output& output)
+{
+    const QStringList accepted = parser.values(acceptOption);
+    QJsonArray objects;
+    qsizetype counting = 0;
+    for (const Finding& finding : findings) {
+        const bool counts = !accepted.contains(finding.identifier());
+        counting += counts ? 1 : 0;
+        QJsonObject object = Findings::toJson(finding);
+        object.insert(u"accepted"_s, !counts);
+        objects.append(object);
+        output.line((counts ? QString() : u"(accepted) "_s) + Findings::toText(finding));
+    }
+    output.set(u"findings"_s, objects);
+    const qsizetype passed = findings.size() - counting;
+    output.line(counted(
+        counting, passed > 0 ? ", "_L1 + QString::number(passed) + " accepted"_L1 : QString()));
+    return counting > 0 ? ExitCode::Findings : ExitCode::Fine;
+}
+
+} // namespace FindingReport

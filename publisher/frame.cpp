@@ -1,0 +1,92 @@
+// The command line as a whole: which command, its options, its help.
+
+#include "publisher/frame.h"
+
+#include "app/buildconfig.h"
+#include "publisher/output.h"
+
+#include <QCommandLineParser>
+#include <QIODevice>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using Commands = std::vector<std::unique_ptr<Command>>;
+
+constexpr QLatin1StringView programName("halden-publish");
+
+QString overview(const Commands& commands)
+{
+    QString text = u"usage: %1 COMMAND [OPTION...]\n\n"_s.arg(programName)
+        + u"Publishes patches and launchers for a community's players.\n\nCommands:\n"_s;
+    for (const auto& command : commands)
+        text += u"  %1 %2.\n"_s.arg(command->name(), -15).arg(command->summary());
+    return text
+        + u"\n%1 COMMAND --help tells about one of them.\n"
+          "Exit codes: 0 fine, 1 findings, 2 usage, 3 input or output failed.\n"_s.arg(programName);
+}
+
+/// The parser prints the program's path before the command; people type neither.
+QString helpOf(const Command& command, const QCommandLineParser& parser)
+{
+    QString help = parser.helpText();
+    const qsizetype end = help.indexOf(u'\n');
+    const qsizetype options = help.indexOf(u"[options]"_s);
+    const QString rest
+        = options >= 0 && options < end ? help.sliced(options, end - options) : u""_s;
+    return u"Usage: %1 %2 %3"_s.arg(programName, command.name(), rest).trimmed() + help.sliced(end);
+}
+
+ExitCode
+runCommand(Command& command, const QStringList& arguments, QIODevice& result, Output& output)
+{
+    QCommandLineParser parser;
+    const QCommandLineOption help({ u"h"_s, u"help"_s }, u"Shows this help."_s);
+    const QCommandLineOption json(
+        u"json"_s, u"Writes the result as one JSON document, for machines."_s);
+    parser.addOptions({ help, json });
+    command.configure(parser);
+    const bool accepted = parser.parse(QStringList{ programName } + arguments);
+    if (parser.isSet(json))
+        output.setForm(Output::Form::Json);
+    if (parser.isSet(help)) {
+        result.write(helpOf(command, parser).toUtf8());
+        return ExitCode::Fine;
+    }
+    ExitCode code = ExitCode::Usage;
+    if (accepted)
+        code = command.run(parser, output);
+    else
+        output.error(parser.errorText());
+    output.finish(code);
+    return code;
+}
+
+} // namespace
+
+ExitCode runCommandLine(
+    const QStringList& arguments, const Commands& commands, QIODevice& result, QIODevice& messages)
+{
+    const QString word = arguments.value(0);
+    if (word == "--help"_L1 || word == "-h"_L1) {
+        result.write(overview(commands).toUtf8());
+        return ExitCode::Fine;
+    }
+    if (word == "--version"_L1) {
+        result.write(u"%1 %2\n"_s.arg(programName, QLatin1StringView(HALDEN_VERSION)).toUtf8());
+        return ExitCode::Fine;
+    }
+    const auto found = std::find_if(commands.begin(), commands.end(), [&](const auto& command) {
+        return command->name() == word;
+    });
+    Output output(result, messages);
+    if (found != commands.end())
+        return runCommand(**found, arguments.mid(1), result, output);
+    if (!word.isEmpty())
+        output.error(u"there is no command \"%1\""_s.arg(word));
+    messages.write(overview(commands).toUtf8());
+    return ExitCode::Usage;
+}

@@ -1,0 +1,124 @@
+#include "publisher/launcherrelease.h"
+
+#include "publisher/clock.h"
+#include "publisher/filework.h"
+#include "publisher/treelock.h"
+#include "update/launcherfiles.h"
+#include "updater/programheader.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <memory>
+#include <span>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// What players' updaters hold a program against: they throw away any other
+/// file, so that no player would ever get it.
+Refusal judge(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return { u"file-unreadable"_s, path, file.errorString() };
+    const QByteArray head = file.read(static_cast<qint64>(Updater::programHeadSize));
+    const auto bytes
+        = std::as_bytes(std::span(head.constData(), static_cast<std::size_t>(head.size())));
+    // Players on Linux are developers; their programs are published the same way.
+    const auto format = head.startsWith("\x7f") ? Updater::ProgramFormat::Elf
+                                                : Updater::ProgramFormat::PortableExecutable;
+    const char* const fault
+        = Updater::findFault(format, bytes, static_cast<std::uint64_t>(file.size()));
+    if (fault == nullptr)
+        return {};
+    return { u"not-a-program"_s, path,
+             u"Players' updaters would throw it away: it %1."_s.arg(QLatin1StringView(fault)) };
+}
+
+class Release {
+public:
+    Release(const LauncherRequest& wanted, Clock& time, LauncherReport& target)
+        : request(wanted)
+        , clock(time)
+        , report(target)
+    {
+    }
+
+    ExitCode run()
+    {
+        for (const QString& path : { request.updater, request.launcher }) {
+            if (const Refusal refusal = judge(path); !refusal.id.isEmpty())
+                report.refusals.append(refusal);
+        }
+        if (!report.refusals.isEmpty())
+            return ExitCode::Findings;
+        const bool done = takeServerFolder() && publish(request.updater, updaterFileName)
+            && publish(request.launcher, launcherFileName);
+        return done ? ExitCode::Fine : ExitCode::InputOutput;
+    }
+
+private:
+    bool attempt(const QString& error)
+    {
+        report.error = error;
+        return error.isEmpty();
+    }
+
+    bool takeServerFolder()
+    {
+        if (request.dryRun)
+            return true;
+        if (!attempt(FileWork::createFolder(request.server)))
+            return false;
+        lock = std::make_unique<TreeLock>(request.server);
+        return lock->isHeld()
+            || attempt(u"another halden-publish is at work in %1"_s.arg(request.server));
+    }
+
+    bool publish(const QString& source, QLatin1StringView name)
+    {
+        const QString target = request.server + u'/' + name;
+        const bool isThere = QFileInfo::exists(target);
+        const FileWork::Digest fresh = FileWork::hash(source, nullptr);
+        if (!attempt(fresh.error))
+            return false;
+        const bool same = isThere && FileWork::hash(target, nullptr).md5 == fresh.md5;
+        const QString change = same ? u"unchanged"_s : isThere ? u"changed"_s : u"added"_s;
+        report.items.append({ name, QFileInfo(source).size(), change });
+        return same || request.dryRun || attempt(exchange(source, target, name, fresh.md5));
+    }
+
+    QString exchange(
+        const QString& source, const QString& target, QLatin1StringView name,
+        const QString& md5) const
+    {
+        const QString copy = request.server + "/."_L1 + name + ".halden-publish"_L1;
+        const FileWork::Digest written = FileWork::copy(source, copy, nullptr);
+        QString error = written.error;
+        if (error.isEmpty() && written.md5 != md5)
+            error = u"%1 was changed while it was being published"_s.arg(source);
+        if (error.isEmpty() && request.flush)
+            error = FileWork::flush(copy);
+        if (error.isEmpty())
+            error = FileWork::setDate(copy, clock.nextAfter(FileWork::dateOf(target)));
+        if (error.isEmpty())
+            error = FileWork::replace(copy, target);
+        if (!error.isEmpty())
+            QFile::remove(copy);
+        return error;
+    }
+
+    const LauncherRequest& request;
+    Clock& clock;
+    LauncherReport& report;
+    std::unique_ptr<TreeLock> lock;
+};
+
+} // namespace
+
+ExitCode releaseLauncher(const LauncherRequest& request, Clock& clock, LauncherReport& report)
+{
+    return Release(request, clock, report).run();
+}

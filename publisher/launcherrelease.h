@@ -1,0 +1,41 @@
+#pragma once
+
+#include "publisher/exitcode.h"
+#include "publisher/refusal.h"
+
+#include <QList>
+#include <QString>
+
+class Clock;
+
+struct LauncherRequest {
+    /// The two programs, under whatever names.
+    QString launcher;
+    QString updater;
+    /// What the web server serves.
+    QString server;
+    bool dryRun = false;
+    /// Waits for the disk before a file takes the place of the older one.
+    bool flush = true;
+};
+
+struct LauncherReport {
+    struct Item {
+        /// As launchers ask for it.
+        QString name;
+        qint64 size = 0;
+        /// "added", "changed" or "unchanged".
+        QString change;
+    };
+
+    QList<Refusal> refusals;
+    /// What failed, as a sentence.
+    QString error;
+    QList<Item> items;
+};
+
+/// Publishes the launcher's own files under the names that launchers ask for.
+/// Each takes the place of the older one in one blow, the updater first, since
+/// launchers fetch it first and a new launcher may need it. A file that has not
+/// changed keeps its date, or every player would fetch it again.
+ExitCode releaseLauncher(const LauncherRequest& request, Clock& clock, LauncherReport& report);

@@ -1,0 +1,49 @@
+#include "publisher/output.h"
+
+#include <QIODevice>
+#include <QJsonDocument>
+
+using namespace Qt::StringLiterals;
+
+Output::Output(QIODevice& result, QIODevice& messages)
+    : resultDevice(result)
+    , messageDevice(messages)
+{
+}
+
+void Output::setForm(Form form)
+{
+    chosenForm = form;
+}
+
+Output::Form Output::form() const
+{
+    return chosenForm;
+}
+
+void Output::line(const QString& text)
+{
+    if (chosenForm == Form::Text)
+        resultDevice.write(text.toUtf8() + '\n');
+}
+
+void Output::set(const QString& key, const QJsonValue& value)
+{
+    document.insert(key, value);
+}
+
+void Output::error(const QString& sentence)
+{
+    messageDevice.write("halden-publish: " + sentence.toUtf8() + '\n');
+    errors.append(sentence);
+}
+
+void Output::finish(ExitCode code)
+{
+    if (chosenForm == Form::Text)
+        return;
+    if (!errors.isEmpty())
+        document.insert(u"errors"_s, errors);
+    document.insert(u"exitCode"_s, static_cast<int>(code));
+    resultDevice.write(QJsonDocument(document).toJson());
+}

@@ -1,0 +1,115 @@
+#include "publisher/probecommand.h"
+
+#include "publisher/findingreport.h"
+#include "publisher/output.h"
+#include "publisher/probe.h"
+#include "publisher/progress.h"
+
+#include <QCommandLineParser>
+#include <QEventLoop>
+#include <QFileInfo>
+
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The address as a base to which names are added, the way the launcher does.
+QUrl baseUrl(const QString& text)
+{
+    return QUrl(text.endsWith(u'/') ? text : text + u'/', QUrl::TolerantMode);
+}
+
+std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output& output)
+{
+    const QStringList arguments = parser.positionalArguments();
+    ProbeRequest request;
+    if (arguments.size() != 1) {
+        output.error(u"which server? Name one address, such as https://download.example/"_s);
+        return std::nullopt;
+    }
+    request.baseUrl = baseUrl(arguments.first());
+    const QString scheme = request.baseUrl.scheme();
+    if (!request.baseUrl.isValid() || request.baseUrl.host().isEmpty()
+        || (scheme != "https"_L1 && scheme != "http"_L1)) {
+        output.error("\""_L1 + arguments.first() + "\" is no web address"_L1);
+        return std::nullopt;
+    }
+    bool isNumber = false;
+    request.daysOfCertificate = parser.value(u"days"_s).toInt(&isNumber);
+    if (!isNumber || !FindingReport::acceptsKnownOnly(parser, output)) {
+        if (!isNumber)
+            output.error(u"--days takes a number"_s);
+        return std::nullopt;
+    }
+    request.test = parser.isSet(u"test"_s);
+    request.deep = parser.isSet(u"deep"_s);
+    request.tree = parser.value(u"tree"_s);
+    return request;
+}
+
+void inquire(Probe& probe)
+{
+    Progress progress(u"Asking"_s, {});
+    QEventLoop loop;
+    QObject::connect(
+        &probe, &Probe::received, &loop, [&](qint64 bytes) { progress.addBytes(bytes); });
+    QObject::connect(&probe, &Probe::fileDone, &loop, [&] { progress.addFile(); });
+    QObject::connect(&probe, &Probe::finished, &loop, &QEventLoop::quit);
+    probe.start();
+    loop.exec();
+}
+
+} // namespace
+
+QString ProbeCommand::name() const
+{
+    return u"probe"_s;
+}
+
+QString ProbeCommand::summary() const
+{
+    return u"asks a live server what the launchers will ask it"_s;
+}
+
+void ProbeCommand::configure(QCommandLineParser& parser) const
+{
+    parser.setApplicationDescription(
+        u"Asks for the manifest, the launcher's files and every patch file, the way launchers do, "
+        "and says what would go wrong for players."_s);
+    parser.addPositionalArgument(
+        u"url"_s, u"Where the manifests lie, such as https://download.example/."_s, u"URL"_s);
+    parser.addOptions({
+        { u"test"_s, u"The test manifest and its files as well."_s },
+        { u"deep"_s, u"Downloads every file and compares its hash."_s },
+        { u"tree"_s, u"Compares the sizes with those of this server tree."_s, u"TREE"_s },
+        { u"days"_s, u"The certificate must be valid for this many days (default 14)."_s, u"N"_s,
+          u"14"_s },
+    });
+    FindingReport::addOptions(parser);
+}
+
+ExitCode ProbeCommand::run(const QCommandLineParser& parser, Output& output)
+{
+    const std::optional<ProbeRequest> request = readRequest(parser, output);
+    if (!request)
+        return ExitCode::Usage;
+    if (!request->tree.isEmpty() && !QFileInfo(request->tree).isDir()) {
+        output.error(u"there is no folder %1"_s.arg(request->tree));
+        return ExitCode::InputOutput;
+    }
+    Probe probe(*request);
+    inquire(probe);
+    if (const auto days = probe.certificateDays()) {
+        output.line(u"The certificate is valid for %1 more days."_s.arg(*days));
+        output.set(u"certificateDays"_s, *days);
+    }
+    output.line(u"Asked for %1 files."_s.arg(probe.filesAsked()));
+    output.set(u"files"_s, probe.filesAsked());
+    const ExitCode code = FindingReport::conclude(probe.findings(), parser, output);
+    return probe.isReached() || code == ExitCode::Fine
+            || probe.findings().first().id == FindingId::ServerWithoutTls
+        ? code
+        : ExitCode::InputOutput;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "publisher/manifestdraft.h"
+#include "publisher/refusal.h"
+
+#include <QChar>
+#include <QList>
+#include <QStringList>
+
+struct SourceTree;
+
+/// What is to go from every player's client; paths relative to the client
+/// folder, with "/" or "\".
+struct RemovalRequest {
+    QStringList files;
+    QStringList folders;
+    /// As many realm entries as a player may have.
+    int realms = 0;
+};
+
+/// The entries that carry out a request, for the head of the manifest. The
+/// launcher can remove a single name per manifest: see removalplan.h.
+struct RemovalPlan {
+    QList<ManifestDraft::Entry> entries;
+    QList<Refusal> refusals;
+
+    static RemovalPlan
+    make(const RemovalRequest& request, const SourceTree& source, QChar separator);
+};

@@ -1,0 +1,180 @@
+#include "publisher/sourcetree.h"
+
+#include "publisher/names.h"
+#include "publisher/removalplan.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Names that the toolkit leaves out of its lists, with a mark for what cannot
+/// be shown: they are no text in the system's encoding.
+QStringList unreadableNames([[maybe_unused]] const QString& folder)
+{
+    QStringList names;
+#ifndef Q_OS_WIN
+    std::error_code error;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(QFileInfo(folder).filesystemFilePath(), error)) {
+        const std::string raw = entry.path().filename().string();
+        const QByteArray bytes = QByteArray::fromStdString(raw);
+        if (QFile::encodeName(QFile::decodeName(bytes)) != bytes)
+            names.append(QString::fromUtf8(bytes));
+    }
+#endif
+    return names;
+}
+
+/// Why a single name cannot be published, whatever lies behind it.
+Refusal faultOfName(const QString& path, const QString& name, bool isFolder)
+{
+    if (const QString fault = whyNotOnWindows(name); !fault.isEmpty())
+        return { u"name-not-for-windows"_s, path, u"Its name %1. Rename it."_s.arg(fault) };
+    if (name.compare(vacantName, Qt::CaseInsensitive) == 0)
+        return { u"name-reserved"_s, path,
+                 u"This name stands for \"nothing\" in manifests. Rename it."_s };
+    // The launcher builds the address from the very name of the file, so a file
+    // cannot be written in percents; a folder's address is apart from its name.
+    const QString asked = "wow-client-patch/live/x/"_L1 + name;
+    if (!isFolder && pathOnServer(u"live"_s, u"x"_s, name) != asked)
+        return { u"name-not-for-urls"_s, path,
+                 u"Launchers would ask for another address, because of a #, ? or %1 in its name. "
+                 "Rename it."_s.arg(u'%') };
+    return {};
+}
+
+class Scan {
+public:
+    Scan(const QString& root, SourceTree& target)
+        : canonicalRoot(QFileInfo(root).canonicalFilePath())
+        , tree(target)
+    {
+        visit(root, {}, { canonicalRoot });
+    }
+
+private:
+    void visit(const QString& folder, const QString& prefix, const QStringList& above)
+    {
+        // System: pipes and links that lead nowhere are looked at too.
+        const QFileInfoList found = QDir(folder).entryInfoList(
+            QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+        const QStringList unreadable = unreadableNames(folder);
+        for (const QString& name : unreadable)
+            refuse(
+                u"name-not-unicode"_s, prefix + name,
+                u"Its name is no valid UTF-8, so players could not have it. Rename it."_s);
+        QHash<QString, QString> seen;
+        for (const QFileInfo& info : found) {
+            if (isJunk(info.fileName()) && !info.isDir())
+                continue;
+            const QString path = prefix + info.fileName();
+            const QString twin = seen.value(info.fileName().toCaseFolded());
+            seen.insert(info.fileName().toCaseFolded(), info.fileName());
+            if (!twin.isEmpty())
+                refuse(
+                    u"names-differ-in-case"_s, path,
+                    u"It differs from \"%1\" only in upper and lower case, and players' disks "
+                    "hold one of the two. Rename one."_s.arg(twin));
+            add(info, path, above);
+        }
+    }
+
+    void add(const QFileInfo& info, const QString& path, const QStringList& above)
+    {
+        const Refusal fault = faultOfName(path, info.fileName(), info.isDir());
+        if (!fault.id.isEmpty())
+            tree.refusals.append(fault);
+        else if (info.isSymLink() && !leadsInside(info.canonicalFilePath()))
+            refuse(
+                u"link-leads-out"_s, path,
+                u"It is a symbolic link that leads out of the source or nowhere. Put what it "
+                "means in its place."_s);
+        else if (info.isDir())
+            enter(info, path, above);
+        else if (!info.isFile())
+            refuse(u"not-a-file"_s, path, u"It is neither a file nor a folder. Remove it."_s);
+        else if (info.size() == 0)
+            refuse(
+                u"file-empty"_s, path,
+                u"Launchers take an empty answer for \"not modified\" and never get it. Give it "
+                "at least one byte."_s);
+        else
+            tree.files.append({ path, info.size() });
+    }
+
+    void enter(const QFileInfo& info, const QString& path, const QStringList& above)
+    {
+        const QString canonical = info.canonicalFilePath();
+        if (above.contains(canonical)) {
+            refuse(
+                u"link-in-circles"_s, path,
+                u"It is a symbolic link to a folder above it. Remove it."_s);
+            return;
+        }
+        tree.folders.append(path);
+        visit(info.filePath(), path + u'/', above + QStringList{ canonical });
+    }
+
+    bool leadsInside(const QString& canonical) const
+    {
+        return canonical == canonicalRoot || canonical.startsWith(canonicalRoot + u'/');
+    }
+
+    void refuse(const QString& id, const QString& path, const QString& reason)
+    {
+        tree.refusals.append({ id, path, reason });
+    }
+
+    QString canonicalRoot;
+    SourceTree& tree;
+};
+
+} // namespace
+
+QString SourceFile::name() const
+{
+    return path.section(u'/', -1);
+}
+
+QString SourceFile::folder() const
+{
+    return path.section(u'/', 0, -2);
+}
+
+SourceTree SourceTree::scan(const QString& root)
+{
+    SourceTree tree;
+    const Scan scan(root, tree);
+    if (tree.files.isEmpty() && tree.refusals.isEmpty())
+        tree.refusals.append(
+            { u"source-empty"_s, root,
+              u"There is no file to publish. An empty manifest would leave new players without "
+              "the patch; check the path."_s });
+    std::sort(tree.folders.begin(), tree.folders.end());
+    std::sort(tree.files.begin(), tree.files.end(), [](const SourceFile& a, const SourceFile& b) {
+        return a.path < b.path;
+    });
+    return tree;
+}
+
+bool SourceTree::reaches(const QString& path) const
+{
+    const QString wanted = path.toCaseFolded();
+    const auto isAtOrBelow = [&](const QString& candidate) {
+        const QString folded = candidate.toCaseFolded();
+        return folded == wanted || folded.startsWith(wanted + u'/');
+    };
+    return std::any_of(folders.begin(), folders.end(), isAtOrBelow)
+        || std::any_of(files.begin(), files.end(), [&](const SourceFile& file) {
+               return isAtOrBelow(file.path);
+           });
+}

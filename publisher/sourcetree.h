@@ -1,0 +1,32 @@
+#pragma once
+
+#include "publisher/refusal.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+struct SourceFile {
+    /// Relative to the source, with "/".
+    QString path;
+    qint64 size = 0;
+
+    QString name() const;
+    /// Empty for a file directly in the source.
+    QString folder() const;
+};
+
+/// What lies in a folder that is laid out as the client folder. Folders and
+/// files are in the order of their paths' characters, the same on every machine;
+/// a folder stands before what is in it.
+struct SourceTree {
+    QStringList folders;
+    QList<SourceFile> files;
+    /// Everything that keeps the tree from being published.
+    QList<Refusal> refusals;
+
+    static SourceTree scan(const QString& root);
+    /// Whether the tree has this file or folder, or something below it, for a
+    /// disk that does not tell upper from lower case.
+    bool reaches(const QString& path) const;
+};

@@ -1,0 +1,139 @@
+#include "tests/publisher/buildfixture.h"
+
+#include "publisher/filework.h"
+#include "tests/support/applicationfolder.h"
+
+#include <QCryptographicHash>
+#include <QDirIterator>
+#include <QFileInfo>
+
+using namespace TestSupport;
+
+namespace BuildFixture {
+
+namespace {
+
+QString below(const QString& folder, const QString& relativePath)
+{
+    const QString path = relativePath.isEmpty() ? folder : folder + '/' + relativePath;
+    return ApplicationFolder::path(path);
+}
+
+} // namespace
+
+QString source(const QString& relativePath)
+{
+    return below("source", relativePath);
+}
+
+QString server(const QString& relativePath)
+{
+    return below("server", relativePath);
+}
+
+void put(const QString& relativePath, const QByteArray& content)
+{
+    writeFile(source(relativePath), content);
+}
+
+StandingClock::StandingClock(const QDateTime& start)
+    : time(start)
+{
+}
+
+QDateTime StandingClock::now() const
+{
+    return time;
+}
+
+void StandingClock::waitUntil(const QDateTime& moment)
+{
+    ++waits;
+    time = moment;
+}
+
+void StandingClock::forward(qint64 seconds)
+{
+    time = time.addSecs(seconds);
+}
+
+BuildRequest request()
+{
+    return {
+        .source = source(),
+        .server = server(),
+        .kind = "live",
+        .removals = { .files = {}, .folders = {}, .realms = 4 },
+        .flush = false,
+    };
+}
+
+BuildReport published(const BuildRequest& wanted)
+{
+    // Ahead of every date that the test's files have, and another one each
+    // time: the settings layer goes by size and date.
+    static qint64 publications = 0;
+    StandingClock clock(QDateTime::currentDateTimeUtc().addSecs(1000 * ++publications));
+    BuildReport report;
+    if (build(wanted, clock, report) != ExitCode::Fine)
+        qFatal(
+            "cannot publish: %s %s", qPrintable(report.error),
+            qPrintable(idsOf(report.refusals).join(' ')));
+    return report;
+}
+
+BuildReport published()
+{
+    return published(request());
+}
+
+QString placeOf(const QString& relativePath, const QString& kind)
+{
+    const QByteArray content = readFile(source(relativePath));
+    const QString md5 = QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
+    const QString folder = relativePath.section('/', 0, -2);
+    const QString name = relativePath.section('/', -1);
+    return "wow-client-patch/" + kind + '/' + (folder.isEmpty() ? md5 : folder + '/' + md5) + '/'
+        + name;
+}
+
+QMap<QString, QByteArray> filesBelow(const QString& folder)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator found(
+        folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (found.hasNext()) {
+        const QString path = found.next();
+        files.insert(path.sliced(folder.size() + 1), readFile(path));
+    }
+    return files;
+}
+
+QDateTime dateOf(const QString& path)
+{
+    return FileWork::dateOf(path);
+}
+
+void setDate(const QString& path, const QDateTime& date)
+{
+    if (const QString error = FileWork::setDate(path, date); !error.isEmpty())
+        qFatal("%s", qPrintable(error));
+}
+
+QStringList pathsOf(const QList<BuildReport::Item>& items)
+{
+    QStringList paths;
+    for (const BuildReport::Item& item : items)
+        paths.append(item.path);
+    return paths;
+}
+
+QStringList idsOf(const QList<Refusal>& refusals)
+{
+    QStringList ids;
+    for (const Refusal& refusal : refusals)
+        ids.append(refusal.id);
+    return ids;
+}
+
+} // namespace BuildFixture

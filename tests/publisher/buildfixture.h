@@ -1,0 +1,57 @@
+#pragma once
+
+#include "publisher/build.h"
+#include "publisher/clock.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+/// What the publisher's tests publish: "source" and "server" lie in the
+/// application folder.
+namespace BuildFixture {
+
+QString source(const QString& relativePath = {});
+QString server(const QString& relativePath = {});
+
+/// Writes a file of the source.
+void put(const QString& relativePath, const QByteArray& content);
+
+/// A clock that stands still; whoever waits sets it forward.
+class StandingClock : public Clock {
+public:
+    explicit StandingClock(const QDateTime& start);
+
+    QDateTime now() const override;
+    void waitUntil(const QDateTime& time) override;
+    void forward(qint64 seconds);
+
+    int waits = 0;
+
+private:
+    QDateTime time;
+};
+
+/// Live, for Windows players, one thread, without waiting for the disk.
+BuildRequest request();
+
+/// Publishes with a clock of this machine; fails the process unless it ends so.
+BuildReport published(const BuildRequest& wanted);
+BuildReport published();
+
+/// Where the server has the present content of a source file, relative to the
+/// server folder.
+QString placeOf(const QString& relativePath, const QString& kind = "live");
+
+/// Every file below a folder with its content, by relative path.
+QMap<QString, QByteArray> filesBelow(const QString& folder);
+
+QDateTime dateOf(const QString& path);
+void setDate(const QString& path, const QDateTime& date);
+
+QStringList pathsOf(const QList<BuildReport::Item>& items);
+QStringList idsOf(const QList<Refusal>& refusals);
+
+} // namespace BuildFixture

@@ -1,0 +1,475 @@
+#include "publisher/checkreading.h"
+#include "publisher/finding.h"
+#include "publisher/frame.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/testmain.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
+#include <QSettings>
+
+using namespace TestSupport;
+
+namespace {
+
+// MD5 of "abc".
+const QString hash = "900150983cd24fb0d6963f7d28e17f72";
+
+QString key(int n)
+{
+    return "file" + QString::number(n);
+}
+
+/// An entry that creates the folder Data.
+const QStringList dataFolder{ "file1=Data", "file1-dirOnly=true", "file1-pathOffset=" };
+
+QStringList folder(int n, const QString& name, const QString& offset)
+{
+    return { key(n) + "=\"" + name + '"', key(n) + "-dirOnly=true",
+             key(n) + "-pathOffset=\"" + offset + '"' };
+}
+
+QStringList
+file(int n, const QString& name, const QString& offset = "Data", const QString& md5 = hash)
+{
+    return { key(n) + "=\"" + name + '"', key(n) + "-pathOffset=\"" + offset + '"',
+             key(n) + "-hash=" + md5 };
+}
+
+QStringList
+removal(int n, const QString& name, const QString& offset = "Data", bool dirOnly = false)
+{
+    QStringList rows{ key(n) + "-save=false", key(n) + "-pathOffset=\"" + offset + '"' };
+    if (!name.isEmpty())
+        rows.append(key(n) + "=\"" + name + '"');
+    if (dirOnly)
+        rows.append(key(n) + "-dirOnly=true");
+    return rows;
+}
+
+QStringList folderRemoval(int n, const QString& name, const QString& offset)
+{
+    return removal(n, name, offset, true);
+}
+
+QStringList count(int entries)
+{
+    return { "numberOfFiles=" + QString::number(entries) };
+}
+
+struct Run {
+    ExitCode code;
+    QJsonObject json;
+    QByteArray text;
+    QByteArray messages;
+};
+
+Run run(const QStringList& arguments)
+{
+    QBuffer result;
+    QBuffer messages;
+    result.open(QIODevice::WriteOnly);
+    messages.open(QIODevice::WriteOnly);
+    const ExitCode code
+        = runCommandLine(QStringList{ "check" } + arguments, allCommands(), result, messages);
+    return { code, QJsonDocument::fromJson(result.data()).object(), result.data(),
+             messages.data() };
+}
+
+/// "identifier@entry" of each finding.
+QStringList found(const QJsonObject& json)
+{
+    QStringList all;
+    const QJsonArray findings = json.value("findings").toArray();
+    for (const QJsonValue& value : findings) {
+        const QJsonObject finding = value.toObject();
+        all.append(
+            finding.value("id").toString() + '@' + QString::number(finding.value("entry").toInt()));
+    }
+    return all;
+}
+
+} // namespace
+
+/// What `check` finds in manifests, and what it leaves alone.
+class tst_Check : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        ApplicationFolder::clear();
+    }
+
+    void finds_data()
+    {
+        QTest::addColumn<QStringList>("rows");
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QStringList>("findings");
+        addSoundRows();
+        addReadingRows();
+        addNumberingRows();
+        addPathRows();
+        addFolderRows();
+        addHashRows();
+        addRemovalRows();
+    }
+
+    void finds()
+    {
+        QFETCH(QStringList, rows);
+        QFETCH(QStringList, options);
+        QFETCH(QStringList, findings);
+        const Run checked = run(QStringList{ "--json", manifest(rows) } + options);
+        QCOMPARE(found(checked.json), findings);
+        QCOMPARE(checked.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
+        QCOMPARE(checked.messages, QByteArray());
+    }
+
+    void tree_data()
+    {
+        QTest::addColumn<QByteArray>("published");
+        QTest::addColumn<QStringList>("findings");
+        QTest::newRow("the right file") << QByteArray("abc") << QStringList();
+        QTest::newRow("another file") << QByteArray("abd") << QStringList{ "hash-mismatch@2" };
+        QTest::newRow("an empty file") << QByteArray("") << QStringList{ "file-empty@2" };
+        QTest::newRow("no file") << QByteArray() << QStringList{ "file-not-published@2" };
+    }
+
+    void tree()
+    {
+        QFETCH(QByteArray, published);
+        QFETCH(QStringList, findings);
+        const QString path = manifest(
+            count(2) + dataFolder + file(2, "ä, b.mpq") + QStringList{ "file2-urlOffset=a%20b" });
+        const QString server = ApplicationFolder::path("server");
+        if (!published.isNull())
+            writeFile(server + "/wow-client-patch/live/a b/ä, b.mpq", published);
+        QDir().mkpath(server);
+        QCOMPARE(found(run({ "--json", "--tree", server, path }).json), findings);
+        // The same through the server's folder as a whole.
+        QFile::copy(path, server + "/patch.ini");
+        QCOMPARE(found(run({ "--json", server }).json), findings);
+    }
+
+    void unreadableFileInTheTree()
+    {
+        const QString server = ApplicationFolder::path("server");
+        const QString path = server + "/wow-client-patch/live/a";
+        writeFile(path, "abc");
+        QFile::setPermissions(path, {});
+        const QString manifestPath = manifest(count(1) + file(1, "a", ""));
+        QCOMPARE(
+            found(run({ "--json", "--tree", server, manifestPath }).json),
+            QStringList{ "file-not-published@1" });
+    }
+
+    void serverTreeWithoutManifest()
+    {
+        const QString server = ApplicationFolder::path("server");
+        QDir().mkpath(server);
+        const Run checked = run({ "--json", server });
+        QCOMPARE(found(checked.json), QStringList{ "manifest-missing@0" });
+        QCOMPARE(checked.code, ExitCode::Findings);
+    }
+
+    void serverTreeWithBothManifests()
+    {
+        const QString server = ApplicationFolder::path("server");
+        const QByteArray rows = (count(1) + dataFolder).join('\n').toUtf8();
+        writeFile(server + "/patch.ini", rows);
+        writeFile(server + "/patchTest.ini", rows);
+        const QJsonArray manifests = run({ "--json", server }).json.value("manifests").toArray();
+        QCOMPARE(manifests.size(), 2);
+        QCOMPARE(manifests.at(0).toObject().value("kind").toString(), QString("live"));
+        QCOMPARE(manifests.at(1).toObject().value("kind").toString(), QString("test"));
+    }
+
+    /// Accepted findings are shown and do not count.
+    void acceptedFindings()
+    {
+        const QString path = manifest(count(1) + dataFolder + QStringList{ "oddity=1" });
+        const Run checked = run({ "--json", "--accept", "key-unknown", path });
+        QCOMPARE(found(checked.json), QStringList{ "key-unknown@0" });
+        QCOMPARE(checked.code, ExitCode::Fine);
+        const Run text = run({ "--accept", "key-unknown", path });
+        QVERIFY2(text.text.contains("no findings, 1 accepted"), text.text);
+    }
+
+    void usage_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<ExitCode>("code");
+        QTest::newRow("nothing to check") << QStringList() << ExitCode::Usage;
+        QTest::newRow("no realms") << QStringList{ "--realms", "0", "x" } << ExitCode::Usage;
+        QTest::newRow("odd separator") << QStringList{ "--separator", ":", "x" } << ExitCode::Usage;
+        QTest::newRow("odd kind") << QStringList{ "--kind", "both", "x" } << ExitCode::Usage;
+        QTest::newRow("unknown finding")
+            << QStringList{ "--accept", "all", "x" } << ExitCode::Usage;
+        QTest::newRow("no such manifest") << QStringList{ "/nowhere/x" } << ExitCode::InputOutput;
+        QTest::newRow("no such tree")
+            << QStringList{ "--tree", "/nowhere", "/nowhere/x" } << ExitCode::InputOutput;
+    }
+
+    void usage()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(ExitCode, code);
+        const Run refused = run(arguments);
+        QCOMPARE(refused.code, code);
+        QVERIFY2(!refused.messages.isEmpty(), "the refusal must say why");
+    }
+
+    /// People see the entry, the sentence, the identifier and the way out.
+    void textOfAFinding()
+    {
+        const Run checked = run({ manifest(count(2) + dataFolder + file(2, "a.mpq", "Data", "")) });
+        QVERIFY2(checked.text.contains("patch.ini, entry 2: \"a.mpq\" has no hash"), checked.text);
+        QVERIFY2(checked.text.contains("[hash-missing]\n    Set the hash"), checked.text);
+        QVERIFY2(checked.text.contains("\n1 finding\n"), checked.text);
+    }
+
+    /// What a run will do stands in the report, removals included.
+    void effects()
+    {
+        const QJsonObject json = run({ "--json", "--realms", "1",
+                                       manifest(
+                                           count(3) + removal(1, "old.mpq") + folder(2, "Data", "")
+                                           + file(3, "a.mpq")) })
+                                     .json;
+        QStringList effects;
+        const QJsonArray all
+            = json.value("manifests").toArray().at(0).toObject().value("effects").toArray();
+        for (const QJsonValue& value : all) {
+            const QJsonObject effect = value.toObject();
+            effects.append(
+                effect.value("action").toString() + ' ' + effect.value("path").toString());
+        }
+        QCOMPARE(
+            effects,
+            QStringList({ "remove-file Data\\old.mpq", "create-cache-folder live\\Data",
+                          "fetch live\\Data\\a.mpq", "remove-file Data\\old.mpq",
+                          "create-folder Data", "install Data\\a.mpq" }));
+    }
+
+    /// Whatever the settings layer writes, it also reads as it was meant.
+    void ownWritingIsSound_data()
+    {
+        QTest::addColumn<QString>("value");
+        for (const QString value :
+             { "plain", "", " blanks ", "a,b", "a;b", "Data\\deDE\\", "@at", "@Invalid()", "100%",
+               "Größe 😀", "a\"b", "#1", "a=b", "[x]", "\\x41" })
+            QTest::newRow(qPrintable('"' + value + '"')) << value;
+    }
+
+    void ownWritingIsSound()
+    {
+        QFETCH(QString, value);
+        const QString path = ApplicationFolder::path("written.ini");
+        {
+            QSettings settings(path, QSettings::IniFormat);
+            settings.setValue("file1", value);
+        }
+        const QList<Finding> findings = CheckReading::findings(path, "written.ini");
+        QVERIFY2(findings.isEmpty(), qPrintable(findings.isEmpty() ? "" : findings.first().text));
+    }
+
+    void identifiersAreUnique()
+    {
+        const QStringList all = Findings::identifiers();
+        QCOMPARE(QSet<QString>(all.cbegin(), all.cend()).size(), all.size());
+        for (int i = 0; i < all.size(); ++i) {
+            const Finding finding{ static_cast<FindingId>(i), {}, 0, {} };
+            QVERIFY2(!finding.wayOut().isEmpty(), qPrintable(all.at(i)));
+        }
+    }
+
+    void numberLists_data()
+    {
+        QTest::addColumn<QList<qint64>>("numbers");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("none") << QList<qint64>{} << "";
+        QTest::newRow("one") << QList<qint64>{ 4 } << "4";
+        QTest::newRow("two") << QList<qint64>{ 1, 2 } << "1 and 2";
+        QTest::newRow("a range") << QList<qint64>{ 2, 3, 4 } << "2 to 4";
+        QTest::newRow("mixed") << QList<qint64>{ 1, 3, 4, 5, 9 } << "1, 3 to 5 and 9";
+    }
+
+    void numberLists()
+    {
+        QFETCH(QList<qint64>, numbers);
+        QTEST(Findings::numberList(numbers), "text");
+    }
+
+private:
+    static void
+    add(const char* name, const QStringList& rows, const QStringList& findings,
+        const QStringList& options = {})
+    {
+        QTest::newRow(name) << rows << options << findings;
+    }
+
+    static void addSoundRows()
+    {
+        add("nothing at all", count(0), {});
+        add("folder and file", count(2) + dataFolder + file(2, "a.mpq"), {});
+        add("file in the client folder itself", count(1) + file(1, "a.exe", ""), {});
+        add("offset of one dot", count(1) + file(1, "a.exe", "."), {});
+        add("default offset",
+            count(2) + dataFolder + QStringList{ "file2=a", "file2-hash=" + hash }, {});
+        add("comments and a section", QStringList{ "; patch 7", "[General]" } + count(0), {});
+        add("backslashes on Windows",
+            count(2) + folder(1, "deDE", "Data\\\\") + file(2, "a.mpq", "Data\\\\deDE\\\\"), {});
+        add("a name that needs care", count(1) + file(1, "ä, b; c = 100% @.mpq", ""), {});
+    }
+
+    static void addReadingRows()
+    {
+        const QStringList sound = count(2) + dataFolder;
+        const auto named = [&](const QString& text) {
+            return sound + QStringList{ "file2=" + text, "file2-hash=" + hash };
+        };
+        add("unquoted comma", named("a,b.mpq"), { "value-misread@2", "name-missing@2" });
+        add("unquoted semicolon", named("a;b.mpq"), { "value-misread@2" });
+        add("single backslash", named("patch\\deDE"), { "value-misread@2" });
+        add("stray quotes", named("\"a\"b.mpq"), { "value-misread@2" });
+        add("special type", named("@Invalid()"), { "value-misread@2", "name-missing@2" });
+        add("backslash at the end swallows the next line",
+            count(2) + dataFolder
+                + QStringList{ "file2=a.mpq", "file2-pathOffset=Data\\", "file2-hash=" + hash },
+            { "value-misread@2", "value-misread@2", "hash-missing@2" });
+        add("yes is no boolean... and no is true",
+            sound + file(2, "a.mpq") + QStringList{ "file2-save=no" }, { "boolean-misread@2" });
+        add("misspelt key", sound + file(2, "a.mpq") + QStringList{ "file2-Hash=x" },
+            { "key-unknown@2" });
+        add("padded number", sound + file(2, "a.mpq") + QStringList{ "file02=x" },
+            { "key-unknown@2" });
+        add("key in a section",
+            sound + file(2, "a.mpq") + QStringList{ "[more]", "file2-save=true" },
+            { "key-in-section@2" });
+        add("repeated key", sound + file(2, "a.mpq") + QStringList{ "file2-hash=" + hash },
+            { "key-repeated@2" });
+        add("hash sign for a comment", sound + file(2, "a.mpq") + QStringList{ "# new" },
+            { "manifest-malformed@0" });
+        add("a web page", { "<!DOCTYPE html>", "<p>numberOfFiles=0" },
+            { "manifest-malformed@0", "count-missing@0" });
+    }
+
+    static void addNumberingRows()
+    {
+        add("no count", dataFolder, { "count-missing@0" });
+        add("a count in words", dataFolder + QStringList{ "numberOfFiles=one" },
+            { "count-misread@0" });
+        add("count too small", count(1) + dataFolder + file(2, "a.mpq"), { "count-too-small@0" });
+        add("count too large", count(3) + dataFolder + file(2, "a.mpq"), { "count-too-large@0" });
+        add("far too large", count(2'000'000'000) + dataFolder, { "count-too-large@0" });
+        add("gap", count(3) + dataFolder + file(3, "a.mpq"), { "numbering-gap@2" });
+        add("no name", count(2) + dataFolder + QStringList{ "file2-hash=" + hash },
+            { "name-missing@2" });
+    }
+
+    static void addPathRows()
+    {
+        add("folder in the name", count(2) + dataFolder + file(2, "b/a.mpq"),
+            { "name-not-one-component@2" });
+        add("out of the client", count(1) + file(1, "a", "../x"),
+            { "path-escapes@1", "folder-missing@1" });
+        add("detour", count(2) + dataFolder + file(2, "a", "Data/../Data"), { "path-dotted@2" });
+        add("absolute", count(2) + dataFolder + file(2, "a", "/Data"), { "absolute-path@2" });
+        add("drive", count(1) + file(1, "a", "C:/x"),
+            { "absolute-path@1", "name-not-for-windows@1", "folder-missing@1" });
+        add("backslash for others", count(1) + file(1, "a", "Data\\\\x"),
+            { "separator-foreign@1", "folder-missing@1" }, { "--separator", "/" });
+        add("device name", count(1) + file(1, "aux.mpq", ""), { "name-not-for-windows@1" });
+        add("letter that Windows lacks", count(1) + file(1, "a:b", ""),
+            { "name-not-for-windows@1" });
+        add("dot at the end", count(1) + file(1, "a.", ""), { "name-not-for-windows@1" });
+        add("names of Windows are no matter elsewhere", count(1) + file(1, "aux", ""), {},
+            { "--separator", "/" });
+        add("address cut at #", count(1) + file(1, "a#b", ""), { "url-changed@1" });
+        add("address decoded", count(1) + file(1, "a%41", ""), { "url-changed@1" });
+        add("encoded url offset",
+            count(1) + file(1, "a", "") + QStringList{ "file1-urlOffset=a%23b" }, {});
+        add("backslash in the url offset",
+            count(1) + file(1, "a", "") + QStringList{ "file1-urlOffset=\"a\\\\b\"" },
+            { "url-changed@1" });
+        add("one target twice", count(2) + file(1, "a", "") + file(2, "A", ""),
+            { "duplicate-target@2" });
+        add("case tells elsewhere", count(2) + file(1, "a", "") + file(2, "A", ""), {},
+            { "--separator", "/" });
+        add("file and folder", count(2) + file(1, "a", "") + folder(2, "a", ""),
+            { "target-conflict@2" });
+    }
+
+    static void addFolderRows()
+    {
+        add("no folder entry", count(1) + file(1, "a", "Fonts"), { "folder-missing@1" });
+        add("not even for Data", count(1) + file(1, "a", "Data"), { "folder-missing@1" });
+        add("folder after its file", count(2) + file(1, "a", "Fonts") + folder(2, "Fonts", ""),
+            { "folder-too-late@1" });
+        add("parent comes with the child", count(2) + folder(1, "deDE", "Data") + file(2, "a"), {});
+        add("file in a file", count(2) + file(1, "a", "") + file(2, "b", "a"),
+            { "file-as-folder@2" });
+    }
+
+    static void addHashRows()
+    {
+        add("no hash", count(1) + file(1, "a", "", ""), { "hash-missing@1" });
+        add("upper case", count(1) + file(1, "a", "", hash.toUpper()), { "hash-uppercase@1" });
+        add("too short", count(1) + file(1, "a", "", hash.left(31)), { "hash-malformed@1" });
+        add("hash of nothing", count(1) + file(1, "a", "", "d41d8cd98f00b204e9800998ecf8427e"),
+            { "file-empty@1" });
+    }
+
+    static void addRemovalRows()
+    {
+        const QStringList one{ "--realms", "1" };
+        const QStringList two{ "--realms", "2" };
+        add("removal for one realm", count(1) + removal(1, "old"), {}, one);
+        add("second realm keeps it", count(2) + removal(1, "old", "") + file(2, "a", ""),
+            { "removal-never-effective@1" }, two);
+        add("the other name goes instead", count(2) + removal(1, "old", "Fonts") + file(2, "a", ""),
+            { "removal-never-effective@1", "removal-hits-other-name@1" }, two);
+        add("both realms by one name", count(2) + removal(1, "old") + removal(2, "old", "Fonts"),
+            { "removal-from-root@2" }, two);
+        add("put back later", count(2) + removal(1, "a", "") + file(2, "a", ""),
+            { "removal-never-effective@1" }, one);
+        add("just installed", count(2) + file(1, "a", "") + removal(2, "a", ""),
+            { "removal-hits-installed-file@2", "removal-from-root@2" }, one);
+        add("just installed below a folder",
+            count(3) + folder(1, "x", "") + file(2, "a", "x") + folderRemoval(3, "x", ""),
+            { "removal-hits-installed-file@3", "removal-from-root@3" }, one);
+        add("name missing for the second realm", count(1) + folderRemoval(1, "old", "Fonts"),
+            { "removal-empties-folder@1" }, two);
+        add("own name missing", count(1) + folderRemoval(1, "", "Fonts"),
+            { "name-missing@1", "removal-empties-folder@1" }, one);
+        add("folder by the realm's number", count(1) + folderRemoval(1, "old", "Fonts"), {}, one);
+        add("name plates",
+            count(4) + file(1, "old", "halden-vacant", "") + file(2, "old", "halden-vacant", "")
+                + removal(3, "halden-vacant") + folderRemoval(4, "halden-vacant", "Fonts"),
+            {}, two);
+        add("too few name plates",
+            count(3) + file(1, "old", "halden-vacant", "") + removal(2, "halden-vacant")
+                + folderRemoval(3, "halden-vacant", "Fonts"),
+            { "removal-never-effective@2", "removal-hits-other-name@2", "removal-never-effective@3",
+              "removal-hits-other-name@3" },
+            two);
+    }
+
+    static QString manifest(const QStringList& rows)
+    {
+        // A path of its own each time: the settings layer keeps what it has read.
+        static int written = 0;
+        const QString path
+            = ApplicationFolder::path("manifests/" + QString::number(++written) + "/patch.ini");
+        writeFile(path, rows.join('\n').toUtf8() + '\n');
+        return path;
+    }
+};
+
+HALDEN_TEST_MAIN(tst_Check)
+#include "tst_check.moc"

@@ -1,0 +1,165 @@
+#include "publisher/manifestdraft.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/testmain.h"
+
+#include <QRegularExpression>
+
+using namespace TestSupport;
+
+namespace {
+
+/// A path of its own each time: the settings layer goes by size and date.
+QString written(const QByteArray& manifest)
+{
+    static int count = 0;
+    const QString path = ApplicationFolder::path(QString("patch-%1.ini").arg(++count));
+    writeFile(path, manifest);
+    return path;
+}
+
+} // namespace
+
+class tst_ManifestDraft : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        QTest::failOnWarning(QRegularExpression(".*"));
+        ApplicationFolder::clear();
+    }
+
+    void everyNameIsReadBack_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const char* name : { "plain.mpq",
+                                  "two words.mpq",
+                                  " leading blank",
+                                  "Größe der Welt.MPQ",
+                                  "a,b",
+                                  "a;b",
+                                  ";a",
+                                  "#a",
+                                  "a#b",
+                                  "@a",
+                                  "@@a",
+                                  "@Invalid()",
+                                  "@ByteArray(a)",
+                                  "@Variant(x)",
+                                  "a@b",
+                                  "100%",
+                                  "%20",
+                                  "a=b",
+                                  "[a]",
+                                  "true",
+                                  "a\"b",
+                                  "a\\b",
+                                  "\\x41",
+                                  "\xf0\x9f\x90\x89.mpq",
+                                  "x\xcc\x88",
+                                  "file1",
+                                  "a'b",
+                                  "$a ${b} %PATH%" })
+            QTest::newRow(name) << name;
+    }
+
+    void everyNameIsReadBack()
+    {
+        QFETCH(QString, name);
+        ManifestDraft draft;
+        draft.entries = { ManifestDraft::folder(name, '\\'),
+                          ManifestDraft::file("Data/" + name + "/x", name, "0cc1", '\\'),
+                          ManifestDraft::file("Data/" + name, "Data", "0cc2", '\\') };
+        const QString path = written(draft.toIni());
+        const PatchManifest manifest(path);
+        QCOMPARE(manifest.entryCount(), 3);
+        QCOMPARE(manifest.name(1), name);
+        QCOMPARE(manifest.entry(2).pathOffset, "Data\\" + name);
+        QCOMPARE(manifest.entry(2).urlOffset, name);
+        QCOMPARE(manifest.name(3), name);
+        QCOMPARE(manifest.hash(3), QString("0cc2"));
+        QCOMPARE(draft.differenceTo(path), QString());
+    }
+
+    void separatorOfThePlayers_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<char>("separator");
+        QTest::addColumn<QString>("offset");
+        QTest::newRow("Windows") << "Data/deDE/x.mpq" << '\\' << "Data\\deDE";
+        QTest::newRow("others") << "Data/deDE/x.mpq" << '/' << "Data/deDE";
+        QTest::newRow("client folder itself") << "patched_wow.exe" << '\\' << "";
+    }
+
+    void separatorOfThePlayers()
+    {
+        QFETCH(QString, path);
+        QFETCH(char, separator);
+        ManifestDraft draft;
+        draft.entries = { ManifestDraft::file(path, "u", "h", QChar(separator)),
+                          ManifestDraft::folder(path, QChar(separator)) };
+        const PatchManifest manifest(written(draft.toIni()));
+        QTEST(manifest.entry(1).pathOffset, "offset");
+        QTEST(manifest.entry(2).pathOffset, "offset");
+        QCOMPARE(manifest.entry(2).name, path.section('/', -1));
+        QCOMPARE(manifest.entry(1).action(), PatchAction::FileDownload);
+        QCOMPARE(manifest.entry(2).action(), PatchAction::FolderCreate);
+    }
+
+    void text()
+    {
+        ManifestDraft draft;
+        draft.entries = { ManifestDraft::folder("Data", '\\'),
+                          ManifestDraft::file("Data/ä.mpq", "Data/0cc", "0cc", '\\'),
+                          { { .save = false,
+                              .dirOnly = true,
+                              .pathOffset = "A\\B",
+                              .urlOffset = "",
+                              .name = "c" },
+                            "" } };
+        QCOMPARE(
+            draft.toIni(),
+            QByteArray("[General]\nnumberOfFiles=3\n"
+                       "file1=\"Data\"\nfile1-dirOnly=true\nfile1-pathOffset=\"\"\n"
+                       "file2=\"ä.mpq\"\nfile2-pathOffset=\"Data\"\nfile2-urlOffset=\"Data/0cc\"\n"
+                       "file2-hash=\"0cc\"\n"
+                       "file3=\"c\"\nfile3-save=false\nfile3-dirOnly=true\n"
+                       "file3-pathOffset=\"A\\\\B\"\n"));
+    }
+
+    void differenceIsTold_data()
+    {
+        QTest::addColumn<QByteArray>("from");
+        QTest::addColumn<QByteArray>("to");
+        QTest::addColumn<QString>("told");
+        QTest::newRow("count") << QByteArray("numberOfFiles=1") << QByteArray("numberOfFiles=2")
+                               << "2 entries instead of 1";
+        QTest::newRow("name") << QByteArray("file1=\"x\"") << QByteArray("file1=\"y\"")
+                              << "entry 1";
+        QTest::newRow("hash") << QByteArray("-hash=\"h\"") << QByteArray("-hash=\"i\"")
+                              << "entry 1";
+        QTest::newRow("url offset") << QByteArray("=\"u\"") << QByteArray("=\"v\"") << "entry 1";
+        QTest::newRow("path offset")
+            << QByteArray("=\"Data\"") << QByteArray("=\"Da\"") << "entry 1";
+        QTest::newRow("folder") << QByteArray("[General]\n")
+                                << QByteArray("[General]\nfile1-dirOnly=true\n") << "entry 1";
+        QTest::newRow("removal") << QByteArray("[General]\n")
+                                 << QByteArray("[General]\nfile1-save=false\n") << "entry 1";
+    }
+
+    void differenceIsTold()
+    {
+        QFETCH(QByteArray, from);
+        QFETCH(QByteArray, to);
+        QFETCH(QString, told);
+        ManifestDraft draft;
+        draft.entries = { ManifestDraft::file("Data/x", "u", "h", '/') };
+        QByteArray text = draft.toIni();
+        QVERIFY(text.contains(from));
+        const QString difference = draft.differenceTo(written(text.replace(from, to)));
+        QVERIFY2(difference.contains(told), qPrintable(difference));
+    }
+};
+
+HALDEN_TEST_MAIN(tst_ManifestDraft)
+#include "tst_manifestdraft.moc"

@@ -1,0 +1,447 @@
+#include "app/constants.h"
+#include "publisher/frame.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/httpsserver.h"
+#include "tests/support/testmain.h"
+
+#include <QBuffer>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <functional>
+
+using namespace TestSupport;
+
+namespace {
+
+const QDateTime published(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+const QByteArray patch(5'000, 'p');
+const QByteArray patchPath = "/wow-client-patch/live/Data/a%20b.mpq";
+const QByteArray testPatchPath = "/wow-client-patch/test/Data/a%20b.mpq";
+const QByteArray launcherPath = "/Halden-Launcher.exe";
+const QByteArray updaterPath = "/Halden-Launcher-Updater.exe";
+const QByteArray webPage = "<!DOCTYPE html><p>Bitte warten";
+
+/// What a row does to a server on which everything is right.
+using Spoil = std::function<void(HttpsServer&)>;
+
+QByteArray manifest()
+{
+    return "[General]\nnumberOfFiles=2\nfile1=Data\nfile1-dirOnly=true\nfile1-pathOffset=\n"
+           "file2=a b.mpq\nfile2-pathOffset=Data\nfile2-urlOffset=Data\nfile2-hash="
+        + QCryptographicHash::hash(patch, QCryptographicHash::Md5).toHex() + '\n';
+}
+
+HttpHeaders dated()
+{
+    return { { "Last-Modified", httpDate(published) } };
+}
+
+/// A server as the launcher needs it.
+void furnish(HttpsServer& server)
+{
+    for (const char* path : { "/patch.ini", "/patchTest.ini" })
+        server.serve(path, manifest(), published);
+    server.serve(launcherPath, QByteArray(3'000, 'l'), published);
+    server.serve(updaterPath, QByteArray(2'000, 'u'), published);
+    server.answer(patchPath, HttpAnswer::ok(patch, dated()));
+    server.answer(testPatchPath, HttpAnswer::ok(patch, dated()));
+}
+
+/// 304 only to the very same date, as nginx does by default.
+HttpsServer::Handler exactDates(const QByteArray& body)
+{
+    return [body](const HttpRequest& request) {
+        return request.header("If-Modified-Since") == httpDate(published)
+            ? HttpAnswer::notModified()
+            : HttpAnswer::ok(body, dated());
+    };
+}
+
+struct Run {
+    ExitCode code;
+    QJsonObject json;
+    QByteArray messages;
+};
+
+Run run(const QStringList& arguments)
+{
+    QBuffer result;
+    QBuffer messages;
+    result.open(QIODevice::WriteOnly);
+    messages.open(QIODevice::WriteOnly);
+    const ExitCode code = runCommandLine(
+        QStringList{ "probe", "--json" } + arguments, allCommands(), result, messages);
+    return { code, QJsonDocument::fromJson(result.data()).object(), messages.data() };
+}
+
+/// "identifier subject" of each finding, sorted: answers come in any order.
+QStringList found(const QJsonObject& json)
+{
+    QStringList all;
+    const QJsonArray findings = json.value("findings").toArray();
+    for (const QJsonValue& value : findings)
+        all.append(
+            value.toObject().value("id").toString() + ' '
+            + value.toObject().value("subject").toString());
+    all.sort();
+    return all;
+}
+
+QString host()
+{
+    return QUrl(downloadBaseUrl).host();
+}
+
+QString address(const HttpsServer& server)
+{
+    return "https://" + host() + ':' + QString::number(server.port());
+}
+
+Validity validFor(int days)
+{
+    // An hour more, so that the days are full ones.
+    return { QDateTime::currentDateTimeUtc().addDays(-1),
+             QDateTime::currentDateTimeUtc().addDays(days).addSecs(3600) };
+}
+
+} // namespace
+
+/// What `probe` finds on live servers, and what it leaves alone.
+class tst_Probe : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        trustedAuthority();
+        trustedCertificate();
+    }
+
+    void init()
+    {
+        ApplicationFolder::clear();
+    }
+
+    void finds_data()
+    {
+        QTest::addColumn<Spoil>("spoil");
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QStringList>("findings");
+        addManifestRows();
+        addFileRows();
+        addAnswerRows();
+        addDateRows();
+    }
+
+    void finds()
+    {
+        QFETCH(Spoil, spoil);
+        QFETCH(QStringList, options);
+        QFETCH(QStringList, findings);
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        spoil(server);
+        const Run probed = run(options + QStringList{ address(server) });
+        QCOMPARE(found(probed.json), findings);
+        QCOMPARE(probed.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
+        QCOMPARE(probed.messages, QByteArray());
+    }
+
+    /// Everything is asked as launchers ask, and nothing else.
+    void asksLikeLaunchers()
+    {
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        const Run probed = run({ "--deep", address(server) });
+        QCOMPARE(probed.json.value("files").toInt(), 3);
+        const QList<HttpRequest> requests = server.requests();
+        QVERIFY(requests.size() >= 10);
+        for (const HttpRequest& request : requests) {
+            QCOMPARE(request.method, QByteArray("GET"));
+            QCOMPARE(request.tls, QSsl::TlsV1_2);
+            QCOMPARE(request.header("User-Agent"), applicationDisplayName.toUtf8());
+            QVERIFY(!request.header("If-Modified-Since").isEmpty());
+        }
+        QCOMPARE(server.requestCount("/patchTest.ini"), 0);
+        QCOMPARE(server.requestCount(patchPath), 1);
+    }
+
+    void neverMoreThanFourAtOnce()
+    {
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        QByteArray rows = "numberOfFiles=30\n";
+        for (int n = 1; n <= 30; ++n)
+            rows += "file" + QByteArray::number(n) + "=f" + QByteArray::number(n) + "\nfile"
+                + QByteArray::number(n) + "-pathOffset=\nfile" + QByteArray::number(n)
+                + "-hash=" + QByteArray(32, 'a') + '\n';
+        server.serve("/patch.ini", rows, published);
+        int most = 0;
+        server.answerAnythingElse([&](const HttpRequest& request) {
+            most = std::max(most, server.openConnections());
+            return request.path.contains("halden-probe") ? HttpAnswer::status(404, "none")
+                                                         : HttpAnswer::ok("x", dated());
+        });
+        QCOMPARE(run({ address(server) }).code, ExitCode::Fine);
+        QVERIFY2(most >= 2 && most <= 4, qPrintable(QString("%1 at once").arg(most)));
+    }
+
+    void certificates_data()
+    {
+        QTest::addColumn<Validity>("validity");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QStringList>("findings");
+        const QString untrusted = "certificate-untrusted " + host();
+        QTest::newRow("long enough") << validFor(20) << host() << QStringList{};
+        QTest::newRow("soon over")
+            << validFor(5) << host() << QStringList{ "certificate-expiring " + host() };
+        QTest::newRow("over") << Validity::expired() << host() << QStringList{ untrusted };
+        QTest::newRow("not yet") << Validity::notYet() << host() << QStringList{ untrusted };
+        QTest::newRow("for another host")
+            << Validity::current() << "other.example" << QStringList{ untrusted };
+    }
+
+    void certificates()
+    {
+        QFETCH(Validity, validity);
+        QFETCH(QString, name);
+        QFETCH(QStringList, findings);
+        HttpsServer server(trustedAuthority().issue({ name }, validity));
+        server.listen(0);
+        furnish(server);
+        const Run probed = run({ address(server) });
+        QCOMPARE(found(probed.json), findings);
+        QCOMPARE(probed.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
+    }
+
+    void certificateOfAStranger()
+    {
+        const CertificateAuthority stranger;
+        HttpsServer server(stranger.issue({ host() }));
+        server.listen(0);
+        furnish(server);
+        QCOMPARE(
+            found(run({ address(server) }).json), QStringList{ "certificate-untrusted " + host() });
+    }
+
+    /// The report tells the days even when they are enough.
+    void daysOfTheCertificate()
+    {
+        HttpsServer server(trustedAuthority().issue({ host() }, validFor(20)));
+        server.listen(0);
+        furnish(server);
+        QCOMPARE(run({ address(server) }).json.value("certificateDays").toInt(), 20);
+        QCOMPARE(
+            found(run({ "--days", "30", address(server) }).json),
+            QStringList{ "certificate-expiring " + host() });
+    }
+
+    void serverWithoutTls12_data()
+    {
+        QTest::addColumn<TlsVersion>("version");
+        QTest::newRow("1.0 only") << TlsVersion::Only10;
+        QTest::newRow("1.3 only") << TlsVersion::Only13;
+    }
+
+    void serverWithoutTls12()
+    {
+        QFETCH(TlsVersion, version);
+        HttpsServer server(trustedCertificate(), version);
+        server.listen(0);
+        furnish(server);
+        const Run probed = run({ address(server) });
+        QCOMPARE(found(probed.json), QStringList{ "tls-1.2-missing " + host() });
+        QCOMPARE(probed.code, ExitCode::Findings);
+    }
+
+    void plainHttp()
+    {
+        const Run probed = run({ "http://" + host() });
+        QCOMPARE(found(probed.json), QStringList{ "server-without-tls http://" + host() + '/' });
+        QCOMPARE(probed.code, ExitCode::Findings);
+    }
+
+    void nobodyThere()
+    {
+        quint16 port = 0;
+        {
+            HttpsServer server;
+            server.listen(0);
+            port = server.port();
+        }
+        const Run probed = run({ "https://" + host() + ':' + QString::number(port) });
+        QCOMPARE(found(probed.json), QStringList{ "server-unreachable " + host() });
+        QCOMPARE(probed.code, ExitCode::InputOutput);
+    }
+
+    void tree_data()
+    {
+        QTest::addColumn<int>("localSize");
+        QTest::addColumn<QStringList>("findings");
+        QTest::newRow("same size") << int(patch.size()) << QStringList{};
+        QTest::newRow("another size") << 4'999 << QStringList{ "length-wrong patch.ini" };
+    }
+
+    void tree()
+    {
+        QFETCH(int, localSize);
+        QFETCH(QStringList, findings);
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        const QString tree = ApplicationFolder::path("server");
+        writeFile(tree + "/wow-client-patch/live/Data/a b.mpq", QByteArray(localSize, 'p'));
+        QCOMPARE(found(run({ "--tree", tree, address(server) }).json), findings);
+    }
+
+    void usage_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<ExitCode>("code");
+        QTest::newRow("no address") << QStringList{} << ExitCode::Usage;
+        QTest::newRow("two addresses")
+            << QStringList{ "https://a/", "https://b/" } << ExitCode::Usage;
+        QTest::newRow("a bare name") << QStringList{ "a.example" } << ExitCode::Usage;
+        QTest::newRow("another scheme") << QStringList{ "ftp://a/" } << ExitCode::Usage;
+        QTest::newRow("days in words")
+            << QStringList{ "--days", "many", "https://a/" } << ExitCode::Usage;
+        QTest::newRow("unknown finding")
+            << QStringList{ "--accept", "all", "https://a/" } << ExitCode::Usage;
+        QTest::newRow("no such tree")
+            << QStringList{ "--tree", "/nowhere", "https://a/" } << ExitCode::InputOutput;
+    }
+
+    void usage()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(ExitCode, code);
+        const Run refused = run(arguments);
+        QCOMPARE(refused.code, code);
+        QVERIFY2(!refused.messages.isEmpty(), "the refusal must say why");
+    }
+
+private:
+    static void
+    add(const char* name, const QStringList& findings, const Spoil& spoil,
+        const QStringList& options = {})
+    {
+        QTest::newRow(name) << spoil << options << findings;
+    }
+
+    /// One path with another answer.
+    static Spoil with(const QByteArray& path, const HttpAnswer& answer)
+    {
+        return [=](HttpsServer& server) {
+            server.answer(path, answer);
+        };
+    }
+
+    static Spoil with(const QByteArray& path, const HttpsServer::Handler& handler)
+    {
+        return [=](HttpsServer& server) {
+            server.answer(path, handler);
+        };
+    }
+
+    static void addManifestRows()
+    {
+        add("everything right", {}, [](HttpsServer&) {});
+        add("everything right to the depth", {}, [](HttpsServer&) {}, { "--deep", "--test" });
+        add("no manifest", { "manifest-missing patch.ini" },
+            with("/patch.ini", HttpAnswer::status(404)));
+        add("no test manifest", { "manifest-missing patchTest.ini" },
+            with("/patchTest.ini", HttpAnswer::status(404)), { "--test" });
+        add("test manifest not asked for", {}, with("/patchTest.ini", HttpAnswer::status(404)));
+        add("a manifest that cannot be read",
+            { "count-missing patch.ini", "later-date-answered-in-full patch.ini",
+              "manifest-malformed patch.ini" },
+            with("/patch.ini", HttpAnswer::ok("nothing of that kind")));
+        add("a manifest that is misread", { "name-missing patch.ini", "value-misread patch.ini" },
+            [](HttpsServer& server) {
+                server.serve("/patch.ini", manifest().replace("=a b.mpq", "=a,b.mpq"), published);
+            });
+        add("a web page for a manifest", { "error-page patch.ini" },
+            with("/patch.ini", HttpAnswer::ok(webPage)));
+    }
+
+    static void addFileRows()
+    {
+        add("no launcher", { "launcher-file-missing Halden-Launcher.exe" },
+            with(launcherPath, HttpAnswer::status(404)));
+        add("no updater", { "launcher-file-missing Halden-Launcher-Updater.exe" },
+            with(updaterPath, HttpAnswer::status(404)));
+        add("no patch file", { "file-missing patch.ini" },
+            with(patchPath, HttpAnswer::status(404)));
+        add("no test patch file", { "file-missing patchTest.ini" },
+            with(testPatchPath, HttpAnswer::status(404)), { "--test" });
+        add("forbidden", { "file-unreachable patch.ini" },
+            with(patchPath, HttpAnswer::status(403)));
+        add("server error", { "file-unreachable patch.ini" },
+            with(patchPath, HttpAnswer::status(503)));
+        add("connection cut", { "file-unreachable patch.ini" },
+            with(patchPath, HttpAnswer::announcing(9'000).send("some").reset()));
+        add("cut short in the depth", { "file-unreachable patch.ini" },
+            with(patchPath, HttpAnswer::announcing(9'000).send(patch).close()), { "--deep" });
+        add("another content", { "hash-mismatch patch.ini" },
+            with(patchPath, HttpAnswer::ok(QByteArray(5'000, 'q'))), { "--deep" });
+        add("another content, not looked at", {},
+            with(patchPath, HttpAnswer::ok(QByteArray(5'000, 'q'))));
+        add("empty", { "file-empty patch.ini" }, with(patchPath, HttpAnswer::ok("")));
+    }
+
+    static void addAnswerRows()
+    {
+        add("a web page for a patch file", { "error-page patch.ini" },
+            with(patchPath, HttpAnswer::ok(webPage)));
+        add("200 for whatever is missing",
+            { "missing-file-answered halden-probe-asks-for-what-is-not-there.exe",
+              "missing-file-answered "
+              "wow-client-patch/live/halden-probe-asks-for-what-is-not-there" },
+            [](HttpsServer& server) {
+                server.answerAnythingElse([](const HttpRequest&) { return HttpAnswer::ok("hm"); });
+            });
+        add("no length", { "length-missing patch.ini" },
+            with(patchPath, HttpAnswer::chunked({ patch })));
+        add("packed", { "content-encoded patch.ini" },
+            with(patchPath, HttpAnswer::ok("\x1f\x8b", { { "Content-Encoding", "gzip" } })));
+        add("named as not packed", {},
+            with(patchPath, HttpAnswer::ok(patch, { { "Content-Encoding", "identity" } })));
+        add("redirected to plain http", { "redirect-insecure patch.ini" },
+            with(patchPath, HttpAnswer::redirect("http://download.tarnwick.example/x")));
+        add("manifest redirected to plain http", { "redirect-insecure patch.ini" },
+            with("/patch.ini", HttpAnswer::redirect("http://download.tarnwick.example/x")));
+        add("redirected on the server", {}, [](HttpsServer& server) {
+            server.answer(patchPath, HttpAnswer::redirect("/elsewhere"));
+            server.answer("/elsewhere", HttpAnswer::ok(patch));
+        });
+        add("redirected in a circle", { "file-unreachable patch.ini" },
+            with(patchPath, HttpAnswer::redirect(patchPath)));
+    }
+
+    static void addDateRows()
+    {
+        for (const QByteArray& path : { QByteArray("/patch.ini"), launcherPath, updaterPath }) {
+            const QString name = path.mid(1);
+            const QByteArray body = path == "/patch.ini" ? manifest() : QByteArray("program");
+            add(qPrintable("exact dates only for " + name),
+                { "later-date-answered-in-full " + name }, with(path, exactDates(body)));
+            add(qPrintable("dates ignored for " + name),
+                { "exact-date-answered-in-full " + name, "later-date-answered-in-full " + name },
+                with(path, HttpAnswer::ok(body, dated())));
+            add(qPrintable("304 whatever the date for " + name),
+                { "earlier-date-not-answered " + name }, with(path, HttpAnswer::notModified()));
+        }
+        add("304 for a patch file", { "patch-file-not-modified patch.ini" },
+            [](HttpsServer& server) { server.serve(patchPath, patch, published); });
+    }
+};
+
+HALDEN_TEST_MAIN(tst_Probe)
+#include "tst_probe.moc"

@@ -1,0 +1,123 @@
+#include "app/constants.h"
+#include "publisher/frame.h"
+#include "tests/chain/community.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/testmain.h"
+
+#include <QBuffer>
+#include <QFile>
+#include <QProcess>
+
+using namespace TestSupport;
+
+namespace {
+
+const QString configuration = "/run/halden/nginx.conf";
+const QString altered = "/run/halden/altered.conf";
+
+struct Run {
+    ExitCode code;
+    QByteArray text;
+};
+
+Run probe(const QStringList& options)
+{
+    QBuffer result;
+    QBuffer messages;
+    result.open(QIODevice::WriteOnly);
+    messages.open(QIODevice::WriteOnly);
+    const ExitCode code = runCommandLine(
+        QStringList{ "probe" } + options + QStringList{ downloadBaseUrl }, allCommands(), result,
+        messages);
+    return { code, result.data() + messages.data() };
+}
+
+/// Starts the server with the administrators' configuration, one line of it
+/// replaced.
+void startWith(const QByteArray& line, const QByteArray& replacement)
+{
+    QByteArray all = readFile(configuration);
+    const qsizetype start = all.indexOf("include \"") + 9;
+    const QByteArray site = all.mid(start, all.indexOf('"', start) - start);
+    QByteArray rules = readFile(QString::fromUtf8(site));
+    if (!rules.contains(line))
+        qFatal("%s has no line \"%s\"", site.constData(), line.constData());
+    writeFile("/run/halden/site.conf", rules.replace(line, replacement));
+    writeFile(altered, all.replace(site, "/run/halden/site.conf"));
+    if (QProcess::execute("/usr/sbin/nginx", { "-c", altered }) != 0)
+        qFatal("nginx does not start");
+}
+
+} // namespace
+
+/// `probe` against nginx: the administrators' configuration passes, and what
+/// nginx does by default is found.
+class tst_ProbeNginx : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        community.publish();
+        community.start();
+    }
+
+    void administratorsConfiguration_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::newRow("live") << QStringList{};
+        QTest::newRow("live and test") << QStringList{ "--test" };
+        QTest::newRow("deep, with sizes")
+            << QStringList{ "--test", "--deep", "--tree", "/srv/halden" };
+    }
+
+    void administratorsConfiguration()
+    {
+        QFETCH(QStringList, options);
+        // The throw-away certificate is valid for two days.
+        const Run probed = probe(QStringList{ "--days", "0" } + options);
+        QVERIFY2(probed.text.contains("no findings\n"), probed.text);
+        QCOMPARE(probed.code, ExitCode::Fine);
+    }
+
+    void otherConfigurations_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<QByteArray>("replacement");
+        QTest::addColumn<QByteArray>("finding");
+        const QByteArray before = "if_modified_since before;";
+        QTest::newRow("nginx's default, exact dates")
+            << before << QByteArray() << QByteArray("later-date-answered-in-full");
+        QTest::newRow("no dates") << before << QByteArray("if_modified_since off;")
+                                  << QByteArray("exact-date-answered-in-full");
+        QTest::newRow("dates for patch files") << QByteArray("if_modified_since off;") << before
+                                               << QByteArray("patch-file-not-modified");
+        QTest::newRow("compression")
+            << QByteArray("gzip off;") << QByteArray("gzip on; gzip_types *; gzip_min_length 0;")
+            << QByteArray("content-encoded");
+        QTest::newRow("TLS 1.3 only")
+            << QByteArray("ssl_protocols TLSv1.2 TLSv1.3;") << QByteArray("ssl_protocols TLSv1.3;")
+            << QByteArray("tls-1.2-missing");
+        QTest::newRow("a page for whatever is missing")
+            << QByteArray("autoindex off;") << QByteArray("error_page 404 =200 /patch.ini;")
+            << QByteArray("missing-file-answered");
+    }
+
+    void otherConfigurations()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(QByteArray, replacement);
+        QFETCH(QByteArray, finding);
+        community.stop();
+        startWith(line, replacement);
+        const Run probed = probe({ "--days", "0" });
+        QVERIFY2(probed.text.contains('[' + finding + ']'), probed.text);
+        QCOMPARE(probed.code, ExitCode::Findings);
+    }
+
+private:
+    const Community community;
+};
+
+HALDEN_TEST_MAIN(tst_ProbeNginx)
+#include "tst_probenginx.moc"

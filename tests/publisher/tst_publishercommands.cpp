@@ -1,0 +1,342 @@
+#include "publisher/frame.h"
+#include "publisher/output.h"
+#include "publisher/progress.h"
+#include "tests/publisher/buildfixture.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/stderrcapture.h"
+#include "tests/support/testmain.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QRegularExpression>
+
+using namespace TestSupport;
+using namespace BuildFixture;
+
+namespace {
+
+/// One start of the program.
+struct Run {
+    explicit Run(const QStringList& arguments)
+    {
+        QBuffer result;
+        QBuffer messageBuffer;
+        result.open(QIODevice::WriteOnly);
+        messageBuffer.open(QIODevice::WriteOnly);
+        code = runCommandLine(arguments, allCommands(), result, messageBuffer);
+        text = QString::fromUtf8(result.data());
+        messages = QString::fromUtf8(messageBuffer.data());
+    }
+
+    QJsonObject json() const
+    {
+        return QJsonDocument::fromJson(text.toUtf8()).object();
+    }
+
+    ExitCode code = ExitCode::Fine;
+    QString text;
+    QString messages;
+};
+
+QStringList pathsIn(const QJsonValue& items)
+{
+    QStringList paths;
+    for (const QJsonValue item : items.toArray())
+        paths.append(item["path"].toString());
+    return paths;
+}
+
+} // namespace
+
+class tst_PublisherCommands : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        QTest::failOnWarning(QRegularExpression(".*"));
+        ApplicationFolder::clear();
+        put("Data/a.mpq", "first a");
+    }
+
+    void overviewNamesEveryCommand()
+    {
+        const Run run({ "--help" });
+        QCOMPARE(run.code, ExitCode::Fine);
+        for (const auto& command : allCommands())
+            QVERIFY2(run.text.contains("\n  " + command->name() + ' '), qPrintable(run.text));
+        QCOMPARE(run.messages, QString());
+    }
+
+    void version()
+    {
+        const Run run({ "--version" });
+        QCOMPARE(run.code, ExitCode::Fine);
+        static const QRegularExpression expected("^halden-publish \\d+\\.\\d+\\.\\d+\n$");
+        QVERIFY2(expected.match(run.text).hasMatch(), qPrintable(run.text));
+    }
+
+    void everyCommandHasHelp_data()
+    {
+        QTest::addColumn<QString>("name");
+        for (const auto& command : allCommands())
+            QTest::newRow(qPrintable(command->name())) << command->name();
+    }
+
+    void everyCommandHasHelp()
+    {
+        QFETCH(QString, name);
+        const Run run({ name, "--help" });
+        QCOMPARE(run.code, ExitCode::Fine);
+        QVERIFY2(run.text.startsWith("Usage: halden-publish " + name), qPrintable(run.text));
+        for (const char* option : { "--help", "--json" })
+            QVERIFY2(run.text.contains(option), option);
+        QCOMPARE(run.messages, QString());
+    }
+
+    void refusesAWrongCommandLine_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("said");
+        const QString from = source();
+        const QString to = server();
+        const auto row = [&](const char* name, const QStringList& arguments, const char* said) {
+            QTest::newRow(name) << arguments << said;
+        };
+        row("nothing", {}, "usage:");
+        row("unknown command", { "publish" }, "no command \"publish\"");
+        row("unknown option", { "build", from, to, "--fast" }, "fast");
+        row("option without its value", { "build", from, to, "--kind" }, "kind");
+        row("no server folder", { "build", from }, "source folder and the server folder");
+        row("three folders", { "build", from, to, to }, "source folder and the server folder");
+        row("no source", { "build", from + "/missing", to }, "there is no folder");
+        row("source is a file", { "build", from + "/Data/a.mpq", to }, "there is no folder");
+        row("server in the source", { "build", from, from + "/server" }, "in each other");
+        row("source in the server", { "build", from + "/Data", from }, "in each other");
+        row("the same folder", { "build", from, from + "/." }, "in each other");
+        row("unknown kind", { "build", from, to, "--kind", "both" }, "--kind");
+        row("unknown separator", { "build", from, to, "--separator", ":" }, "--separator");
+        row("no realms", { "build", from, to, "--realms", "0" }, "--realms");
+        row("too many realms", { "build", from, to, "--realms", "1001" }, "--realms");
+        row("no number of realms", { "build", from, to, "--realms", "many" }, "--realms");
+        row("no jobs", { "build", from, to, "--jobs", "0" }, "--jobs");
+        row("launcher without server", { "build-launcher" }, "server folder");
+        row("no launcher", { "build-launcher", to, "--updater", "/bin/true" }, "--launcher");
+        row("no updater", { "build-launcher", to, "--launcher", "/bin/true" }, "--updater");
+        row("launcher missing",
+            { "build-launcher", to, "--launcher", "/missing", "--updater", "/bin/true" },
+            "no file \"/missing\"");
+    }
+
+    void refusesAWrongCommandLine()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, said);
+        const Run run(arguments);
+        QCOMPARE(run.code, ExitCode::Usage);
+        QVERIFY2(run.messages.contains(said), qPrintable(run.messages));
+        QCOMPARE(run.text, QString());
+        QVERIFY(!QFileInfo::exists(server()));
+    }
+
+    void buildTellsPeople()
+    {
+        const Run run({ "build", source(), server(), "--no-flush" });
+        QCOMPARE(run.code, ExitCode::Fine);
+        QCOMPARE(
+            run.text,
+            QString("added     Data/a.mpq  7 B\n"
+                    "1 added, 0 changed, 0 removed, 0 unchanged.\n"
+                    "A player who is up to date fetches 7 B, a new one 7 B.\n"
+                    "Published: patch.ini is live.\n"));
+        QCOMPARE(run.messages, QString());
+    }
+
+    void buildTellsWhatRemovalMeans()
+    {
+        put("Data/b.mpq", "b");
+        published();
+        QFile::remove(source("Data/a.mpq"));
+        const Run run({ "build", source(), server(), "--dry-run", "--prune" });
+        QVERIFY2(run.text.contains("removed   Data/a.mpq"), qPrintable(run.text));
+        QVERIFY2(run.text.contains("pruned    wow-client-patch/live/Data"), qPrintable(run.text));
+        QVERIFY2(run.text.contains("Players keep what is removed"), qPrintable(run.text));
+        QVERIFY2(run.text.contains("Dry run: nothing has been written."), qPrintable(run.text));
+    }
+
+    void buildTellsMachines()
+    {
+        put("Data/b.mpq", "b");
+        published();
+        put("Data/a.mpq", "second a");
+        put("c.mpq", "c");
+        QFile::remove(source("Data/b.mpq"));
+        const Run run({ "build", source(), server(), "--json", "--no-flush", "--prune" });
+        const QJsonObject json = run.json();
+        QCOMPARE(pathsIn(json["added"]), QStringList("c.mpq"));
+        QCOMPARE(pathsIn(json["changed"]), QStringList("Data/a.mpq"));
+        QCOMPARE(pathsIn(json["removed"]), QStringList("Data/b.mpq"));
+        QCOMPARE(pathsIn(json["pruned"]).size(), 2);
+        QCOMPARE(json["bytesToUpdate"].toInt(), 9);
+        QCOMPARE(json["bytesInAll"].toInt(), 9);
+        QCOMPARE(json["unchanged"].toInt(), 0);
+        QCOMPARE(json["kind"].toString(), QString("live"));
+        QVERIFY(json["manifestChanged"].toBool());
+        QVERIFY(!json["dryRun"].toBool());
+        QCOMPARE(json["exitCode"].toInt(-1), 0);
+    }
+
+    void optionsReachTheBuild()
+    {
+        const Run run({ "build", source(), server(), "--no-flush", "--kind", "test", "--separator",
+                        "/", "--remove", "Data/old.mpq", "--remove-folder", "Interface/old.mpq",
+                        "--realms", "3", "--jobs", "1", "--rehash" });
+        QCOMPARE(run.code, ExitCode::Fine);
+        const QByteArray manifest = readFile(server("patchTest.ini"));
+        QVERIFY(manifest.contains("numberOfFiles=7"));
+        QVERIFY(manifest.contains("file3=\"old.mpq\""));
+        QVERIFY(manifest.contains("file4-save=false"));
+        QVERIFY(manifest.contains("file5-dirOnly=true"));
+    }
+
+    void refusalsAreFindings()
+    {
+        put("con.mpq", "x");
+        const Run text({ "build", source(), server() });
+        QCOMPARE(text.code, ExitCode::Findings);
+        QVERIFY2(text.text.contains("con.mpq: Its name is reserved"), qPrintable(text.text));
+        QVERIFY2(text.text.contains("[name-not-for-windows]"), qPrintable(text.text));
+        QVERIFY2(text.text.endsWith("Nothing has been published.\n"), qPrintable(text.text));
+        const QJsonObject json = Run({ "build", source(), server(), "--json" }).json();
+        QCOMPARE(json["exitCode"].toInt(), 1);
+        const QJsonObject refusal = json["refusals"].toArray().at(0).toObject();
+        QCOMPARE(refusal["id"].toString(), QString("name-not-for-windows"));
+        QCOMPARE(refusal["path"].toString(), QString("con.mpq"));
+        QVERIFY(refusal["reason"].toString().contains("device"));
+    }
+
+    void failuresAreInputOutput()
+    {
+        writeFile(server(), "a file where a folder should be");
+        const Run run({ "build", source(), server(), "--json" });
+        QCOMPARE(run.code, ExitCode::InputOutput);
+        QVERIFY2(run.messages.contains("cannot be created"), qPrintable(run.messages));
+        QCOMPARE(run.json()["exitCode"].toInt(), 3);
+        QVERIFY(run.json()["errors"].toArray().at(0).toString().contains("cannot be created"));
+    }
+
+    void usageErrorsReachMachines()
+    {
+        const Run run({ "build", "--json" });
+        QCOMPARE(run.json()["exitCode"].toInt(), 2);
+        QCOMPARE(run.json()["errors"].toArray().size(), 1);
+    }
+
+    void launcherIsPublished()
+    {
+        const QStringList arguments{ "build-launcher", server(),    "--launcher",
+                                     "/usr/bin/true",  "--updater", "/usr/bin/false",
+                                     "--no-flush" };
+        const Run dry(arguments + QStringList{ "--dry-run" });
+        QCOMPARE(dry.code, ExitCode::Fine);
+        QVERIFY2(dry.text.endsWith("Dry run: nothing has been written.\n"), qPrintable(dry.text));
+        const Run run(arguments);
+        QCOMPARE(run.code, ExitCode::Fine);
+        QVERIFY2(run.text.contains("added     Halden-Launcher.exe"), qPrintable(run.text));
+        QCOMPARE(readFile(server("Halden-Launcher.exe")), readFile("/usr/bin/true"));
+        QCOMPARE(readFile(server("Halden-Launcher-Updater.exe")), readFile("/usr/bin/false"));
+        const QJsonArray files = Run(arguments + QStringList{ "--json" }).json()["files"].toArray();
+        QCOMPARE(files.size(), 2);
+        QCOMPARE(files.at(1)["name"].toString(), QString("Halden-Launcher.exe"));
+        QCOMPARE(files.at(1)["change"].toString(), QString("unchanged"));
+    }
+
+    void launcherRefusalsAreFindings()
+    {
+        const QString page = source("Data/a.mpq");
+        const QStringList arguments{ "build-launcher", server(),        "--launcher", page,
+                                     "--updater",      "/usr/bin/false" };
+        const Run run(arguments);
+        QCOMPARE(run.code, ExitCode::Findings);
+        QVERIFY2(run.text.contains("[not-a-program]"), qPrintable(run.text));
+        const QJsonObject json = Run(arguments + QStringList{ "--json" }).json();
+        QCOMPARE(json["refusals"].toArray().at(0)["id"].toString(), QString("not-a-program"));
+    }
+
+    void progressLine_data()
+    {
+        QTest::addColumn<qint64>("files");
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<qint64>("milliseconds");
+        QTest::addColumn<QString>("line");
+        const qint64 mebibyte = 1 << 20;
+        const qint64 none = 0;
+        const qint64 second = 1000;
+        QTest::newRow("at the start")
+            << none << none << none << "copying: 0 of 12 files, 0 B of 300.0 MiB";
+        QTest::newRow("nothing read yet")
+            << none << none << second << "copying: 0 of 12 files, 0 B of 300.0 MiB";
+        QTest::newRow("on the way")
+            << qint64(4) << 100 * mebibyte << 2 * second
+            << "copying: 4 of 12 files, 100.0 MiB of 300.0 MiB, 50.0 MiB/s, 0:04 left";
+        QTest::newRow("minutes")
+            << qint64(1) << mebibyte << second
+            << "copying: 1 of 12 files, 1.0 MiB of 300.0 MiB, 1.0 MiB/s, 4:59 left";
+        QTest::newRow("at the end")
+            << qint64(12) << 300 * mebibyte << 6 * second
+            << "copying: 12 of 12 files, 300.0 MiB of 300.0 MiB, 50.0 MiB/s";
+    }
+
+    void progressLine()
+    {
+        QFETCH(qint64, files);
+        QFETCH(qint64, bytes);
+        QFETCH(qint64, milliseconds);
+        QTEST(Progress::line("copying", { files, bytes }, { 12, 300 << 20 }, milliseconds), "line");
+    }
+
+    void progressIsQuietWithoutATerminal()
+    {
+        // The tests' standard error stream is a pipe or a file.
+        QVERIFY(!Progress::isTerminal());
+        Progress progress("copying", { 1, 1 });
+        progress.addBytes(1);
+        progress.addFile();
+        QCOMPARE(progress.done().files, 1);
+        QCOMPARE(progress.done().bytes, 1);
+    }
+
+    void progressIsDrawnAndWiped()
+    {
+        StderrCapture capture;
+        {
+            Progress progress("copying", { 2, 9 }, true);
+            progress.addFile();
+            // The line is drawn a few times a second, when something counts.
+            QTRY_VERIFY((progress.addBytes(0), capture.text().contains("copying: 1 of 2 files")));
+        }
+        QVERIFY2(capture.text().endsWith("\r\033[K"), capture.text().constData());
+    }
+
+    void humanSizes_data()
+    {
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("bytes") << qint64(1023) << "1023 B";
+        QTest::newRow("kibibyte") << qint64(1024) << "1.0 KiB";
+        QTest::newRow("mebibytes") << qint64(1536) * 1024 << "1.5 MiB";
+        QTest::newRow("gibibytes") << (qint64(4) << 30) << "4.0 GiB";
+        QTest::newRow("beyond the units") << (qint64(5000) << 40) << "5000.0 TiB";
+    }
+
+    void humanSizes()
+    {
+        QFETCH(qint64, bytes);
+        QTEST(humanSize(bytes), "text");
+    }
+};
+
+HALDEN_TEST_MAIN(tst_PublisherCommands)
+#include "tst_publishercommands.moc"

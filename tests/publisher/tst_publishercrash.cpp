@@ -1,0 +1,220 @@
+#include "publisher/launcherrelease.h"
+#include "publisher/publication.h"
+#include "tests/publisher/buildfixture.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/testmain.h"
+#include "tests/update/updatefixture.h"
+#include "tests/updater/systemcalls.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+
+using namespace TestSupport;
+using namespace BuildFixture;
+
+namespace {
+
+const QString callsThatChange
+    = "openat,write,?mkdir,mkdirat,?rename,renameat,renameat2,?unlink,unlinkat,?rmdir,utimensat,"
+      "fsync,syncfs,?link,linkat,ftruncate,ioctl,flock,?chmod,fchmod";
+
+/// Runs the program under a tracer until it ends or is killed.
+void runTraced(QProcess& process, const QStringList& tracer, const QStringList& arguments)
+{
+    const QStringList command = tracer + QStringList{ HALDEN_PUBLISH } + arguments;
+    process.start(command.first(), command.mid(1));
+    if (!process.waitForFinished(30'000))
+        qFatal("%s does not end", qPrintable(command.join(' ')));
+}
+
+QProcess::ExitStatus runTraced(const QStringList& tracer, const QStringList& arguments)
+{
+    QProcess process;
+    runTraced(process, tracer, arguments);
+    return process.exitStatus();
+}
+
+void makeProgram(const QString& name, const QByteArray& version)
+{
+    writeFile(ApplicationFolder::path(name), readFile("/usr/bin/true") + version);
+}
+
+LauncherRequest release()
+{
+    return { .launcher = ApplicationFolder::path("launcher"),
+             .updater = ApplicationFolder::path("updater"),
+             .server = server(),
+             .flush = false };
+}
+
+void releaseInProcess()
+{
+    StandingClock clock(QDateTime::currentDateTimeUtc().addSecs(5));
+    LauncherReport report;
+    if (releaseLauncher(release(), clock, report) != ExitCode::Fine)
+        qFatal("%s", qPrintable(report.error));
+}
+
+/// The files of the live manifest that are missing or wrong.
+QStringList brokenFiles()
+{
+    QStringList broken;
+    const auto files = readPublication(server("patch.ini"), "live");
+    for (const PublishedFile& file : files) {
+        if (UpdateFixture::md5(readFile(server(file.serverPath))) != file.hash)
+            broken.append(file.path);
+    }
+    return broken;
+}
+
+} // namespace
+
+/// The program is killed at every call that changes something, one after the
+/// other, in a run that replaces, adds and drops files.
+class tst_PublisherCrash : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        QTest::failOnWarning(QRegularExpression(".*"));
+        ApplicationFolder::clear();
+    }
+
+    void publicationIsWholeWheneverThePublisherDies_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::newRow("publish") << QStringList();
+        QTest::newRow("publish and prune") << QStringList("--prune");
+    }
+
+    void publicationIsWholeWheneverThePublisherDies()
+    {
+        QFETCH(QStringList, options);
+        const QStringList arguments
+            = QStringList{ "build", source(), server(), "--jobs", "1" } + options;
+        const QString record = ApplicationFolder::path("calls");
+        layOut();
+        const QByteArray oldManifest = readFile(server("patch.ini"));
+        QCOMPARE(
+            runTraced(Trace::record(callsThatChange, record), arguments), QProcess::NormalExit);
+        const QByteArray newManifest = readFile(server("patch.ini"));
+        QVERIFY(newManifest != oldManifest);
+        const QList<SystemCall> calls = Trace::recordedChanges(record);
+        QVERIFY2(calls.size() > 25, qPrintable(QString::number(calls.size())));
+
+        int oldOnes = 0;
+        for (const SystemCall& call : calls) {
+            layOut();
+            QCOMPARE(runTraced(Trace::killBefore(call), arguments), QProcess::CrashExit);
+            const QByteArray live = readFile(server("patch.ini"));
+            QVERIFY2(live == oldManifest || live == newManifest, qPrintable(call.text));
+            oldOnes += live == oldManifest ? 1 : 0;
+            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text + brokenFiles().join(' ')));
+            finish();
+            QVERIFY2(readFile(server("patch.ini")) == newManifest, qPrintable(call.text));
+            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text));
+            QVERIFY2(filesBelow(server()).size() == 4, qPrintable(call.text));
+        }
+        // Both sides of the switch have been seen.
+        QVERIFY(oldOnes > 20 && oldOnes < calls.size());
+    }
+
+    void publicationIsWholeWhenTheDiskFails_data()
+    {
+        QTest::addColumn<QString>("call");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("full disk") << "write"
+                                   << "ENOSPC";
+        QTest::newRow("no folders") << "?mkdir,mkdirat"
+                                    << "EDQUOT";
+        QTest::newRow("no renames") << "?rename,renameat,renameat2"
+                                    << "EIO";
+        QTest::newRow("no dates") << "utimensat"
+                                  << "EPERM";
+        QTest::newRow("files do not reach the disk") << "syncfs"
+                                                     << "EIO";
+        QTest::newRow("the manifest does not reach the disk") << "fsync"
+                                                              << "EIO";
+    }
+
+    void publicationIsWholeWhenTheDiskFails()
+    {
+        QFETCH(QString, call);
+        QFETCH(QString, error);
+        layOut();
+        const QByteArray oldManifest = readFile(server("patch.ini"));
+        QProcess process;
+        runTraced(
+            process, Trace::fail(call, error),
+            { "build", source(), server(), "--jobs", "1", "--prune" });
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 3);
+        QVERIFY(readFile(server("patch.ini")) == oldManifest);
+        QCOMPARE(brokenFiles(), QStringList());
+        finish();
+        QVERIFY(readFile(server("patch.ini")) != oldManifest);
+        QCOMPARE(brokenFiles(), QStringList());
+    }
+
+    void programsAreWholeWheneverThePublisherDies()
+    {
+        const QStringList arguments{ "build-launcher",   server(),    "--launcher",
+                                     release().launcher, "--updater", release().updater };
+        const QString record = ApplicationFolder::path("calls");
+        layOutPrograms();
+        QCOMPARE(
+            runTraced(Trace::record(callsThatChange, record), arguments), QProcess::NormalExit);
+        const QList<SystemCall> calls = Trace::recordedChanges(record);
+        QVERIFY2(calls.size() > 8, qPrintable(QString::number(calls.size())));
+        for (const SystemCall& call : calls) {
+            layOutPrograms();
+            QCOMPARE(runTraced(Trace::killBefore(call), arguments), QProcess::CrashExit);
+            for (const char* name : { "Halden-Launcher.exe", "Halden-Launcher-Updater.exe" }) {
+                const QByteArray version = readFile(server(name)).right(3);
+                QVERIFY2(version == "old" || version == "new", qPrintable(call.text));
+            }
+            releaseInProcess();
+            QCOMPARE(readFile(server("Halden-Launcher.exe")), readFile(release().launcher));
+            QCOMPARE(readFile(server("Halden-Launcher-Updater.exe")), readFile(release().updater));
+            QCOMPARE(filesBelow(server()).size(), 2);
+        }
+    }
+
+private:
+    /// An old publication, and a source that has moved on.
+    static void layOut()
+    {
+        QDir(server()).removeRecursively();
+        QDir(source()).removeRecursively();
+        put("Data/same.mpq", "same");
+        put("Data/changed.mpq", "old");
+        put("Data/dropped.mpq", "dropped");
+        published();
+        put("Data/changed.mpq", "new");
+        put("Data/Neu/added.mpq", "added");
+        QFile::remove(source("Data/dropped.mpq"));
+    }
+
+    static void finish()
+    {
+        BuildRequest pruning = request();
+        pruning.prune = true;
+        published(pruning);
+    }
+
+    static void layOutPrograms()
+    {
+        QDir(server()).removeRecursively();
+        for (const char* name : { "launcher", "updater" })
+            makeProgram(name, "old");
+        releaseInProcess();
+        for (const char* name : { "launcher", "updater" })
+            makeProgram(name, "new");
+    }
+};
+
+HALDEN_TEST_MAIN(tst_PublisherCrash)
+#include "tst_publishercrash.moc"

@@ -1,0 +1,330 @@
+#include "tests/support/applicationfolder.h"
+#include "tests/support/testmain.h"
+#include "tests/updater/faults.h"
+#include "tests/updater/installation.h"
+#include "tests/updater/systemcalls.h"
+
+#include <QFile>
+#include <QMap>
+#include <QRandomGenerator>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <memory>
+#include <utility>
+
+namespace {
+
+const QString exchanged = "new none none";
+const QString oldAlone = "old none none";
+const QString traceFile = "/tmp/trace";
+
+/// A state of the player's folder, and what an updater makes of it.
+struct Scenario {
+    const char* name;
+    QString waiting;
+    QString kept;
+    /// Interference besides the kill.
+    QStringList wrapper;
+    QString outcome;
+};
+
+QList<Scenario> scenarios()
+{
+    return {
+        { "exchange", "new", "none", {}, exchanged },
+        { "exchange over leftovers", "new", "old", {}, exchanged },
+        { "exchange without links", "new", "none", Trace::fail(Trace::links(), "EPERM"),
+          exchanged },
+        { "program that does not start", "foreign", "none", {}, oldAlone },
+        { "web page", "page", "none", {}, oldAlone },
+        { "same launcher", "old", "none", {}, oldAlone },
+    };
+}
+
+QByteArray contentOf(const QString& what)
+{
+    if (what == "foreign")
+        return foreignProgram();
+    if (what == "page")
+        return "<!DOCTYPE html>";
+    return what == "old" ? Installation::oldLauncher() : Installation::newLauncher();
+}
+
+} // namespace
+
+/// Whatever happens to an updater: a launcher that starts stands under its name
+/// afterwards, and the next updater finishes the work.
+class tst_UpdaterFaults : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        installation = std::make_unique<Installation>(TestSupport::ApplicationFolder::path());
+        small = std::make_unique<Installation>("/small/Halden");
+        ended = endedProcess();
+        for (const Scenario& scenario : scenarios())
+            killPoints.append(findKillPoints(scenario));
+    }
+
+    void killedAtEveryStateChange_data()
+    {
+        QTest::addColumn<int>("scenario");
+        QTest::addColumn<int>("call");
+        for (int n = 0; n < scenarios().size(); ++n) {
+            for (int call = 0; call < killPoints.at(n).size(); ++call) {
+                const SystemCall point = killPoints.at(n).at(call);
+                QTest::addRow(
+                    "%s, before %s %d", scenarios().at(n).name, qPrintable(point.name),
+                    point.ordinal)
+                    << n << call;
+            }
+        }
+    }
+
+    void killedAtEveryStateChange()
+    {
+        QFETCH(int, scenario);
+        QFETCH(int, call);
+        QCOMPARE(
+            killAndFinish(scenarios().at(scenario), killPoints.at(scenario).at(call)), QString());
+    }
+
+    void exchangesUnderRandomFaults()
+    {
+        constexpr quint32 seed = 20240501;
+        QRandomGenerator random(seed);
+        QMap<QString, int> count;
+        for (int round = 0; round < HALDEN_EXCHANGES; ++round) {
+            const auto& [name, exchange] = faults.at(random.bounded(faults.size()));
+            const QString wrong = exchange(random);
+            QVERIFY2(
+                wrong.isEmpty(),
+                qPrintable(QString("round %1, %2: %3").arg(round).arg(name, wrong)));
+            ++count[name];
+        }
+        QCOMPARE(count.size(), faults.size());
+    }
+
+private:
+    using Exchange = std::function<QString(QRandomGenerator&)>;
+
+    static void arrange(const Installation& where, const Scenario& scenario)
+    {
+        where.reset();
+        where.placeWaiting(contentOf(scenario.waiting));
+        if (scenario.kept != "none")
+            where.placeKept(contentOf(scenario.kept));
+    }
+
+    /// Everything that a run nobody disturbs changes, and its end.
+    QList<SystemCall> findKillPoints(const Scenario& scenario)
+    {
+        arrange(*installation, scenario);
+        const QStringList tracer = Trace::record(Trace::stateChanging(), traceFile);
+        installation->run(ended, Trace::both(tracer, scenario.wrapper));
+        if (installation->state() != scenario.outcome)
+            qFatal("%s: %s", scenario.name, qPrintable(installation->state()));
+        QList<SystemCall> calls = Trace::recordedChanges(traceFile);
+        // One interference at a time with one call.
+        if (!scenario.wrapper.isEmpty())
+            calls.removeIf([](const SystemCall& call) { return call.name.contains("link"); });
+        return calls;
+    }
+
+    /// Empty when all is well, as with all that follow.
+    static QString wrongWithLauncher(const Installation& where)
+    {
+        const QString version = where.launcher();
+        if (version != "old" && version != "new")
+            return "the launcher in place: " + version;
+        const QString started = where.startedVersion();
+        return started == version ? QString() : "the launcher calls itself \"" + started + '"';
+    }
+
+    QString finish(const Installation& where, const QString& outcome = exchanged) const
+    {
+        const UpdaterRun run = where.run(ended);
+        if (run.code != 0 && run.code != 3 && run.code != 6)
+            return QString("the second run ends with %1").arg(run.code);
+        if (where.state() != outcome)
+            return "after the second run: " + where.state();
+        if (!where.strangers().isEmpty())
+            return "left over: " + where.strangers().join(' ');
+        return wrongWithLauncher(where);
+    }
+
+    /// A new launcher is started once; a second time only if the first updater
+    /// was killed before it could note that it had done so.
+    static QString
+    wrongWithStarts(const Installation& where, const QString& outcome, qsizetype atMost)
+    {
+        const qsizetype starts = where.starts().size();
+        const bool due = outcome == exchanged;
+        if (due ? starts >= 1 && starts <= atMost : starts == 0)
+            return {};
+        return QString("%1 launchers were started").arg(starts);
+    }
+
+    QString killAndFinish(const Scenario& scenario, const SystemCall& call)
+    {
+        arrange(*installation, scenario);
+        const QStringList killer = Trace::both(Trace::killBefore(call), scenario.wrapper);
+        if (installation->run(ended, killer).code != -1)
+            return "the updater was not killed";
+        // A program that does not start may stand there until the second run.
+        const bool foreign = scenario.waiting == "foreign";
+        QString wrong = wrongWithLauncher(*installation);
+        if (!wrong.isEmpty() && !(foreign && installation->kept() == "old"))
+            return wrong;
+        const QString unfinished = finish(*installation, scenario.outcome);
+        return unfinished.isEmpty() ? wrongWithStarts(*installation, scenario.outcome, 2)
+                                    : unfinished;
+    }
+
+    QString finishAfter(const Installation& where, const UpdaterRun& run, int code) const
+    {
+        if (run.code != code)
+            return QString("the first run ends with %1: %2").arg(run.code).arg(run.message);
+        QString wrong = wrongWithLauncher(where);
+        return wrong.isEmpty() ? finishedOnce(where) : wrong;
+    }
+
+    QString finishedOnce(const Installation& where) const
+    {
+        const QString unfinished = finish(where);
+        return unfinished.isEmpty() ? wrongWithStarts(where, exchanged, 1) : unfinished;
+    }
+
+    QString killed(QRandomGenerator& random)
+    {
+        const int scenario = random.bounded(int(killPoints.size()));
+        const QList<SystemCall>& calls = killPoints.at(scenario);
+        return killAndFinish(scenarios().at(scenario), calls.at(random.bounded(int(calls.size()))));
+    }
+
+    QString killedTwice(QRandomGenerator& random)
+    {
+        arrange(*installation, scenarios().first());
+        for (int n = 0; n < 2; ++n) {
+            const QList<SystemCall>& calls = killPoints.first();
+            // The second run may have less to do and get past the place.
+            installation->run(
+                ended, Trace::killBefore(calls.at(random.bounded(int(calls.size())))));
+            QString wrong = wrongWithLauncher(*installation);
+            if (!wrong.isEmpty())
+                return wrong;
+        }
+        const QString unfinished = finish(*installation);
+        return unfinished.isEmpty() ? wrongWithStarts(*installation, exchanged, 3) : unfinished;
+    }
+
+    QString readOnly(QRandomGenerator&)
+    {
+        installation->reset();
+        UpdaterRun run;
+        {
+            const ReadOnlyFolder folder(TestSupport::ApplicationFolder::path());
+            run = installation->run(ended);
+        }
+        return finishAfter(*installation, run, 5);
+    }
+
+    QString diskFull(QRandomGenerator& random)
+    {
+        small->reset();
+        UpdaterRun run;
+        // Where files can have two names, the exchange needs no room at all.
+        const bool links = random.bounded(2) == 0;
+        {
+            const FullDisk disk("/small");
+            run = small->run(ended, links ? QStringList() : Trace::fail(Trace::links(), "EPERM"));
+        }
+        return finishAfter(*small, run, links ? 0 : 5);
+    }
+
+    QString held(QRandomGenerator& random)
+    {
+        installation->reset();
+        // Five attempts, each of which ends with the first refusal.
+        const int first = random.bounded(1, 3);
+        const int refusals = random.bounded(1, 8);
+        const QString error = random.bounded(2) == 0 ? "EBUSY" : "EACCES";
+        UpdaterRun run;
+        {
+            const RunningLauncher user(installation->path("Halden-Launcher.exe"));
+            run = installation->run(
+                ended, Trace::fail(Trace::renames(), error, first, first + refusals - 1));
+        }
+        return finishAfter(*installation, run, refusals < 5 ? 0 : 5);
+    }
+
+    QString twice(QRandomGenerator&)
+    {
+        installation->reset();
+        RunningLauncher launcher(installation->path("Halden-Launcher.exe"));
+        const QString id = QString::number(launcher.id());
+        std::array<QProcess, 2> updaters;
+        for (QProcess& updater : updaters)
+            installation->start(updater, { id });
+        launcher.end();
+        const int one = Installation::finish(updaters[0]).code;
+        const int other = Installation::finish(updaters[1]).code;
+        if (std::min(one, other) != 0 || (std::max(one, other) != 3 && std::max(one, other) != 7))
+            return QString("the updaters end with %1 and %2").arg(one).arg(other);
+        return finishedOnce(*installation);
+    }
+
+    QString reusedId(QRandomGenerator& random)
+    {
+        installation->reset();
+        const QString other = "/tmp/other-program";
+        if (!QFile::exists(other))
+            QFile::copy(HALDEN_OLD_STANDIN, other);
+        const RunningLauncher user(other);
+        const QList<qint64> ids{ user.id(), QCoreApplication::applicationPid(), 1 };
+        const UpdaterRun run = installation->run(ids.at(random.bounded(3)));
+        return finishAfter(*installation, run, 0);
+    }
+
+    std::unique_ptr<Installation> installation;
+    std::unique_ptr<Installation> small;
+    qint64 ended = 0;
+    /// For each scenario.
+    QList<QList<SystemCall>> killPoints;
+    const QList<std::pair<QString, Exchange>> faults{
+        { "killed",
+          [this](auto& random) {
+              return killed(random);
+          } },
+        { "killed twice",
+          [this](auto& random) {
+              return killedTwice(random);
+          } },
+        { "read-only folder",
+          [this](auto& random) {
+              return readOnly(random);
+          } },
+        { "full disk",
+          [this](auto& random) {
+              return diskFull(random);
+          } },
+        { "held open",
+          [this](auto& random) {
+              return held(random);
+          } },
+        { "started twice",
+          [this](auto& random) {
+              return twice(random);
+          } },
+        { "reused id",
+          [this](auto& random) {
+              return reusedId(random);
+          } },
+    };
+};
+
+HALDEN_TEST_MAIN(tst_UpdaterFaults)
+#include "tst_updaterfaults.moc"
