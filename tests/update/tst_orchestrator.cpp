@@ -1,5 +1,6 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "tests/update/updatefixture.h"
 #include "tests/update/updaterun.h"
 

@@ -2,6 +2,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "tests/update/updatefixture.h"
 #include "update/updatingprocedures.h"
 

@@ -67,17 +67,4 @@ QDateTime someTime()
     return QDateTime(QDate(2024, 7, 14), QTime(21, 30, 5), Qt::UTC);
 }
 
-TimeZone::TimeZone(const QByteArray& rule)
-    : previous(qgetenv("TZ"))
-{
-    qputenv("TZ", rule);
-    tzset();
-}
-
-TimeZone::~TimeZone()
-{
-    qputenv("TZ", previous);
-    tzset();
-}
-
 } // namespace UpdateFixture

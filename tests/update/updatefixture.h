@@ -33,17 +33,4 @@ void setModificationTime(const QString& path, const QDateTime& time);
 /// can hold it.
 QDateTime someTime();
 
-/// Switches the process to another time zone while it lives.
-class TimeZone {
-public:
-    /// `rule` in POSIX notation, such as "TST-5" for five hours east.
-    explicit TimeZone(const QByteArray& rule);
-    ~TimeZone();
-    TimeZone(const TimeZone&) = delete;
-    TimeZone& operator=(const TimeZone&) = delete;
-
-private:
-    QByteArray previous;
-};
-
 } // namespace UpdateFixture
