@@ -26,6 +26,8 @@ QDateTime Clock::now() const
 
 void Clock::waitUntil(const QDateTime& time)
 {
+    // A moment of the wall clock announces itself by no signal; looking again
+    // after the sleep copes with a clock that is set meanwhile.
     for (qint64 left = now().msecsTo(time); left > 0; left = now().msecsTo(time))
         QThread::msleep(static_cast<unsigned long>(left));
 }
