@@ -2,9 +2,9 @@
 #include "publisher/publication.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 #include "tests/update/updatefixture.h"
-#include "tests/updater/systemcalls.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,8 +1,8 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 #include "tests/updater/faults.h"
 #include "tests/updater/installation.h"
-#include "tests/updater/systemcalls.h"
 
 #include <QDateTime>
 #include <QDir>

@@ -1,4 +1,4 @@
-#include "tests/updater/systemcalls.h"
+#include "tests/support/systemcalls.h"
 
 #include "tests/support/applicationfolder.h"
 
