@@ -5,6 +5,7 @@
 #include "publisher/names.h"
 #include "publisher/output.h"
 #include "publisher/progress.h"
+#include "publisher/removalplan.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -14,8 +15,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr int mostRealms = 1000;
 
 void addSwitches(QCommandLineParser& parser)
 {
@@ -42,28 +41,10 @@ QJsonArray toJson(const QList<BuildReport::Item>& items)
     return array;
 }
 
-QJsonArray toJson(const QList<Refusal>& refusals)
-{
-    QJsonArray array;
-    for (const Refusal& refusal : refusals)
-        array.append(QJsonObject{ { u"id"_s, refusal.id },
-                                  { u"path"_s, refusal.path },
-                                  { u"reason"_s, refusal.reason } });
-    return array;
-}
-
 void list(const QString& word, const QList<BuildReport::Item>& items, Output& output)
 {
     for (const BuildReport::Item& item : items)
         output.line(u"%1 %2  %3"_s.arg(word, -9).arg(item.path, humanSize(item.size)));
-}
-
-void showRefusals(const BuildReport& report, Output& output)
-{
-    for (const Refusal& refusal : report.refusals)
-        output.line(u"%1: %2 [%3]"_s.arg(refusal.path, refusal.reason, refusal.id));
-    output.line(u"Nothing has been published."_s);
-    output.set(u"refusals"_s, toJson(report.refusals));
 }
 
 void showOutcome(const BuildRequest& request, const BuildReport& report, Output& output)
@@ -212,7 +193,7 @@ ExitCode BuildCommand::run(const QCommandLineParser& parser, Output& output)
         showDifference(request, report, output);
         setDifference(request, report, output);
     } else if (code == ExitCode::Findings) {
-        showRefusals(report, output);
+        showRefusals(report.refusals, output);
     } else {
         output.error(report.error);
     }

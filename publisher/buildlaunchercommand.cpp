@@ -41,19 +41,6 @@ void show(const LauncherRequest& request, const LauncherReport& report, Output& 
     output.set(u"dryRun"_s, request.dryRun);
 }
 
-void showRefusals(const LauncherReport& report, Output& output)
-{
-    QJsonArray refusals;
-    for (const Refusal& refusal : report.refusals) {
-        output.line(u"%1: %2 [%3]"_s.arg(refusal.path, refusal.reason, refusal.id));
-        refusals.append(QJsonObject{ { u"id"_s, refusal.id },
-                                     { u"path"_s, refusal.path },
-                                     { u"reason"_s, refusal.reason } });
-    }
-    output.line(u"Nothing has been published."_s);
-    output.set(u"refusals"_s, refusals);
-}
-
 } // namespace
 
 QString BuildLauncherCommand::name() const
@@ -99,7 +86,7 @@ ExitCode BuildLauncherCommand::run(const QCommandLineParser& parser, Output& out
     if (code == ExitCode::Fine)
         show(request, report, output);
     else if (code == ExitCode::Findings)
-        showRefusals(report, output);
+        showRefusals(report.refusals, output);
     else
         output.error(report.error);
     return code;

@@ -18,8 +18,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int mostRealms = 100;
-
 /// What is asked for on the command line.
 struct Request {
     struct Manifest {

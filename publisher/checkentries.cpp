@@ -1,5 +1,6 @@
 #include "publisher/checkedmanifest.h"
 #include "publisher/checkreading.h"
+#include "publisher/names.h"
 #include "publisher/removalplan.h"
 
 #include <QHash>
@@ -105,14 +106,6 @@ private:
     qint64 last = 0;
 };
 
-QStringList components(const QString& path, QChar separator)
-{
-    QString slashes = path;
-    if (separator == u'\\')
-        slashes.replace(u'\\', u'/');
-    return slashes.split(u'/', Qt::SkipEmptyParts);
-}
-
 /// Whether the path leaves the folder it starts in, at any point of the way.
 bool escapes(const QStringList& names)
 {
@@ -123,20 +116,6 @@ bool escapes(const QStringList& names)
         depth += name == "."_L1 || name == ".."_L1 ? 0 : 1;
     }
     return false;
-}
-
-bool isDeviceName(const QString& name)
-{
-    static const QRegularExpression device(
-        u"^(con|prn|aux|nul|com[0-9]|lpt[0-9])$"_s, QRegularExpression::CaseInsensitiveOption);
-    return device.match(name.section(u'.', 0, 0).trimmed()).hasMatch();
-}
-
-bool isForWindows(const QString& name)
-{
-    static const QRegularExpression forbidden(u"[<>:\"|?*\\x00-\\x1f]"_s);
-    return !forbidden.match(name).hasMatch() && !name.endsWith(u'.') && !name.endsWith(u' ')
-        && !isDeviceName(name);
 }
 
 /// One entry's own properties.
@@ -180,13 +159,23 @@ private:
         return u'"' + entry.name + u'"';
     }
 
+    QStringList components(const QString& path) const
+    {
+        return RehearsalTree::split(path, players.separator);
+    }
+
+    QStringList allComponents() const
+    {
+        return components(entry.pathOffset) + components(entry.name);
+    }
+
     void checkName()
     {
         if (entry.name.isEmpty())
             add(FindingId::NameMissing,
                 u"The entry has no name: the launcher handles the whole folder where a file or "
                 "folder is meant."_s);
-        else if (components(entry.name, players.separator) != QStringList{ entry.name })
+        else if (components(entry.name) != QStringList{ entry.name })
             add(FindingId::NameNotOneComponent,
                 "The name "_L1 + named()
                     + " holds a folder; the server is asked for another "
@@ -195,8 +184,7 @@ private:
 
     void checkPath()
     {
-        const QStringList names = components(entry.pathOffset, players.separator)
-            + components(entry.name, players.separator);
+        const QStringList names = allComponents();
         static const QRegularExpression drive(u"^[A-Za-z]:"_s);
         if (entry.pathOffset.startsWith(u'/') || entry.pathOffset.startsWith(players.separator)
             || drive.match(entry.pathOffset).hasMatch())
@@ -229,14 +217,16 @@ private:
     {
         if (players.separator != u'\\')
             return;
-        const QStringList names = components(entry.pathOffset, players.separator)
-            + components(entry.name, players.separator);
+        const QStringList names = allComponents();
         for (const QString& name : names) {
-            if (name != "."_L1 && name != ".."_L1 && !isForWindows(name)) {
-                add(FindingId::NameNotForWindows,
-                    "Windows cannot hold a file or folder named \""_L1 + name + "\"."_L1);
-                return;
-            }
+            const QString fault
+                = name == "."_L1 || name == ".."_L1 ? QString() : whyNotOnWindows(name);
+            if (fault.isEmpty())
+                continue;
+            add(FindingId::NameNotForWindows,
+                u"Windows cannot hold a file or folder named \"%1\", which %2."_s.arg(
+                    name.left(40), fault));
+            return;
         }
     }
 

@@ -34,10 +34,12 @@ QString whyMissing(const PublishedEntry& entry, const QString& error)
           "unless an earlier copy is in their cache."_L1;
 }
 
-void inspect(const CheckedManifest& manifest, PublishedEntry& entry, Progress& progress)
+/// What is wrong with the file, if anything is.
+std::optional<Finding>
+inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& progress)
 {
     const auto found = [&](FindingId id, const QString& text) {
-        entry.finding = manifest.finding(id, entry.number, text);
+        return manifest.finding(id, entry.number, text);
     };
     const QString& hash = manifest.content.hashes.at(entry.number - 1);
     if (!entry.file.isFile())
@@ -51,12 +53,13 @@ void inspect(const CheckedManifest& manifest, PublishedEntry& entry, Progress& p
     const FileWork::Digest digest = FileWork::hash(entry.file.filePath(), &progress);
     progress.addFile();
     if (!digest.error.isEmpty())
-        found(FindingId::FileNotPublished, whyMissing(entry, digest.error));
-    else if (digest.md5 != hash.toLower())
-        found(
-            FindingId::HashMismatch,
-            entry.served + " has the hash "_L1 + digest.md5 + ", not \""_L1 + hash.left(40)
-                + "\": players download it at every start."_L1);
+        return found(FindingId::FileNotPublished, whyMissing(entry, digest.error));
+    if (digest.md5 == hash.toLower())
+        return std::nullopt;
+    return found(
+        FindingId::HashMismatch,
+        entry.served + " has the hash "_L1 + digest.md5 + ", not \""_L1 + hash.left(40)
+            + "\": players download it at every start."_L1);
 }
 
 QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& tree)
@@ -100,7 +103,7 @@ QList<Finding> findings(const CheckedManifest& manifest, const QString& tree)
     Progress progress(u"checking"_s, total);
     QThreadPool pool;
     for (PublishedEntry& entry : entries)
-        pool.start([&] { inspect(manifest, entry, progress); });
+        pool.start([&] { entry.finding = inspect(manifest, entry, progress); });
     pool.waitForDone();
 
     QList<Finding> found;

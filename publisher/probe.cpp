@@ -44,6 +44,13 @@ bool isHtml(const QByteArray& beginning)
     return text.startsWith("<!doctype html") || text.startsWith("<html");
 }
 
+/// Add-ons bring web pages of their own, which are no errors.
+bool isNamedLikePage(const QUrl& url)
+{
+    const QString name = url.fileName().toLower();
+    return name.endsWith(".html"_L1) || name.endsWith(".htm"_L1);
+}
+
 bool isMissing(int status)
 {
     return status == statusNotFound || status == statusGone;
@@ -144,6 +151,11 @@ bool Probe::isReached() const
     return isServerReached;
 }
 
+QString Probe::error() const
+{
+    return trouble;
+}
+
 void Probe::add(FindingId id, const QString& subject, const QString& text, qint64 entry)
 {
     found.append({ id, subject, entry, text });
@@ -189,6 +201,7 @@ void Probe::send(const Question& question)
         = manager.get(makeRequest(question.url, question.ifModifiedSince, question.tls));
     const auto reader = std::make_shared<BodyReader>(question.body == Body::Hash);
     const auto answer = std::make_shared<ProbeAnswer>();
+    answer->url = question.url;
     const auto read = [this, reply, reader, answer, body = question.body] {
         const qint64 bytes = reader->read(*reply);
         if (body == Body::Hash)
@@ -314,8 +327,10 @@ void Probe::takeManifest(const QString& name, const QString& kind, const ProbeAn
 void Probe::askFilesOf(const QString& name, const QString& kind, const QByteArray& manifest)
 {
     QTemporaryFile file;
-    if (!file.open() || file.write(manifest) != manifest.size() || !file.flush())
+    if (!file.open() || file.write(manifest) != manifest.size() || !file.flush()) {
+        trouble = u"%1 cannot be looked at: %2"_s.arg(name, file.errorString());
         return;
+    }
     found += CheckReading::findings(file.fileName(), name);
     const CheckedManifest checked{ name, file.fileName(), kind,
                                    ManifestContent::read(file.fileName(), u'\\', 0) };
@@ -431,7 +446,7 @@ bool Probe::isUsable(
             FindingId::FileUnreachable,
             "Only "_L1 + QString::number(answer.received) + " of "_L1
                 + QString::number(answer.length) + " bytes arrive."_L1);
-    if (isHtml(answer.body))
+    if (isHtml(answer.body) && !isNamedLikePage(answer.url))
         return fail(
             FindingId::ErrorPage,
             u"The server sends a web page in place of the file, with status 200: launchers "

@@ -36,6 +36,8 @@ struct ProbeRequest {
 
 /// One answer of the server, with its headers.
 struct ProbeAnswer {
+    /// What was asked for, without redirects.
+    QUrl url;
     int status = 0;
     /// Why the request failed, empty when it did not.
     QString error;
@@ -72,6 +74,9 @@ public:
     qint64 filesAsked() const;
     /// Whether the server has answered at all.
     bool isReached() const;
+    /// What went wrong on this machine, as a sentence: then the findings are not
+    /// complete. Empty when all went well.
+    QString error() const;
 
 signals:
     void finished();
@@ -133,6 +138,7 @@ private:
     QQueue<Question> waiting;
     int underWay = 0;
     bool isServerReached = false;
+    QString trouble;
     QDateTime serverTime;
     qint64 files = 0;
     QList<Finding> found;

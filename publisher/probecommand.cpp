@@ -101,15 +101,20 @@ ExitCode ProbeCommand::run(const QCommandLineParser& parser, Output& output)
     }
     Probe probe(*request);
     inquire(probe);
+    if (!probe.error().isEmpty()) {
+        output.error(probe.error());
+        return ExitCode::InputOutput;
+    }
     if (const auto days = probe.certificateDays()) {
         output.line(u"The certificate is valid for %1 more days."_s.arg(*days));
         output.set(u"certificateDays"_s, *days);
     }
     output.line(u"Asked for %1 files."_s.arg(probe.filesAsked()));
     output.set(u"files"_s, probe.filesAsked());
-    const ExitCode code = FindingReport::conclude(probe.findings(), parser, output);
+    const QList<Finding> findings = probe.findings();
+    const ExitCode code = FindingReport::conclude(findings, parser, output);
     return probe.isReached() || code == ExitCode::Fine
-            || probe.findings().first().id == FindingId::ServerWithoutTls
+            || findings.first().id == FindingId::ServerWithoutTls
         ? code
         : ExitCode::InputOutput;
 }

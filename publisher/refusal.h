@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QList>
 #include <QString>
+
+class Output;
 
 /// Something that is not published, and why.
 struct Refusal {
@@ -11,3 +14,6 @@ struct Refusal {
     /// One sentence or two, the way out included.
     QString reason;
 };
+
+/// How a command ends that has published nothing because of them.
+void showRefusals(const QList<Refusal>& refusals, Output& output);

@@ -50,14 +50,6 @@ QStringList lexicallyResolved(const QStringList& names)
     return resolved;
 }
 
-QStringList split(const QString& path, QChar separator)
-{
-    QString slashes = path;
-    if (separator == u'\\')
-        slashes.replace(u'\\', u'/');
-    return slashes.split(u'/', Qt::SkipEmptyParts);
-}
-
 /// Windows drops blanks and dots at the end of a name and does not look at case.
 QString windowsKey(const QString& name)
 {
@@ -87,6 +79,14 @@ bool RehearsalTree::isSeparator(QChar character) const
 QString RehearsalTree::key(const QString& name) const
 {
     return separator == u'\\' ? windowsKey(name) : name;
+}
+
+QStringList RehearsalTree::split(const QString& path, QChar separator)
+{
+    QString slashes = path;
+    if (separator == u'\\')
+        slashes.replace(u'\\', u'/');
+    return slashes.split(u'/', Qt::SkipEmptyParts);
 }
 
 QStringList RehearsalTree::components(const QString& path) const

@@ -47,6 +47,8 @@ public:
     /// The one spelling of a path that is the same for all that lead to the
     /// same place; ".." above the root stays at the root.
     static QString canonical(const QString& path, QChar separator);
+    /// The names in a path as they stand, "." and ".." included.
+    static QStringList split(const QString& path, QChar separator);
 
 private:
     struct Node;

@@ -20,6 +20,9 @@
 //   one that exists nowhere, so that comparing the cache deletes nothing in
 //   realm n's client, which may be of the other kind, nor below the root.
 
+/// What `build` takes care of `check` can rehearse.
+inline constexpr int mostRealms = 100;
+
 /// Stands in reserved places of a manifest; nobody has a file or folder of it.
 inline constexpr QLatin1StringView vacantName("halden-vacant");
 

@@ -7,6 +7,8 @@
 void showRealmNames(QComboBox* list)
 {
     list->clear();
-    for (int i = 1; i <= SettingsHandler::getClientCount(); ++i)
+    // Every question to the store reads its file anew.
+    const int count = SettingsHandler::getClientCount();
+    for (int i = 1; i <= count; ++i)
         list->addItem(SettingsHandler::getRealmName(i));
 }

@@ -8,6 +8,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -30,6 +31,12 @@ void deleteOldFile(const QString& target, const QString& name, const QString& fo
     qDebug() << "result of deletion: " << deleted;
 }
 
+/// Whoever opens a pipe waits until somebody writes into it, maybe for ever.
+bool copyRegularFile(const QString& source, const QString& target)
+{
+    return QFileInfo(source).isFile() && QFile::copy(source, target);
+}
+
 void installFile(const Client& client, qint64 n, const PatchManifestEntry& entry)
 {
     const QString source
@@ -38,7 +45,7 @@ void installFile(const Client& client, qint64 n, const PatchManifestEntry& entry
     const QString target = folder + QDir::separator() + entry.name;
     deleteOldFile(target, entry.name, folder);
     // The two texts are swapped on purpose; whoever reads these logs knows them so.
-    if (QFile::copy(source, target))
+    if (copyRegularFile(source, target))
         qDebug() << "could not write file " << entry.name << " into " << folder;
     else
         qDebug() << "copy of file  " << entry.name << " into " << folder << "succeded";

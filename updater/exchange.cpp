@@ -214,10 +214,11 @@ ExitCode Exchange::start()
 void Exchange::putBack() const
 {
     if (!isThere(kept))
-        return log.write("there is no old launcher to put back");
-    if (const Problem problem = insist([this] { return moveOver(kept, launcher); }))
-        return log.write("could not put the old launcher back: " + *problem);
-    log.write("put the old launcher back");
+        log.write("there is no old launcher to put back");
+    else if (const Problem problem = insist([this] { return moveOver(kept, launcher); }))
+        log.write("could not put the old launcher back: " + *problem);
+    else
+        log.write("put the old launcher back");
 }
 
 Problem Exchange::dropKept() const

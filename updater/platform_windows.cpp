@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cwchar>
+
 #include <windows.h>
 
 namespace Updater {

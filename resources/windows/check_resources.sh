@@ -1,18 +1,19 @@
 #!/bin/sh
-# Builds a trivial Windows program with the launcher's resources and reads them
-# back out of it.
+# Reads the launcher's resources back out of PROGRAM, or of a trivial Windows
+# program that it builds with them.
 #
-#   check_resources.sh SOURCE_DIR WORK_DIR
+#   check_resources.sh SOURCE_DIR WORK_DIR [PROGRAM]
 #
 # SOURCE_DIR is the project's top folder; WORK_DIR is made and may be thrown away.
 # Exit codes: 0 good, 1 a resource is wrong, 2 wrong call, 77 a tool is missing.
 set -eu
 
-[ $# -eq 2 ] || { echo "usage: $0 SOURCE_DIR WORK_DIR" >&2; exit 2; }
+[ $# -eq 2 ] || [ $# -eq 3 ] || { echo "usage: $0 SOURCE_DIR WORK_DIR [PROGRAM]" >&2; exit 2; }
 
 resources=$(cd "$1/resources" && pwd)
 mkdir -p "$2"
 work=$(cd "$2" && pwd)
+program=${3:-$work/trivial.exe}
 prefix=${HALDEN_MINGW_PREFIX:-x86_64-w64-mingw32-}
 failures=0
 
@@ -22,7 +23,9 @@ fail() {
     failures=$((failures + 1))
 }
 
-for tool in cc "${prefix}windres" "${prefix}as" "${prefix}ld" wrestool icotool python3; do
+needed="wrestool icotool python3"
+[ $# -eq 3 ] || needed="cc ${prefix}windres ${prefix}as ${prefix}ld $needed"
+for tool in $needed; do
     command -v "$tool" >/dev/null 2>&1 || {
         echo "check_resources: $tool is missing; install a C compiler, binutils-mingw-w64-x86-64, icoutils and python3" >&2
         exit 77
@@ -41,12 +44,12 @@ build_program() {
 
 extract() { # TYPE NAME FILE [--raw]
     rm -f "$3"
-    wrestool --extract ${4:+"$4"} --type="$1" --name="$2" --output="$3" "$work/trivial.exe" 2>/dev/null || true
+    wrestool --extract ${4:+"$4"} --type="$1" --name="$2" --output="$3" "$program" 2>/dev/null || true
     [ -s "$3" ]
 }
 
 check_icon() {
-    if [ "$(wrestool --list --type=14 "$work/trivial.exe" | grep -c "^--type=14 ")" != 1 ]; then
+    if [ "$(wrestool --list --type=14 "$program" | grep -c "^--type=14 ")" != 1 ]; then
         fail "the program has not exactly one icon group" "keep one ICON line in windows/launcher.rc.in"
     fi
     if ! extract 14 IDI_ICON1 "$work/icon.ico"; then
@@ -170,7 +173,7 @@ sys.exit(1 if wrong else 0)
 PYTHON
 }
 
-if ! build_program; then
+if [ $# -eq 2 ] && ! build_program; then
     fail "the resources do not compile" "see the message above; the resource script is $work/launcher.rc"
     exit 1
 fi

@@ -1,5 +1,6 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 
 #include <QDir>
@@ -29,6 +30,8 @@ public:
         process.setWorkingDirectory(path());
         // The toolkit would complain about a missing one, in the first line.
         setVariable("XDG_RUNTIME_DIR", runtimeFolder());
+        // Without it a program with windows tells Windows' debuggers.
+        setVariable("QT_FORCE_STDERR_LOGGING", "1");
         setVariable("QT_MESSAGE_PATTERN", "%{appname}|%{type}|%{message}");
     }
     ~Launcher()
@@ -88,19 +91,24 @@ private:
     QByteArray output;
 };
 
-/// Puts a program that notes its arguments and its working folder in the place
-/// of the updater, and a newer launcher for it to install.
+/// Puts a program that reports its starts in the place of the updater, and a newer
+/// launcher for it to install.
 void placeUpdater()
 {
-    const QString updater = Launcher::path("Halden-Launcher-Updater.exe");
-    writeFile(updater, "#!/bin/sh\nprintf '%s|' \"$@\" \"$(pwd -P)\" >> updater.txt\n");
-    QVERIFY(QFile::setPermissions(updater, QFile::permissions(updater) | QFile::ExeOwner));
+    placeReporter(Launcher::path("Halden-Launcher-Updater.exe"), Launcher::path("updater.txt"));
     writeFile(Launcher::path("Halden-Launcher.tmp"), "newer");
 }
 
-QByteArray updaterCall(const Launcher& launcher)
+/// How the launcher starts the updater.
+QStringList updaterCall(const Launcher& launcher)
 {
-    return QByteArray::number(launcher.process.processId()) + '|' + Launcher::path().toUtf8() + '|';
+    return { Launcher::path("Halden-Launcher-Updater.exe"), Launcher::path(),
+             QString::number(launcher.process.processId()) };
+}
+
+QList<QStringList> updaterCalls()
+{
+    return reportedStarts(Launcher::path("updater.txt"));
 }
 
 QStringList ownResources()
@@ -202,11 +210,11 @@ private slots:
         placeUpdater();
         launcher.start();
         QVERIFY(launcher.process.waitForStarted());
-        const QByteArray call = updaterCall(launcher);
+        const QStringList call = updaterCall(launcher);
         QVERIFY(launcher.process.waitForFinished());
         QCOMPARE(launcher.process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(launcher.process.exitCode(), 0);
-        QTRY_VERIFY(readFile(Launcher::path("updater.txt")).startsWith(call));
+        QTRY_COMPARE(updaterCalls().value(0), call);
         QVERIFY2(
             !launcher.log().contains("Launcher|debug|clientUpdateIsCalled"),
             "The launcher went on although it had been handed over");
@@ -218,8 +226,7 @@ private slots:
         placeUpdater();
         launcher.start();
         QTRY_COMPARE(launcher.log().count("Launcher|debug|now copy Data into Client"), 2);
-        QTRY_COMPARE(
-            readFile(Launcher::path("updater.txt")), updaterCall(launcher) + updaterCall(launcher));
+        QTRY_COMPARE(updaterCalls(), QList<QStringList>(2, updaterCall(launcher)));
         QVERIFY2(launcher.isRunning(), "The program ended under the player's hands");
         QVERIFY(!QFile::exists(Launcher::path("Settings/realms.ini")));
     }

@@ -4,26 +4,77 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
 #include <QUrl>
 
 namespace {
 
+const QString sourceFolder = "/srv/patch";
 const QString treeFolder = "/srv/halden";
 const QString accessLog = "/run/halden/access.log";
 const QString serverPid = "/run/halden/nginx.pid";
 
+void run(const QString& program, const QStringList& arguments)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    // The server inherits whatever is open and would keep a pipe open for ever.
+    process.setStandardOutputFile("/run/program.log", QIODevice::Truncate);
+    process.start(program, arguments);
+    if (process.waitForFinished(120'000) && process.exitStatus() == QProcess::NormalExit
+        && process.exitCode() == 0)
+        return;
+    qFatal(
+        "%s failed: %s", qPrintable(program),
+        TestSupport::readFile("/run/program.log").constData());
+}
+
 void runScript(const QString& name, const QStringList& arguments)
 {
-    QProcess script;
-    script.setProcessChannelMode(QProcess::MergedChannels);
-    // The server inherits whatever is open and would keep a pipe open for ever.
-    script.setStandardOutputFile("/run/script.log", QIODevice::Truncate);
-    script.start(HALDEN_SCRIPTS_FOLDER "/" + name, arguments);
-    if (script.waitForFinished() && script.exitCode() == 0)
-        return;
-    qFatal("%s failed: %s", qPrintable(name), TestSupport::readFile("/run/script.log").constData());
+    run(HALDEN_SCRIPTS_FOLDER "/" + name, arguments);
+}
+
+/// The players of the tests are on this system.
+void publishKind(const QString& kind, const QStringList& options)
+{
+    run(HALDEN_PUBLISH,
+        QStringList{ "build", "--no-flush", "--kind", kind, "--separator", "/" } + options
+            + QStringList{ sourceFolder + '/' + kind, treeFolder });
+}
+
+/// Everything is old, so that whatever a player has downloaded is newer.
+void date(const QString& folder)
+{
+    run("find", { folder, "-exec", "touch", "--date=2024-05-01T08:00:00Z", "{}", "+" });
+}
+
+void replaceFolder(const QString& folder, const QString& prepared)
+{
+    QDir(folder).removeRecursively();
+    run("cp", { "--archive", prepared, folder });
+}
+
+/// Publishing waits for the clock several times, so it is done once for each
+/// number of files; every test begins with a copy.
+void prepare(int files, const QString& shelf)
+{
+    QDir(sourceFolder).removeRecursively();
+    QDir(treeFolder).removeRecursively();
+    runScript(
+        "make-source-tree",
+        { "--files", QString::number(files), "--largest", "200000", sourceFolder });
+    publishKind("live", {});
+    publishKind("test", {});
+    run(HALDEN_PUBLISH,
+        { "build-launcher", "--no-flush", "--launcher", HALDEN_LAUNCHER_PROGRAM, "--updater",
+          HALDEN_SHIPPED_UPDATER, treeFolder });
+    run("cp", { sourceFolder + "/launcher.info", treeFolder });
+    date(treeFolder);
+    QDir().mkpath(shelf);
+    run("cp", { "--archive", sourceFolder, shelf + "/source" });
+    run("cp", { "--archive", treeFolder, shelf + "/tree" });
 }
 
 /// "GET /a%20b 200 17" as "200 /a b".
@@ -42,17 +93,23 @@ Community::~Community()
 
 void Community::publish(int files) const
 {
-    QDir(treeFolder).removeRecursively();
-    runScript(
-        "make-server-tree",
-        { "--files", QString::number(files), "--largest", "200000", treeFolder });
+    const QString shelf = "/srv/prepared/" + QString::number(files);
+    if (!QFile::exists(shelf + "/tree"))
+        prepare(files, shelf);
+    replaceFolder(sourceFolder, shelf + "/source");
+    replaceFolder(treeFolder, shelf + "/tree");
 }
 
-void Community::publishManifests(const QStringList& options) const
+void Community::publishChanges(const QStringList& options) const
 {
-    runScript(
-        "make-server-tree",
-        QStringList{ "--manifests-only" } + options + QStringList{ treeFolder });
+    publishKind("live", options);
+    publishKind("test", options);
+}
+
+QString Community::sourcePath(const QString& kind, const QString& name)
+{
+    const QString folder = sourceFolder + '/' + kind;
+    return name.isEmpty() ? folder : folder + '/' + name;
 }
 
 QString Community::path(const QString& relativePath) const
@@ -67,7 +124,9 @@ QString Community::patchPath(const QString& kind, const QString& name) const
 
 QString Community::patchRequest(const QString& kind, const QString& name) const
 {
-    return "/wow-client-patch/" + kind + '/' + name;
+    const QString md5 = TestSupport::md5(TestSupport::readFile(sourcePath(kind, name)));
+    const QFileInfo file(name);
+    return "/wow-client-patch/" + kind + '/' + file.path() + '/' + md5 + '/' + file.fileName();
 }
 
 void Community::start() const

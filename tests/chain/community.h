@@ -3,10 +3,10 @@
 #include <QString>
 #include <QStringList>
 
-/// What a community publishes, and the web server it publishes with. The tree is
-/// made by scripts/make-server-tree and served by scripts/serve-community, both
-/// from the folder of the sandbox that the server's configuration names. Failing
-/// scripts end the process.
+/// A community: an admin's folders of patch files, which halden-publish turns into
+/// a server tree, and the web server. scripts/make-source-tree fills the folders,
+/// scripts/serve-community serves the tree, which stands in the folder of the
+/// sandbox that the server's configuration names. Whatever fails ends the process.
 class Community {
 public:
     Community() = default;
@@ -15,15 +15,19 @@ public:
     Community(const Community&) = delete;
     Community& operator=(const Community&) = delete;
 
-    /// Replaces all that is published. `files` small patch files of each kind,
-    /// everything dated 1 May 2024.
+    /// Starts over: `files` small patch files of each kind, everything published
+    /// and dated 1 May 2024.
     void publish(int files = 6) const;
-    /// Lists the patch files at hand in new manifests, dated now.
-    void publishManifests(const QStringList& options = {}) const;
+    /// Publishes the admin's folders as they are now, both kinds with these
+    /// further options of `halden-publish build`.
+    void publishChanges(const QStringList& options = {}) const;
 
+    /// Absolute path of a file that the admin publishes, or of all of a kind.
+    static QString sourcePath(const QString& kind, const QString& name = {});
     /// Absolute path of something published.
     QString path(const QString& relativePath) const;
-    /// Absolute path of a patch file, and the path under which it is asked for.
+    /// Absolute path of a published patch file, and the path under which it is
+    /// asked for; by the admin's present content of the file.
     QString patchPath(const QString& kind, const QString& name) const;
     QString patchRequest(const QString& kind, const QString& name) const;
 

@@ -74,7 +74,10 @@ qsizetype LauncherProcess::linesStartingWith(const QString& prefix) const
 
 qsizetype LauncherProcess::failedCopies() const
 {
-    return linesStartingWith("copy of file");
+    // The name plates of removals have nothing to copy; they say so in their folder.
+    return std::count_if(log.begin(), log.end(), [](const QString& line) {
+        return line.startsWith("copy of file") && !line.contains("/halden-vacant");
+    });
 }
 
 QString LauncherProcess::lastLines() const

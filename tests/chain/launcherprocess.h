@@ -29,7 +29,7 @@ public:
     /// Number of log lines that begin like this.
     qsizetype linesStartingWith(const QString& prefix) const;
     /// Files that could not be copied into a client; the log's own words for it
-    /// are the wrong way round.
+    /// are the wrong way round. What removals need for their sake does not count.
     qsizetype failedCopies() const;
     /// For the message of a failed check.
     QString lastLines() const;

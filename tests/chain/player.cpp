@@ -1,11 +1,10 @@
 #include "tests/chain/player.h"
 
+#include "tests/chain/community.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/widgets.h"
 
-#include <QCryptographicHash>
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QMap>
@@ -17,34 +16,15 @@ namespace {
 
 const QString clientsFolder = "/home/player/clients";
 
-QString manifestName(const QString& kind)
+/// How many files a manifest of the player's lists.
+int listedFiles(const QString& manifestName)
 {
-    return kind == "live" ? "patch.ini" : "patchTest.ini";
-}
-
-QString md5(const QByteArray& content)
-{
-    return QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
-}
-
-QString publishedManifest(const QString& kind)
-{
-    return "/srv/halden/" + manifestName(kind);
-}
-
-/// File name below the client and hash of every file that is to be there.
-QMap<QString, QString> listedFiles(const QString& manifestPath)
-{
-    QMap<QString, QString> listed;
-    const QSettings manifest(manifestPath, QSettings::IniFormat);
+    const QSettings manifest(path("Settings/" + manifestName), QSettings::IniFormat);
     const int count = manifest.value("numberOfFiles").toInt();
-    for (int n = 1; n <= count; ++n) {
-        const QString key = "file" + QString::number(n);
-        const QString hash = manifest.value(key + "-hash").toString();
-        const QString offset = manifest.value(key + "-pathOffset").toString();
-        if (!hash.isEmpty())
-            listed.insert(offset + '/' + manifest.value(key).toString(), hash);
-    }
+    int listed = 0;
+    for (int n = 1; n <= count; ++n)
+        listed
+            += manifest.value("file" + QString::number(n) + "-hash").toString().isEmpty() ? 0 : 1;
     return listed;
 }
 
@@ -75,22 +55,17 @@ QString Player::cachePath(const QString& kind, const QString& name) const
     return path("ClientDataStorage/" + kind + '/' + name);
 }
 
-QStringList Player::publishedFiles(const QString& kind) const
-{
-    return listedFiles(publishedManifest(kind)).keys();
-}
-
 QStringList Player::wrongInClient(const QString& kind) const
 {
     QStringList wrong;
-    const QMap<QString, QString> listed = listedFiles(publishedManifest(kind));
-    if (listed.isEmpty())
-        wrong.append("the manifest lists nothing");
-    for (auto file = listed.begin(); file != listed.end(); ++file) {
+    const QMap<QString, QByteArray> meant = TestSupport::filesBelow(Community::sourcePath(kind));
+    if (meant.isEmpty())
+        wrong.append("nothing has been published");
+    for (auto file = meant.begin(); file != meant.end(); ++file) {
         const QString installed = clientPath(kind, file.key());
         if (!QFile::exists(installed))
             wrong.append("missing: " + file.key());
-        else if (md5(TestSupport::readFile(installed)) != file.value())
+        else if (TestSupport::readFile(installed) != file.value())
             wrong.append("different: " + file.key());
     }
     return wrong;
@@ -109,18 +84,5 @@ QStringList Player::wrongInClients() const
 
 int Player::copiesPerRun() const
 {
-    return static_cast<int>(
-        listedFiles(path("Settings/patch.ini")).size()
-        + listedFiles(path("Settings/patchTest.ini")).size());
-}
-
-void Player::ageManifests() const
-{
-    const QDateTime hourAgo = QDateTime::currentDateTimeUtc().addSecs(-3600);
-    for (const QString name : { "patch.ini", "patchTest.ini" }) {
-        QFile file(path("Settings/" + name));
-        if (!file.open(QIODevice::ReadWrite)
-            || !file.setFileTime(hourAgo, QFileDevice::FileModificationTime))
-            qFatal("cannot set the time of %s", qPrintable(name));
-    }
+    return listedFiles("patch.ini") + listedFiles("patchTest.ini");
 }

@@ -17,17 +17,12 @@ public:
     /// Absolute path of a file in the patch cache.
     QString cachePath(const QString& kind, const QString& name) const;
 
-    /// Names of the files in the published manifest of this kind.
-    QStringList publishedFiles(const QString& kind) const;
-    /// What the published manifest of this kind lists and the client does not
-    /// hold byte for byte: "missing: NAME" or "different: NAME". Goes by MD5.
+    /// What of the admin's folder of this kind the client does not hold byte for
+    /// byte: "missing: NAME" or "different: NAME". No manifest has a say in it.
     QStringList wrongInClient(const QString& kind) const;
     /// The same for both clients, "live " or "test " in front.
     QStringList wrongInClients() const;
     /// Number of files that one update run copies into both clients, by the
     /// manifests that the player has got.
     int copiesPerRun() const;
-
-    /// Dates the manifests at hand an hour back, as if fetched then.
-    void ageManifests() const;
 };

@@ -116,8 +116,8 @@ private slots:
         QFETCH(QString, kind);
         QFETCH(QString, name);
         QCOMPARE(runLauncher(), QString());
-        writeFile(community.patchPath(kind, name), "the new edition");
-        publishManifestsAnew();
+        writeFile(Community::sourcePath(kind, name), "the new edition");
+        publishChanges();
         QCOMPARE(runLauncher(), QString());
         QCOMPARE(readFile(player.clientPath(kind, name)), "the new edition");
         QCOMPARE(player.wrongInClients(), QStringList());
@@ -128,8 +128,8 @@ private slots:
     {
         QCOMPARE(runLauncher(), QString());
         const QString name = "Data/deDE/Neu/halden neu.MPQ";
-        writeFile(community.patchPath("live", name), "brand new");
-        publishManifestsAnew();
+        writeFile(Community::sourcePath("live", name), "brand new");
+        publishChanges();
         QCOMPARE(runLauncher(), QString());
         QCOMPARE(readFile(player.clientPath("live", name)), "brand new");
         verifyOnlyFetched(community.patchRequest("live", name));
@@ -140,20 +140,20 @@ private slots:
         const QString file = "Data/Halden-Alt";
         const QString folder = "Interface/AddOns/Halden-Alt";
         for (const QString kind : { "live", "test" }) {
-            writeFile(community.patchPath(kind, file), "a file for some time");
-            writeFile(community.patchPath(kind, folder + "/alt.lua"), "an add-on for some time");
+            writeFile(Community::sourcePath(kind, file), "a file for some time");
+            writeFile(Community::sourcePath(kind, folder + "/alt.lua"), "an add-on for some time");
         }
-        community.publishManifests();
+        community.publishChanges();
         QCOMPARE(runLauncher(), QString());
         QCOMPARE(player.wrongInClients(), QStringList());
         QVERIFY(QFile::exists(player.clientPath("live", file)));
 
         for (const QString kind : { "live", "test" }) {
-            QVERIFY(QFile::remove(community.patchPath(kind, file)));
-            QVERIFY(QDir(community.patchPath(kind, folder)).removeRecursively());
+            QVERIFY(QFile::remove(Community::sourcePath(kind, file)));
+            QVERIFY(QDir(Community::sourcePath(kind, folder)).removeRecursively());
             writeFile(player.clientPath(kind, "Interface/AddOns/Eigenes/eigenes.lua"), "own");
         }
-        publishManifestsAnew({ "--retire", "Halden-Alt" });
+        publishChanges({ "--remove", file, "--remove-folder", folder });
         QCOMPARE(runLauncher(), QString());
         for (const QString kind : { "live", "test" }) {
             QVERIFY(!QFile::exists(player.clientPath(kind, file)));
@@ -315,11 +315,10 @@ private:
         return runLauncher();
     }
 
-    /// New manifests, seen by a player whose own are an hour old.
-    void publishManifestsAnew(const QStringList& options = {})
+    /// A new publication, for a player who has been up to date a moment ago.
+    void publishChanges(const QStringList& options = {})
     {
-        community.publishManifests(options);
-        player.ageManifests();
+        community.publishChanges(options);
         community.start();
         community.forgetRequests();
     }
@@ -328,7 +327,7 @@ private:
     {
         QStringList found;
         for (const QString kind : { "live", "test" }) {
-            const QStringList names = player.publishedFiles(kind);
+            const QStringList names = TestSupport::filesBelow(Community::sourcePath(kind)).keys();
             for (const QString& name : names)
                 found.append(community.patchRequest(kind, name));
         }

@@ -12,7 +12,7 @@
 
 namespace {
 
-// scripts/make-server-tree dates everything 1 May 2024, 08:00 UTC.
+// What Community dates everything.
 const QDateTime published(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
 
 } // namespace
@@ -38,7 +38,8 @@ private slots:
         const QDateTime before = published.addSecs(-1);
         const QDateTime after = published.addSecs(1);
         const QString binary = "application/octet-stream";
-        const QString patch = "wow-client-patch/live/Data/";
+        const QString folder = "wow-client-patch/live/Data/";
+        const QString patch = community.patchRequest("live", "Data/Größe der Welt.MPQ").sliced(1);
         for (const QString manifest : { "patch.ini", "patchTest.ini" }) {
             addRow("older copy of ", manifest, before, 200, "text/plain");
             addRow("same date as ", manifest, published, 304, "");
@@ -48,15 +49,13 @@ private slots:
             addRow("older copy of ", program, before, 200, binary);
             addRow("newer copy of ", program, after, 304, "");
         }
-        addRow("older copy of ", patch + "Größe der Welt.MPQ", before, 200, binary);
-        addRow("same date as ", patch + "Größe der Welt.MPQ", published, 200, binary);
-        addRow("newer copy of ", patch + "Größe der Welt.MPQ", after, 200, binary);
-        addRow(
-            "doubled slash in ", "wow-client-patch/live//Data/Größe der Welt.MPQ", after, 200,
-            binary);
-        addRow("missing ", patch + "nothing.MPQ", before, 404, "text/html");
+        addRow("older copy of ", patch, before, 200, binary);
+        addRow("same date as ", patch, published, 200, binary);
+        addRow("newer copy of ", patch, after, 200, binary);
+        addRow("doubled slash in ", QString(patch).replace("live/", "live//"), after, 200, binary);
+        addRow("missing ", folder + "nothing.MPQ", before, 404, "text/html");
         addRow("missing ", "nothing.ini", before, 404, "text/html");
-        addRow("no listing of ", patch, before, 403, "text/html");
+        addRow("no listing of ", folder, before, 403, "text/html");
         addRow("no listing of ", "", before, 403, "text/html");
         addRow("information text at ", "alert", before, 200, "text/html; charset=utf-8");
     }

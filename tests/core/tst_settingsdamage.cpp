@@ -1,5 +1,6 @@
 #include "core/settingshandler.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
 
@@ -12,29 +13,27 @@ using namespace TestSupport;
 
 namespace {
 
-/// Takes rights away from a file or folder and gives them back afterwards.
-class Permissions {
+/// Takes away the right to write into a file, and on Windows to remove it.
+class ReadOnlyFile {
 public:
-    Permissions(const QString& path, QFile::Permissions permissions)
+    explicit ReadOnlyFile(const QString& path)
         : target(path)
         , before(QFile::permissions(path))
     {
-        if (!QFile::setPermissions(target, permissions))
+        if (!QFile::setPermissions(target, QFile::ReadOwner))
             qFatal("cannot set the permissions of %s", qPrintable(target));
     }
-    ~Permissions()
+    ~ReadOnlyFile()
     {
         QFile::setPermissions(target, before);
     }
-    Permissions(const Permissions&) = delete;
-    Permissions& operator=(const Permissions&) = delete;
+    ReadOnlyFile(const ReadOnlyFile&) = delete;
+    ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
 
 private:
     QString target;
     QFile::Permissions before;
 };
-
-const QFile::Permissions readOnlyFolder = QFile::ReadOwner | QFile::ExeOwner;
 
 void writeByEveryOperation()
 {
@@ -177,7 +176,7 @@ private slots:
     void unreadableFileIsAnEmptyStore()
     {
         writeRealmsIni(realmsIniWith({ { .name = "A" } }, "realmid=1\ndev=true\n"));
-        const Permissions none(realmsIniPath(), {});
+        const UnreadableFile unreadable(realmsIniPath());
         QCOMPARE(SettingsHandler::getClientCount(), 0);
         QCOMPARE(SettingsHandler::getSelectedRealm(), 0);
         QCOMPARE(SettingsHandler::getDev(), false);
@@ -189,7 +188,7 @@ private slots:
         const QByteArray content = realmsIniWith({ { .name = "A" } }, "realmid=1\n");
         writeRealmsIni(content);
         {
-            const Permissions none(realmsIniPath(), {});
+            const UnreadableFile unreadable(realmsIniPath());
             writeByEveryOperation();
         }
         QCOMPARE(readFile(realmsIniPath()), content);
@@ -200,7 +199,7 @@ private slots:
         const QByteArray content = realmsIniWith({ { .name = "A" } }, "realmid=1\n");
         writeRealmsIni(content);
         {
-            const Permissions readOnly(realmsIniPath(), QFile::ReadOwner);
+            const ReadOnlyFile readOnly(realmsIniPath());
             QCOMPARE(SettingsHandler::getRealmName(1), "A");
             writeByEveryOperation();
         }
@@ -211,7 +210,7 @@ private slots:
     {
         const QByteArray content = realmsIniWith({ { .name = "A" } }, "realmid=1\n");
         writeRealmsIni(content);
-        const Permissions readOnly(ApplicationFolder::path("Settings"), readOnlyFolder);
+        const ReadOnlyFolder readOnly(ApplicationFolder::path("Settings"));
         QCOMPARE(SettingsHandler::getRealmName(1), "A");
         writeByEveryOperation();
         QCOMPARE(readFile(realmsIniPath()), content);
@@ -220,7 +219,7 @@ private slots:
     void readOnlyFolderGetsNoFile()
     {
         QDir().mkpath(ApplicationFolder::path("Settings"));
-        const Permissions readOnly(ApplicationFolder::path("Settings"), readOnlyFolder);
+        const ReadOnlyFolder readOnly(ApplicationFolder::path("Settings"));
         writeByEveryOperation();
         QVERIFY(!QFileInfo::exists(realmsIniPath()));
         QCOMPARE(SettingsHandler::getClientCount(), 0);

@@ -214,7 +214,7 @@ private slots:
     {
         QDir().mkpath(ApplicationFolder::path("Settings"));
         SettingsHandler::setSelectedRealm(2);
-        QCOMPARE(readFile(realmsIniPath()), QByteArray("[selected_realm]\nrealmid=2\n"));
+        QCOMPARE(readFile(realmsIniPath()), withSystemsLineEnds("[selected_realm]\nrealmid=2\n"));
     }
 
     void bothSpellingsNameOneValue_data()

@@ -1,172 +1,55 @@
 #include "tests/fuzz/brokenmanifest.h"
 
-#include <QList>
-
-#include <algorithm>
-#include <array>
-#include <random>
+#include "tests/fuzz/mutator.h"
 
 namespace {
-
-const std::array suffixes{ "", "-save", "-dirOnly", "-pathOffset", "-urlOffset", "-hash", "-x" };
-
-// What the settings layer treats in a way of its own, and what paths and
-// addresses do not bear.
-const std::array morsels{
-    "\\",
-    "\\\\",
-    "\"",
-    ";",
-    ",",
-    "@",
-    "@@",
-    "@Invalid()",
-    "@ByteArray(",
-    "@Variant(",
-    "@Rect(1 2 3)",
-    "@Point(9)",
-    "@Size(1 1)",
-    ")",
-    "\\x41",
-    "\\xffff",
-    "\\xd800",
-    "\\0",
-    "\\777",
-    "\\n",
-    "%",
-    "%25",
-    "%U0041",
-    "[General]",
-    "[%General]",
-    "[",
-    "]",
-    "=",
-    "#",
-    "?",
-    "..",
-    "/",
-    "//",
-    "C:\\",
-    " ",
-    "\t",
-    "\xef\xbb\xbf",
-    "\xc3\x28",
-    "\xff\xfe",
-    "\xf0\x9f\x98\x80",
-    "true",
-    "false",
-    "0",
-    "-1",
-    "2147483647",
-    "99999999999999999999",
-    "nul",
-    "a.mpq",
-    "Data",
-    "live",
-    "d41d8cd98f00b204e9800998ecf8427e",
-};
 
 class Writer {
 public:
     Writer(quint32 series, quint32 index)
+        : chance(series, index)
     {
-        std::seed_seq seeds{ series, index };
-        random.seed(seeds);
     }
 
     QByteArray write()
     {
-        QByteArray text = below(4) == 0 ? QByteArray() : QByteArray("[General]\n");
-        const int entries = below(10);
+        QByteArray text = chance.below(4) == 0 ? QByteArray() : QByteArray("[General]\n");
+        const int entries = chance.below(10);
         text += "numberOfFiles=" + count(entries) + '\n';
         for (int n = 1; n <= entries; ++n)
             text += entry(n);
-        const int damages = below(2) == 0 ? below(3) : below(40);
-        for (int i = 0; i < damages; ++i)
-            damage(text);
+        chance.damageAtWill(text);
         return text;
     }
 
 private:
-    int below(int bound)
-    {
-        return static_cast<int>(random() % static_cast<unsigned>(bound));
-    }
-
-    template <typename Array> QByteArray oneOf(const Array& choices)
-    {
-        return choices[static_cast<std::size_t>(below(static_cast<int>(choices.size())))];
-    }
-
     QByteArray count(int entries)
     {
-        if (below(20) > 0)
+        if (chance.below(20) > 0)
             return QByteArray::number(entries);
-        return below(50) == 0 ? QByteArray::number(below(200'000)) : value();
+        return chance.below(50) == 0 ? QByteArray::number(chance.below(200'000))
+                                     : chance.oddValue();
     }
 
     /// Rarely far away, since all the numbers before it are walked.
     QByteArray number(int n)
     {
-        return QByteArray::number(below(5'000) == 0 ? below(300'000) : n);
-    }
-
-    QByteArray value()
-    {
-        QByteArray text;
-        const int pieces = below(4);
-        for (int i = 0; i < pieces; ++i)
-            text += oneOf(morsels);
-        return below(3) == 0 ? '"' + text + '"' : text;
+        return QByteArray::number(chance.below(5'000) == 0 ? chance.below(300'000) : n);
     }
 
     QByteArray entry(int n)
     {
         QByteArray rows;
-        for (const char* suffix : suffixes) {
-            if (below(3) > 0)
-                rows += "file" + number(n) + suffix + '=' + value() + (below(20) ? "\n" : "\r\n");
+        for (const char* suffix :
+             { "", "-save", "-dirOnly", "-pathOffset", "-urlOffset", "-hash", "-x" }) {
+            if (chance.below(3) > 0)
+                rows += "file" + number(n) + suffix + '=' + chance.oddValue()
+                    + (chance.below(20) ? "\n" : "\r\n");
         }
         return rows;
     }
 
-    void damage(QByteArray& text)
-    {
-        const qsizetype at = below(static_cast<int>(text.size()) + 1);
-        switch (below(6)) {
-        case 0:
-            text.insert(at, oneOf(morsels));
-            break;
-        case 1:
-            text.remove(at, below(20));
-            break;
-        case 2:
-            text.insert(at, static_cast<char>(below(256)));
-            break;
-        case 3:
-            text.insert(at, text.mid(below(static_cast<int>(text.size()) + 1), below(200)));
-            break;
-        case 4:
-            if (at < text.size())
-                text[at] = static_cast<char>(text[at] ^ (1 << below(8)));
-            break;
-        default:
-            text.insert(at, serialised());
-            break;
-        }
-    }
-
-    /// The beginning of a value in the toolkit's own binary form.
-    QByteArray serialised()
-    {
-        QByteArray bytes = oneOf(std::array{ "@Variant(", "@DateTime(", "@ByteArray(" });
-        const int length = below(24);
-        for (int i = 0; i < length; ++i)
-            bytes += "\\x" + QByteArray::number(below(3) ? below(32) : below(256), 16);
-        return bytes + (below(8) ? ")" : "");
-    }
-
-    std::mt19937 random;
+    Mutator chance;
 };
 
 } // namespace

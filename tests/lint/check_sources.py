@@ -18,6 +18,15 @@ UPWARDS = {
     ("net/inithandler.h", "update/patchdownloaditem.h"),
     ("update/updatingprocedures.cpp", "ui/mainwindow.h"),
 }
+# Beside the launcher: the updater is one small file without Qt, the publisher
+# runs without a window. The launcher knows neither.
+COMPANIONS = ["publisher", "updater"]
+# What the publisher shares with the launcher: the library halden_manifest and
+# constants. It judges a program as the updater at the players' end will.
+PUBLISHER_SHARES = SHARED | {
+    "update/launcherfiles.h", "update/patchlayout.h", "update/patchmanifest.h",
+    "updater/programheader.h",
+}
 LONGEST_FUNCTION = 50
 
 
@@ -28,13 +37,21 @@ def sources(root, *folders):
         )
 
 
-def check_layers(root):
+def includes(path):
+    """Headers of the system's own folders."""
+    return re.findall(r'^\s*#\s*include "([a-z]+/[^"]+)"', path.read_text(), re.M)
+
+
+def check_launcher_layers(root):
     """An include may only point to the same layer or one below."""
     for path in sources(root, *LAYERS):
         name = path.relative_to(root).as_posix()
         level = LAYERS.index(path.parent.name)
-        for include in re.findall(r'^#include "([a-z]+/[^"]+)"', path.read_text(), re.M):
+        for include in includes(path):
             folder = include.split("/")[0]
+            if folder in COMPANIONS:
+                yield (f"{name}: includes {include}; the launcher knows neither the updater nor "
+                       "the publisher, so move what both need down, into halden_manifest")
             if include in SHARED or (name, include) in UPWARDS or folder not in LAYERS:
                 continue
             if LAYERS.index(folder) > level:
@@ -42,10 +59,34 @@ def check_layers(root):
                        "signal, or move what is needed down")
 
 
+def check_layers(root):
+    yield from check_launcher_layers(root)
+    for path in sources(root, "publisher"):
+        for include in includes(path):
+            if include.split("/")[0] != "publisher" and include not in PUBLISHER_SHARES:
+                yield (f"{path.relative_to(root)}: includes {include}; the publisher shares only "
+                       "what reads manifests, so move what is needed there")
+    for path in sources(root, "updater"):
+        for include in re.findall(r'^\s*#\s*include ([<"].*[>"])', path.read_text(), re.M):
+            if re.match(r'"(?!updater/)|<Qt?[A-Z]', include):
+                yield (f"{path.relative_to(root)}: includes {include}; the updater is a single "
+                       "file, it has nothing but itself, the standard library and the system")
+
+
+# The two that wait by the clock, because nothing tells them of its time: the
+# publisher until a second begins, the updater until a scanner lets go of a file.
+WAITS_BY_THE_CLOCK = {"publisher/clock.cpp", "updater/platform_linux.cpp",
+                      "updater/platform_windows.cpp"}
+
+
 def check_waits(root):
-    """Tests wait for conditions, never for time."""
-    pattern = re.compile(r"\b(QTest::qWait|QTest::qSleep|QThread::m?sleep|usleep|sleep)\s*\(")
-    for path in sources(root, "tests", *LAYERS):
+    """Waiting is for conditions, never for time."""
+    pattern = re.compile(
+        r"\b(QTest::qWait|QTest::qSleep|QThread::[mu]?sleep|[un]?sleep|nanosleep|Sleep|"
+        r"sleep_(?:for|until))\s*\(")
+    for path in sources(root, "tests", *LAYERS, *COMPANIONS):
+        if path.relative_to(root).as_posix() in WAITS_BY_THE_CLOCK:
+            continue
         for number, line in enumerate(path.read_text().splitlines(), 1):
             if pattern.search(line):
                 yield (f"{path.relative_to(root)}:{number}: a bare wait; use QTRY_*, "
@@ -77,19 +118,22 @@ def check_connections(root):
 
 
 def functions(text):
-    """Start line and length of every top-level block of our brace style."""
-    start = None
+    """Start line and length of every function in our brace style, which gives the
+    braces of nothing else a line of their own."""
+    starts = {}
     for number, line in enumerate(text.splitlines(), 1):
-        if line == "{":
-            start = number
-        elif line == "}" and start is not None:
+        brace = line.lstrip(" ")
+        indent = len(line) - len(brace)
+        if brace == "{":
+            starts[indent] = number
+        elif brace == "}" and indent in starts:
+            start = starts.pop(indent)
             yield start, number - start - 1
-            start = None
 
 
 def check_lengths(root):
     """A function is short enough to read at one go."""
-    for path in sources(root, "tests", "bench", "updater", *LAYERS):
+    for path in sources(root, "tests", "bench", *LAYERS, *COMPANIONS):
         for start, length in functions(path.read_text()):
             if length > LONGEST_FUNCTION:
                 yield (f"{path.relative_to(root)}:{start}: {length} lines; split it "

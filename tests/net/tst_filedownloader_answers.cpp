@@ -12,7 +12,7 @@ namespace {
 
 const QString shownUrl = "\"https://download.tarnwick.example/f\"";
 const QString startLine
-    = "true QUrl(" + shownUrl + ") \"/home/player/Halden Launcher/target\" \"file.bin\"";
+    = "true QUrl(" + shownUrl + ") \"" + sandboxApplicationFolder() + "/target\" \"file.bin\"";
 
 /// The lines of a failed download.
 QStringList failureLog(

@@ -1,17 +1,11 @@
 #include "tests/support/httpsserver.h"
+#include "tests/support/rawsockets.h"
 #include "tests/support/testmain.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
 #include <QSslConfiguration>
-
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace TestSupport;
 
@@ -53,52 +47,6 @@ QByteArray fetch(const QUrl& url)
 {
     return fetch(QNetworkRequest(url));
 }
-
-/// A client below the toolkit, which does not tell a reset from an end.
-class RawClient {
-public:
-    explicit RawClient(quint16 port)
-        : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-            qFatal("cannot connect: %s", std::strerror(errno));
-    }
-
-    ~RawClient()
-    {
-        close(descriptor);
-    }
-    Q_DISABLE_COPY_MOVE(RawClient)
-
-    void send(const QByteArray& bytes)
-    {
-        if (write(descriptor, bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())
-            qFatal("cannot send: %s", std::strerror(errno));
-    }
-
-    /// What came so far, and how the connection ended, if it did.
-    QByteArray outcome()
-    {
-        std::array<char, 100> buffer{};
-        ssize_t size = 0;
-        while ((size = recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0)
-            received.append(buffer.data(), size);
-        if (size < 0 && errno == EAGAIN)
-            return received;
-        if (end.isEmpty())
-            end = size == 0 ? "end" : std::strerror(errno);
-        return received + ", " + end;
-    }
-
-private:
-    int descriptor;
-    QByteArray received;
-    QByteArray end;
-};
 
 /// What the child process of `aChildProcessTrustsTheAuthority()` does.
 int fetchSecret()
@@ -261,8 +209,10 @@ private slots:
         QTest::addColumn<QByteArray>("outcome");
         QTest::newRow("close") << HttpAnswer().awaitBytes().send("hi").close()
                                << QByteArray("hi, end");
+#ifndef Q_OS_WIN // Wine ends a connection in order before it resets it
         QTest::newRow("reset") << HttpAnswer().awaitBytes().send("hi").reset()
-                               << QByteArray("hi, Connection reset by peer");
+                               << QByteArray("hi, reset");
+#endif
     }
 
     void endsAsTold()

@@ -1,5 +1,6 @@
 #include "core/signalboolhelperclass.h"
 #include "net/inithandler.h"
+#include "net/referencetime.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
@@ -29,7 +30,7 @@ void placeAllBut(const QStringList& missing)
 /// Where a library lands: the application folder's path has no separator.
 QString landingPlace(const QString& lib)
 {
-    return "/home/player/Halden Launcher" + lib;
+    return sandboxApplicationFolder() + lib;
 }
 
 QString missingLine(const QString& lib)
@@ -43,7 +44,8 @@ const QString versusLine = shownUrl + "  versus  " + shownUrl + "  versus  " + s
 QString downloadLine(const QString& lib)
 {
     return "Download File:  \"" + lib + "\"  under url:  \"" + mirror + lib
-        + "\" with timestamp:  QDateTime(2000-01-01 10:15:00.000 UTC Qt::LocalTime)";
+        + "\" with timestamp:  QDateTime(2000-01-01 10:15:00.000 "
+        + fixedReferenceTime().timeZoneAbbreviation() + " Qt::LocalTime)";
 }
 
 QString requestLine(const QString& lib)

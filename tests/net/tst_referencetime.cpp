@@ -20,7 +20,9 @@ private slots:
     void missingFileHasTheFixedTime_data();
     void missingFileHasTheFixedTime();
     void folderHasItsOwnTime();
+#ifndef Q_OS_WIN // a link is a file with another name there
     void linkHasTheTimeOfItsTarget();
+#endif
 };
 
 void tst_ReferenceTime::init()
@@ -41,8 +43,10 @@ void tst_ReferenceTime::fixedTimeIsLocal_data()
     row("Berlin", "CET-1CEST,M3.5.0,M10.5.0/3", day, QTime(9, 15));
     row("New York", "EST5EDT,M3.2.0,M11.1.0", day, QTime(15, 15));
     row("Newfoundland", "NST3:30NDT,M3.2.0,M11.1.0", day, QTime(13, 45));
+#ifndef Q_OS_WIN // its C library knows the rules of one country only
     row("summer in the south", "AEST-10AEDT,M10.1.0,M4.1.0/3", QDate(1999, 12, 31), QTime(23, 15));
     row("the day before", "<+14>-14", QDate(1999, 12, 31), QTime(20, 15));
+#endif
 }
 
 void tst_ReferenceTime::fixedTimeIsLocal()
@@ -115,6 +119,7 @@ void tst_ReferenceTime::folderHasItsOwnTime()
     QCOMPARE(referenceTimeOf(folder), folder.lastModified());
 }
 
+#ifndef Q_OS_WIN
 void tst_ReferenceTime::linkHasTheTimeOfItsTarget()
 {
     const QDateTime modified(QDate(2024, 7, 15), QTime(23, 30), Qt::UTC);
@@ -130,6 +135,7 @@ void tst_ReferenceTime::linkHasTheTimeOfItsTarget()
     QVERIFY(QFile::remove(path));
     QCOMPARE(referenceTimeOf(QFileInfo(link)), fixedReferenceTime());
 }
+#endif
 
 HALDEN_TEST_MAIN(tst_ReferenceTime)
 #include "tst_referencetime.moc"

@@ -3,8 +3,6 @@
 #include "publisher/filework.h"
 #include "tests/support/applicationfolder.h"
 
-#include <QCryptographicHash>
-#include <QDirIterator>
 #include <QFileInfo>
 
 using namespace TestSupport;
@@ -89,24 +87,11 @@ BuildReport published()
 
 QString placeOf(const QString& relativePath, const QString& kind)
 {
-    const QByteArray content = readFile(source(relativePath));
-    const QString md5 = QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
+    const QString last = md5(readFile(source(relativePath)));
     const QString folder = relativePath.section('/', 0, -2);
     const QString name = relativePath.section('/', -1);
-    return "wow-client-patch/" + kind + '/' + (folder.isEmpty() ? md5 : folder + '/' + md5) + '/'
+    return "wow-client-patch/" + kind + '/' + (folder.isEmpty() ? last : folder + '/' + last) + '/'
         + name;
-}
-
-QMap<QString, QByteArray> filesBelow(const QString& folder)
-{
-    QMap<QString, QByteArray> files;
-    QDirIterator found(
-        folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-    while (found.hasNext()) {
-        const QString path = found.next();
-        files.insert(path.sliced(folder.size() + 1), readFile(path));
-    }
-    return files;
 }
 
 QDateTime dateOf(const QString& path)

@@ -5,7 +5,6 @@
 
 #include <QByteArray>
 #include <QDateTime>
-#include <QMap>
 #include <QString>
 #include <QStringList>
 
@@ -44,9 +43,6 @@ BuildReport published();
 /// Where the server has the present content of a source file, relative to the
 /// server folder.
 QString placeOf(const QString& relativePath, const QString& kind = "live");
-
-/// Every file below a folder with its content, by relative path.
-QMap<QString, QByteArray> filesBelow(const QString& folder);
 
 QDateTime dateOf(const QString& path);
 void setDate(const QString& path, const QDateTime& date);

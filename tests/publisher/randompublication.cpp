@@ -2,7 +2,6 @@
 
 #include "tests/support/applicationfolder.h"
 
-#include <QCryptographicHash>
 #include <QUrl>
 
 namespace {
@@ -131,8 +130,7 @@ void RandomPublication::addFileRows(
 
 QString RandomPublication::hashRow(const QByteArray& content)
 {
-    const QString hash
-        = QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
+    const QString hash = TestSupport::md5(content);
     if (chance(6))
         return hash.toUpper();
     return chance(6) ? QString() : hash;

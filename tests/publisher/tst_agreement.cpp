@@ -12,7 +12,6 @@
 #include "tests/update/updatefixture.h"
 #include "update/updatingprocedures.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -39,11 +38,6 @@ struct Result {
 
 /// How the update runs of a start follow each other.
 enum class Course { OneRun, OneAfterTheOther, SideBySide };
-
-QString digestOf(const QByteArray& content)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
-}
 
 /// One line a path, for messages that show the difference only.
 QStringList difference(const Disk& really, const Disk& foretold)
@@ -226,7 +220,7 @@ private:
         if (path == QCoreApplication::applicationFilePath())
             return;
         if (!QFileInfo(path).isDir()) {
-            found.insert(path, digestOf(readFile(path)));
+            found.insert(path, md5(readFile(path)));
             return;
         }
         found.insert(path, QString());
@@ -356,7 +350,7 @@ private:
                  [&publication](const QUrl& url) -> std::optional<QString> {
                      const QByteArray body
                          = publication.served.value(url.path(QUrl::FullyEncoded).toUtf8());
-                     return body.isEmpty() ? std::nullopt : std::optional(digestOf(body));
+                     return body.isEmpty() ? std::nullopt : std::optional(md5(body));
                  } };
     }
 

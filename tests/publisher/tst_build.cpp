@@ -484,8 +484,8 @@ private slots:
         QCOMPARE(code, ExitCode::InputOutput);
         QVERIFY(!report.error.isEmpty());
         QCOMPARE(readFile(server(manifest)), before.value(manifest));
-        for (const QString& path : before.keys())
-            QCOMPARE(readFile(server(path)), before.value(path));
+        for (auto file = before.begin(); file != before.end(); ++file)
+            QCOMPARE(readFile(server(file.key())), file.value());
         QCOMPARE(published().unchanged, 2);
     }
 

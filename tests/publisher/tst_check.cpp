@@ -1,13 +1,11 @@
 #include "publisher/checkreading.h"
 #include "publisher/finding.h"
-#include "publisher/frame.h"
+#include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 
-#include <QBuffer>
 #include <QDir>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
 #include <QSettings>
@@ -61,23 +59,9 @@ QStringList count(int entries)
     return { "numberOfFiles=" + QString::number(entries) };
 }
 
-struct Run {
-    ExitCode code;
-    QJsonObject json;
-    QByteArray text;
-    QByteArray messages;
-};
-
-Run run(const QStringList& arguments)
+CommandRun run(const QStringList& arguments)
 {
-    QBuffer result;
-    QBuffer messages;
-    result.open(QIODevice::WriteOnly);
-    messages.open(QIODevice::WriteOnly);
-    const ExitCode code
-        = runCommandLine(QStringList{ "check" } + arguments, allCommands(), result, messages);
-    return { code, QJsonDocument::fromJson(result.data()).object(), result.data(),
-             messages.data() };
+    return CommandRun(QStringList{ "check" } + arguments);
 }
 
 /// "identifier@entry" of each finding.
@@ -124,10 +108,10 @@ private slots:
         QFETCH(QStringList, rows);
         QFETCH(QStringList, options);
         QFETCH(QStringList, findings);
-        const Run checked = run(QStringList{ "--json", manifest(rows) } + options);
+        const CommandRun checked = run(QStringList{ "--json", manifest(rows) } + options);
         QCOMPARE(found(checked.json), findings);
         QCOMPARE(checked.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
-        QCOMPARE(checked.messages, QByteArray());
+        QCOMPARE(checked.messages, QString());
     }
 
     void tree_data()
@@ -172,7 +156,7 @@ private slots:
     {
         const QString server = ApplicationFolder::path("server");
         QDir().mkpath(server);
-        const Run checked = run({ "--json", server });
+        const CommandRun checked = run({ "--json", server });
         QCOMPARE(found(checked.json), QStringList{ "manifest-missing@0" });
         QCOMPARE(checked.code, ExitCode::Findings);
     }
@@ -193,11 +177,11 @@ private slots:
     void acceptedFindings()
     {
         const QString path = manifest(count(1) + dataFolder + QStringList{ "oddity=1" });
-        const Run checked = run({ "--json", "--accept", "key-unknown", path });
+        const CommandRun checked = run({ "--json", "--accept", "key-unknown", path });
         QCOMPARE(found(checked.json), QStringList{ "key-unknown@0" });
         QCOMPARE(checked.code, ExitCode::Fine);
-        const Run text = run({ "--accept", "key-unknown", path });
-        QVERIFY2(text.text.contains("no findings, 1 accepted"), text.text);
+        const CommandRun text = run({ "--accept", "key-unknown", path });
+        QVERIFY2(text.text.contains("no findings, 1 accepted"), qPrintable(text.text));
     }
 
     void usage_data()
@@ -206,6 +190,8 @@ private slots:
         QTest::addColumn<ExitCode>("code");
         QTest::newRow("nothing to check") << QStringList() << ExitCode::Usage;
         QTest::newRow("no realms") << QStringList{ "--realms", "0", "x" } << ExitCode::Usage;
+        QTest::newRow("too many realms")
+            << QStringList{ "--realms", "101", "x" } << ExitCode::Usage;
         QTest::newRow("odd separator") << QStringList{ "--separator", ":", "x" } << ExitCode::Usage;
         QTest::newRow("odd kind") << QStringList{ "--kind", "both", "x" } << ExitCode::Usage;
         QTest::newRow("unknown finding")
@@ -219,7 +205,7 @@ private slots:
     {
         QFETCH(QStringList, arguments);
         QFETCH(ExitCode, code);
-        const Run refused = run(arguments);
+        const CommandRun refused = run(arguments);
         QCOMPARE(refused.code, code);
         QVERIFY2(!refused.messages.isEmpty(), "the refusal must say why");
     }
@@ -227,10 +213,14 @@ private slots:
     /// People see the entry, the sentence, the identifier and the way out.
     void textOfAFinding()
     {
-        const Run checked = run({ manifest(count(2) + dataFolder + file(2, "a.mpq", "Data", "")) });
-        QVERIFY2(checked.text.contains("patch.ini, entry 2: \"a.mpq\" has no hash"), checked.text);
-        QVERIFY2(checked.text.contains("[hash-missing]\n    Set the hash"), checked.text);
-        QVERIFY2(checked.text.contains("\n1 finding\n"), checked.text);
+        const CommandRun checked
+            = run({ manifest(count(2) + dataFolder + file(2, "a.mpq", "Data", "")) });
+        QVERIFY2(
+            checked.text.contains("patch.ini, entry 2: \"a.mpq\" has no hash"),
+            qPrintable(checked.text));
+        QVERIFY2(
+            checked.text.contains("[hash-missing]\n    Set the hash"), qPrintable(checked.text));
+        QVERIFY2(checked.text.contains("\n1 finding\n"), qPrintable(checked.text));
     }
 
     /// What a run will do stands in the report, removals included.
@@ -388,6 +378,11 @@ private:
         add("letter that Windows lacks", count(1) + file(1, "a:b", ""),
             { "name-not-for-windows@1" });
         add("dot at the end", count(1) + file(1, "a.", ""), { "name-not-for-windows@1" });
+        add("device of a rare kind", count(1) + file(1, "conin$.mpq", ""),
+            { "name-not-for-windows@1" });
+        add("no room for a running download", count(1) + file(1, QString(252, 'x'), ""),
+            { "name-not-for-windows@1" });
+        add("a long name", count(1) + file(1, QString(251, 'x'), ""), {});
         add("names of Windows are no matter elsewhere", count(1) + file(1, "aux", ""), {},
             { "--separator", "/" });
         add("address cut at #", count(1) + file(1, "a#b", ""), { "url-changed@1" });

@@ -1,15 +1,13 @@
 #include "app/constants.h"
-#include "publisher/frame.h"
+#include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/testmain.h"
 
-#include <QBuffer>
-#include <QCryptographicHash>
 #include <QDir>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
+#include <QScopeGuard>
 
 #include <functional>
 
@@ -32,7 +30,7 @@ QByteArray manifest()
 {
     return "[General]\nnumberOfFiles=2\nfile1=Data\nfile1-dirOnly=true\nfile1-pathOffset=\n"
            "file2=a b.mpq\nfile2-pathOffset=Data\nfile2-urlOffset=Data\nfile2-hash="
-        + QCryptographicHash::hash(patch, QCryptographicHash::Md5).toHex() + '\n';
+        + md5(patch).toLatin1() + '\n';
 }
 
 HttpHeaders dated()
@@ -61,21 +59,9 @@ HttpsServer::Handler exactDates(const QByteArray& body)
     };
 }
 
-struct Run {
-    ExitCode code;
-    QJsonObject json;
-    QByteArray messages;
-};
-
-Run run(const QStringList& arguments)
+CommandRun run(const QStringList& arguments)
 {
-    QBuffer result;
-    QBuffer messages;
-    result.open(QIODevice::WriteOnly);
-    messages.open(QIODevice::WriteOnly);
-    const ExitCode code = runCommandLine(
-        QStringList{ "probe", "--json" } + arguments, allCommands(), result, messages);
-    return { code, QJsonDocument::fromJson(result.data()).object(), messages.data() };
+    return CommandRun(QStringList{ "probe", "--json" } + arguments);
 }
 
 /// "identifier subject" of each finding, sorted: answers come in any order.
@@ -146,10 +132,10 @@ private slots:
         server.listen(0);
         furnish(server);
         spoil(server);
-        const Run probed = run(options + QStringList{ address(server) });
+        const CommandRun probed = run(options + QStringList{ address(server) });
         QCOMPARE(found(probed.json), findings);
         QCOMPARE(probed.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
-        QCOMPARE(probed.messages, QByteArray());
+        QCOMPARE(probed.messages, QString());
     }
 
     /// Everything is asked as launchers ask, and nothing else.
@@ -158,7 +144,7 @@ private slots:
         HttpsServer server;
         server.listen(0);
         furnish(server);
-        const Run probed = run({ "--deep", address(server) });
+        const CommandRun probed = run({ "--deep", address(server) });
         QCOMPARE(probed.json.value("files").toInt(), 3);
         const QList<HttpRequest> requests = server.requests();
         QVERIFY(requests.size() >= 10);
@@ -216,7 +202,7 @@ private slots:
         HttpsServer server(trustedAuthority().issue({ name }, validity));
         server.listen(0);
         furnish(server);
-        const Run probed = run({ address(server) });
+        const CommandRun probed = run({ address(server) });
         QCOMPARE(found(probed.json), findings);
         QCOMPARE(probed.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
     }
@@ -256,14 +242,14 @@ private slots:
         HttpsServer server(trustedCertificate(), version);
         server.listen(0);
         furnish(server);
-        const Run probed = run({ address(server) });
+        const CommandRun probed = run({ address(server) });
         QCOMPARE(found(probed.json), QStringList{ "tls-1.2-missing " + host() });
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 
     void plainHttp()
     {
-        const Run probed = run({ "http://" + host() });
+        const CommandRun probed = run({ "http://" + host() });
         QCOMPARE(found(probed.json), QStringList{ "server-without-tls http://" + host() + '/' });
         QCOMPARE(probed.code, ExitCode::Findings);
     }
@@ -276,10 +262,44 @@ private slots:
             server.listen(0);
             port = server.port();
         }
-        const Run probed = run({ "https://" + host() + ':' + QString::number(port) });
+        const CommandRun probed = run({ "https://" + host() + ':' + QString::number(port) });
         QCOMPARE(found(probed.json), QStringList{ "server-unreachable " + host() });
         QCOMPARE(probed.code, ExitCode::InputOutput);
     }
+
+    /// An add-on may bring web pages; only a page under another name is an error.
+    void pageOfAnAddOn()
+    {
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        server.serve(
+            "/patch.ini",
+            "numberOfFiles=1\nfile1=Hilfe.HTML\nfile1-pathOffset=.\nfile1-urlOffset=.\nfile1-hash="
+                + md5(webPage).toLatin1() + '\n',
+            published);
+        server.answer("/wow-client-patch/live/Hilfe.HTML", HttpAnswer::ok(webPage, dated()));
+        QCOMPARE(found(run({ "--deep", address(server) }).json), QStringList{});
+    }
+
+#ifndef Q_OS_WIN // where a folder cannot be closed for its own owner
+    /// What could not be looked at must not pass for a server without findings.
+    void noRoomToLook()
+    {
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        const QString closed = ApplicationFolder::path("closed");
+        QVERIFY(QDir().mkpath(closed));
+        QVERIFY(QFile::setPermissions(closed, QFile::ReadOwner | QFile::ExeOwner));
+        qputenv("TMPDIR", closed.toUtf8());
+        const auto restore = qScopeGuard([] { qunsetenv("TMPDIR"); });
+        const CommandRun probed = run({ address(server) });
+        QCOMPARE(probed.code, ExitCode::InputOutput);
+        QVERIFY2(
+            probed.messages.contains("patch.ini cannot be looked at"), qPrintable(probed.messages));
+    }
+#endif
 
     void tree_data()
     {
@@ -322,7 +342,7 @@ private slots:
     {
         QFETCH(QStringList, arguments);
         QFETCH(ExitCode, code);
-        const Run refused = run(arguments);
+        const CommandRun refused = run(arguments);
         QCOMPARE(refused.code, code);
         QVERIFY2(!refused.messages.isEmpty(), "the refusal must say why");
     }

@@ -1,10 +1,9 @@
 #include "app/constants.h"
-#include "publisher/frame.h"
 #include "tests/chain/community.h"
+#include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 
-#include <QBuffer>
 #include <QFile>
 #include <QProcess>
 
@@ -15,21 +14,11 @@ namespace {
 const QString configuration = "/run/halden/nginx.conf";
 const QString altered = "/run/halden/altered.conf";
 
-struct Run {
-    ExitCode code;
-    QByteArray text;
-};
-
-Run probe(const QStringList& options)
+CommandRun probe(const QStringList& options)
 {
-    QBuffer result;
-    QBuffer messages;
-    result.open(QIODevice::WriteOnly);
-    messages.open(QIODevice::WriteOnly);
-    const ExitCode code = runCommandLine(
-        QStringList{ "probe" } + options + QStringList{ downloadBaseUrl }, allCommands(), result,
-        messages);
-    return { code, result.data() + messages.data() };
+    // The throw-away certificate is valid for two days.
+    return CommandRun(
+        QStringList{ "probe", "--days", "0" } + options + QStringList{ downloadBaseUrl });
 }
 
 /// Starts the server with the administrators' configuration, one line of it
@@ -74,9 +63,8 @@ private slots:
     void administratorsConfiguration()
     {
         QFETCH(QStringList, options);
-        // The throw-away certificate is valid for two days.
-        const Run probed = probe(QStringList{ "--days", "0" } + options);
-        QVERIFY2(probed.text.contains("no findings\n"), probed.text);
+        const CommandRun probed = probe(options);
+        QVERIFY2(probed.text.contains("no findings\n"), qPrintable(probed.text));
         QCOMPARE(probed.code, ExitCode::Fine);
     }
 
@@ -84,39 +72,39 @@ private slots:
     {
         QTest::addColumn<QByteArray>("line");
         QTest::addColumn<QByteArray>("replacement");
-        QTest::addColumn<QByteArray>("finding");
+        QTest::addColumn<QString>("finding");
         const QByteArray before = "if_modified_since before;";
         QTest::newRow("nginx's default, exact dates")
-            << before << QByteArray() << QByteArray("later-date-answered-in-full");
+            << before << QByteArray() << QString("later-date-answered-in-full");
         QTest::newRow("no dates") << before << QByteArray("if_modified_since off;")
-                                  << QByteArray("exact-date-answered-in-full");
-        QTest::newRow("dates for patch files") << QByteArray("if_modified_since off;") << before
-                                               << QByteArray("patch-file-not-modified");
+                                  << QString("exact-date-answered-in-full");
+        QTest::newRow("dates for patch files")
+            << QByteArray("if_modified_since off;") << before << QString("patch-file-not-modified");
         QTest::newRow("compression")
             << QByteArray("gzip off;") << QByteArray("gzip on; gzip_types *; gzip_min_length 0;")
-            << QByteArray("content-encoded");
+            << QString("content-encoded");
         QTest::newRow("TLS 1.3 only")
             << QByteArray("ssl_protocols TLSv1.2 TLSv1.3;") << QByteArray("ssl_protocols TLSv1.3;")
-            << QByteArray("tls-1.2-missing");
+            << QString("tls-1.2-missing");
         QTest::newRow("a page for whatever is missing")
             << QByteArray("autoindex off;") << QByteArray("error_page 404 =200 /patch.ini;")
-            << QByteArray("missing-file-answered");
+            << QString("missing-file-answered");
     }
 
     void otherConfigurations()
     {
         QFETCH(QByteArray, line);
         QFETCH(QByteArray, replacement);
-        QFETCH(QByteArray, finding);
+        QFETCH(QString, finding);
         community.stop();
         startWith(line, replacement);
-        const Run probed = probe({ "--days", "0" });
-        QVERIFY2(probed.text.contains('[' + finding + ']'), probed.text);
+        const CommandRun probed = probe({});
+        QVERIFY2(probed.text.contains('[' + finding + ']'), qPrintable(probed.text));
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 
 private:
-    const Community community;
+    const Community community{};
 };
 
 HALDEN_TEST_MAIN(tst_ProbeNginx)

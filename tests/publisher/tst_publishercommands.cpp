@@ -2,14 +2,14 @@
 #include "publisher/output.h"
 #include "publisher/progress.h"
 #include "tests/publisher/buildfixture.h"
+#include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/stderrcapture.h"
 #include "tests/support/testmain.h"
 
-#include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
-#include <QJsonDocument>
+#include <QJsonArray>
 #include <QRegularExpression>
 
 using namespace TestSupport;
@@ -17,33 +17,11 @@ using namespace BuildFixture;
 
 namespace {
 
-/// One start of the program.
-struct Run {
-    explicit Run(const QStringList& arguments)
-    {
-        QBuffer result;
-        QBuffer messageBuffer;
-        result.open(QIODevice::WriteOnly);
-        messageBuffer.open(QIODevice::WriteOnly);
-        code = runCommandLine(arguments, allCommands(), result, messageBuffer);
-        text = QString::fromUtf8(result.data());
-        messages = QString::fromUtf8(messageBuffer.data());
-    }
-
-    QJsonObject json() const
-    {
-        return QJsonDocument::fromJson(text.toUtf8()).object();
-    }
-
-    ExitCode code = ExitCode::Fine;
-    QString text;
-    QString messages;
-};
-
 QStringList pathsIn(const QJsonValue& items)
 {
     QStringList paths;
-    for (const QJsonValue item : items.toArray())
+    const QJsonArray array = items.toArray();
+    for (const QJsonValue& item : array)
         paths.append(item["path"].toString());
     return paths;
 }
@@ -63,7 +41,7 @@ private slots:
 
     void overviewNamesEveryCommand()
     {
-        const Run run({ "--help" });
+        const CommandRun run({ "--help" });
         QCOMPARE(run.code, ExitCode::Fine);
         for (const auto& command : allCommands())
             QVERIFY2(run.text.contains("\n  " + command->name() + ' '), qPrintable(run.text));
@@ -72,7 +50,7 @@ private slots:
 
     void version()
     {
-        const Run run({ "--version" });
+        const CommandRun run({ "--version" });
         QCOMPARE(run.code, ExitCode::Fine);
         static const QRegularExpression expected("^halden-publish \\d+\\.\\d+\\.\\d+\n$");
         QVERIFY2(expected.match(run.text).hasMatch(), qPrintable(run.text));
@@ -88,7 +66,7 @@ private slots:
     void everyCommandHasHelp()
     {
         QFETCH(QString, name);
-        const Run run({ name, "--help" });
+        const CommandRun run({ name, "--help" });
         QCOMPARE(run.code, ExitCode::Fine);
         QVERIFY2(run.text.startsWith("Usage: halden-publish " + name), qPrintable(run.text));
         for (const char* option : { "--help", "--json" })
@@ -119,7 +97,7 @@ private slots:
         row("unknown kind", { "build", from, to, "--kind", "both" }, "--kind");
         row("unknown separator", { "build", from, to, "--separator", ":" }, "--separator");
         row("no realms", { "build", from, to, "--realms", "0" }, "--realms");
-        row("too many realms", { "build", from, to, "--realms", "1001" }, "--realms");
+        row("too many realms", { "build", from, to, "--realms", "101" }, "--realms");
         row("no number of realms", { "build", from, to, "--realms", "many" }, "--realms");
         row("no jobs", { "build", from, to, "--jobs", "0" }, "--jobs");
         row("launcher without server", { "build-launcher" }, "server folder");
@@ -134,7 +112,7 @@ private slots:
     {
         QFETCH(QStringList, arguments);
         QFETCH(QString, said);
-        const Run run(arguments);
+        const CommandRun run(arguments);
         QCOMPARE(run.code, ExitCode::Usage);
         QVERIFY2(run.messages.contains(said), qPrintable(run.messages));
         QCOMPARE(run.text, QString());
@@ -143,7 +121,7 @@ private slots:
 
     void buildTellsPeople()
     {
-        const Run run({ "build", source(), server(), "--no-flush" });
+        const CommandRun run({ "build", source(), server(), "--no-flush" });
         QCOMPARE(run.code, ExitCode::Fine);
         QCOMPARE(
             run.text,
@@ -159,7 +137,7 @@ private slots:
         put("Data/b.mpq", "b");
         published();
         QFile::remove(source("Data/a.mpq"));
-        const Run run({ "build", source(), server(), "--dry-run", "--prune" });
+        const CommandRun run({ "build", source(), server(), "--dry-run", "--prune" });
         QVERIFY2(run.text.contains("removed   Data/a.mpq"), qPrintable(run.text));
         QVERIFY2(run.text.contains("pruned    wow-client-patch/live/Data"), qPrintable(run.text));
         QVERIFY2(run.text.contains("Players keep what is removed"), qPrintable(run.text));
@@ -173,8 +151,8 @@ private slots:
         put("Data/a.mpq", "second a");
         put("c.mpq", "c");
         QFile::remove(source("Data/b.mpq"));
-        const Run run({ "build", source(), server(), "--json", "--no-flush", "--prune" });
-        const QJsonObject json = run.json();
+        const CommandRun run({ "build", source(), server(), "--json", "--no-flush", "--prune" });
+        const QJsonObject json = run.json;
         QCOMPARE(pathsIn(json["added"]), QStringList("c.mpq"));
         QCOMPARE(pathsIn(json["changed"]), QStringList("Data/a.mpq"));
         QCOMPARE(pathsIn(json["removed"]), QStringList("Data/b.mpq"));
@@ -190,9 +168,9 @@ private slots:
 
     void optionsReachTheBuild()
     {
-        const Run run({ "build", source(), server(), "--no-flush", "--kind", "test", "--separator",
-                        "/", "--remove", "Data/old.mpq", "--remove-folder", "Interface/old.mpq",
-                        "--realms", "3", "--jobs", "1", "--rehash" });
+        const CommandRun run({ "build", source(), server(), "--no-flush", "--kind", "test",
+                               "--separator", "/", "--remove", "Data/old.mpq", "--remove-folder",
+                               "Interface/old.mpq", "--realms", "3", "--jobs", "1", "--rehash" });
         QCOMPARE(run.code, ExitCode::Fine);
         const QByteArray manifest = readFile(server("patchTest.ini"));
         QVERIFY(manifest.contains("numberOfFiles=7"));
@@ -204,12 +182,12 @@ private slots:
     void refusalsAreFindings()
     {
         put("con.mpq", "x");
-        const Run text({ "build", source(), server() });
+        const CommandRun text({ "build", source(), server() });
         QCOMPARE(text.code, ExitCode::Findings);
         QVERIFY2(text.text.contains("con.mpq: Its name is reserved"), qPrintable(text.text));
         QVERIFY2(text.text.contains("[name-not-for-windows]"), qPrintable(text.text));
         QVERIFY2(text.text.endsWith("Nothing has been published.\n"), qPrintable(text.text));
-        const QJsonObject json = Run({ "build", source(), server(), "--json" }).json();
+        const QJsonObject json = CommandRun({ "build", source(), server(), "--json" }).json;
         QCOMPARE(json["exitCode"].toInt(), 1);
         const QJsonObject refusal = json["refusals"].toArray().at(0).toObject();
         QCOMPARE(refusal["id"].toString(), QString("name-not-for-windows"));
@@ -220,18 +198,18 @@ private slots:
     void failuresAreInputOutput()
     {
         writeFile(server(), "a file where a folder should be");
-        const Run run({ "build", source(), server(), "--json" });
+        const CommandRun run({ "build", source(), server(), "--json" });
         QCOMPARE(run.code, ExitCode::InputOutput);
         QVERIFY2(run.messages.contains("cannot be created"), qPrintable(run.messages));
-        QCOMPARE(run.json()["exitCode"].toInt(), 3);
-        QVERIFY(run.json()["errors"].toArray().at(0).toString().contains("cannot be created"));
+        QCOMPARE(run.json["exitCode"].toInt(), 3);
+        QVERIFY(run.json["errors"].toArray().at(0).toString().contains("cannot be created"));
     }
 
     void usageErrorsReachMachines()
     {
-        const Run run({ "build", "--json" });
-        QCOMPARE(run.json()["exitCode"].toInt(), 2);
-        QCOMPARE(run.json()["errors"].toArray().size(), 1);
+        const CommandRun run({ "build", "--json" });
+        QCOMPARE(run.json["exitCode"].toInt(), 2);
+        QCOMPARE(run.json["errors"].toArray().size(), 1);
     }
 
     void launcherIsPublished()
@@ -239,15 +217,16 @@ private slots:
         const QStringList arguments{ "build-launcher", server(),    "--launcher",
                                      "/usr/bin/true",  "--updater", "/usr/bin/false",
                                      "--no-flush" };
-        const Run dry(arguments + QStringList{ "--dry-run" });
+        const CommandRun dry(arguments + QStringList{ "--dry-run" });
         QCOMPARE(dry.code, ExitCode::Fine);
         QVERIFY2(dry.text.endsWith("Dry run: nothing has been written.\n"), qPrintable(dry.text));
-        const Run run(arguments);
+        const CommandRun run(arguments);
         QCOMPARE(run.code, ExitCode::Fine);
         QVERIFY2(run.text.contains("added     Halden-Launcher.exe"), qPrintable(run.text));
         QCOMPARE(readFile(server("Halden-Launcher.exe")), readFile("/usr/bin/true"));
         QCOMPARE(readFile(server("Halden-Launcher-Updater.exe")), readFile("/usr/bin/false"));
-        const QJsonArray files = Run(arguments + QStringList{ "--json" }).json()["files"].toArray();
+        const QJsonArray files
+            = CommandRun(arguments + QStringList{ "--json" }).json["files"].toArray();
         QCOMPARE(files.size(), 2);
         QCOMPARE(files.at(1)["name"].toString(), QString("Halden-Launcher.exe"));
         QCOMPARE(files.at(1)["change"].toString(), QString("unchanged"));
@@ -258,10 +237,10 @@ private slots:
         const QString page = source("Data/a.mpq");
         const QStringList arguments{ "build-launcher", server(),        "--launcher", page,
                                      "--updater",      "/usr/bin/false" };
-        const Run run(arguments);
+        const CommandRun run(arguments);
         QCOMPARE(run.code, ExitCode::Findings);
         QVERIFY2(run.text.contains("[not-a-program]"), qPrintable(run.text));
-        const QJsonObject json = Run(arguments + QStringList{ "--json" }).json();
+        const QJsonObject json = CommandRun(arguments + QStringList{ "--json" }).json;
         QCOMPARE(json["refusals"].toArray().at(0)["id"].toString(), QString("not-a-program"));
     }
 

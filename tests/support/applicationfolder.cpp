@@ -1,7 +1,9 @@
 #include "tests/support/applicationfolder.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 
@@ -9,7 +11,12 @@ namespace TestSupport {
 
 QString sandboxApplicationFolder()
 {
+#ifdef Q_OS_WIN
+    // The sandbox's root is drive C.
+    return QStringLiteral("C:/home/player/Halden Launcher");
+#else
     return QStringLiteral("/home/player/Halden Launcher");
+#endif
 }
 
 void ApplicationFolder::clear()
@@ -49,6 +56,23 @@ QByteArray readFile(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QMap<QString, QByteArray> filesBelow(const QString& folder)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator found(
+        folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (found.hasNext()) {
+        const QString path = found.next();
+        files.insert(path.sliced(folder.size() + 1), readFile(path));
+    }
+    return files;
+}
+
+QString md5(const QByteArray& content)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
 }
 
 } // namespace TestSupport

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QMap>
 #include <QString>
 
 namespace TestSupport {
@@ -24,5 +25,9 @@ QString path(const QString& relativePath);
 void writeFile(const QString& path, const QByteArray& content);
 /// Content of a file, a null array when there is none.
 QByteArray readFile(const QString& path);
+/// Every file below a folder with its content, by relative path.
+QMap<QString, QByteArray> filesBelow(const QString& folder);
+/// Lower-case hexadecimal MD5.
+QString md5(const QByteArray& content);
 
 } // namespace TestSupport

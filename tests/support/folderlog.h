@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 namespace TestSupport {
 
 /// Records what happens to the entries of one folder, in the kernel's order:
@@ -19,7 +21,8 @@ public:
     QStringList take();
 
 private:
-    int descriptor;
+    struct Watch;
+    std::unique_ptr<Watch> watch;
 };
 
 } // namespace TestSupport

@@ -1,12 +1,12 @@
 #include "tests/support/httpsserver.h"
 
+#include "tests/support/rawsockets.h"
+
 #include <QLocale>
 #include <QPointer>
 #include <QSslConfiguration>
 #include <QSslSocket>
 #include <QTimer>
-
-#include <sys/socket.h>
 
 namespace TestSupport {
 
@@ -61,6 +61,8 @@ QByteArray protocolName(TlsVersion version)
     switch (version) {
     case TlsVersion::Only10:
         return "TLSv1";
+    case TlsVersion::Only11:
+        return "TLSv1.1";
     case TlsVersion::Only12:
         return "TLSv1.2";
     case TlsVersion::Only13:
@@ -82,8 +84,8 @@ QSslConfiguration serverConfiguration(const ServerCertificate& certificate, TlsV
         tls.setBackendConfigurationOption("MinProtocol", protocolName(version));
         tls.setBackendConfigurationOption("MaxProtocol", protocolName(version));
     }
-    // The old protocol signs with SHA-1, which the default level refuses.
-    if (version == TlsVersion::Only10)
+    // The old protocols sign with SHA-1, which the default level refuses.
+    if (version == TlsVersion::Only10 || version == TlsVersion::Only11)
         tls.setBackendConfigurationOption("CipherString", QByteArray("ALL:@SECLEVEL=0"));
     return tls;
 }
@@ -146,6 +148,14 @@ HttpAnswer HttpAnswer::chunked(const QList<QByteArray>& chunks)
     return answer.send("0" + headEnd);
 }
 
+HttpAnswer HttpAnswer::held(const HttpAnswer& answer)
+{
+    HttpAnswer later;
+    later.awaitRelease();
+    later.steps += answer.steps;
+    return later;
+}
+
 HttpAnswer& HttpAnswer::send(const QByteArray& bytes)
 {
     return add({ Kind::Send, bytes });
@@ -171,6 +181,11 @@ HttpAnswer& HttpAnswer::pause(int milliseconds)
 HttpAnswer& HttpAnswer::awaitBytes()
 {
     return add({ Kind::AwaitBytes });
+}
+
+HttpAnswer& HttpAnswer::awaitRelease()
+{
+    return add({ Kind::AwaitRelease });
 }
 
 HttpAnswer& HttpAnswer::close()
@@ -201,12 +216,16 @@ public:
         , server(owner)
     {
         ++server->open;
+        // A small write that waits for the acknowledgement of the one before
+        // costs a test more than everything else.
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(socket, &QTcpSocket::readyRead, this, &HttpConnection::bytesArrived);
         // Queued, or an endless answer to a fast client would never return.
         connect(
             socket, &QTcpSocket::bytesWritten, this, &HttpConnection::bytesLeft,
             Qt::QueuedConnection);
         connect(socket, &QTcpSocket::disconnected, this, &HttpConnection::end);
+        connect(server, &HttpsServer::released, this, &HttpConnection::goOn);
     }
 
     void play(const HttpAnswer& answer)
@@ -243,7 +262,15 @@ private:
 
     bool isWaiting() const
     {
-        return awaiting || paused || !repeated.isEmpty();
+        return awaiting || held || paused || !repeated.isEmpty();
+    }
+
+    void goOn()
+    {
+        if (!held)
+            return;
+        held = false;
+        playOn();
     }
 
     /// Plays until a step has to wait for something.
@@ -270,6 +297,9 @@ private:
             break;
         case Kind::AwaitBytes:
             awaiting = socket->bytesAvailable() == 0;
+            break;
+        case Kind::AwaitRelease:
+            held = true;
             break;
         case Kind::Close:
             socket->disconnectFromHost();
@@ -299,11 +329,7 @@ private:
     {
         // What was sent before the reset must be on the wire before it.
         socket->flush();
-        const linger immediately{ 1, 0 };
-        setsockopt(
-            static_cast<int>(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &immediately,
-            sizeof immediately);
-        socket->abort();
+        resetConnection(socket);
     }
 
     void end()
@@ -320,6 +346,7 @@ private:
     QList<HttpAnswer::Step> steps;
     QByteArray repeated;
     bool awaiting = false;
+    bool held = false;
     bool paused = false;
 };
 
@@ -371,14 +398,25 @@ quint16 HttpsServer::plainPort() const
     return plainServer.serverPort();
 }
 
+void HttpsServer::stopListening()
+{
+    encryptedServer.close();
+    plainServer.close();
+}
+
 void HttpsServer::shutDown()
 {
+    stopListening();
     for (QTcpServer* server : { static_cast<QTcpServer*>(&encryptedServer), &plainServer }) {
-        server->close();
         const auto sockets = server->findChildren<QTcpSocket*>();
         for (QTcpSocket* socket : sockets)
             socket->abort();
     }
+}
+
+void HttpsServer::release()
+{
+    emit released();
 }
 
 void HttpsServer::answer(const QByteArray& path, const HttpAnswer& answer)
@@ -394,11 +432,16 @@ void HttpsServer::answer(const QByteArray& path, const Handler& handler)
 void HttpsServer::serve(
     const QByteArray& path, const QByteArray& body, const QDateTime& lastModified)
 {
-    handlers.insert(path, [body, lastModified](const HttpRequest& request) {
+    handlers.insert(path, servingFile(body, lastModified));
+}
+
+HttpsServer::Handler HttpsServer::servingFile(const QByteArray& body, const QDateTime& lastModified)
+{
+    return [body, lastModified](const HttpRequest& request) {
         return isCurrent(request.header("If-Modified-Since"), lastModified)
             ? HttpAnswer::notModified()
             : HttpAnswer::ok(body, { { "Last-Modified", httpDate(lastModified) } });
-    });
+    };
 }
 
 void HttpsServer::answerAnythingElse(const Handler& handler)
@@ -409,6 +452,13 @@ void HttpsServer::answerAnythingElse(const Handler& handler)
 void HttpsServer::greet(const HttpAnswer& answer)
 {
     greeting = answer;
+}
+
+void HttpsServer::offerProtocols(const QList<QByteArray>& names)
+{
+    QSslConfiguration tls = encryptedServer.sslConfiguration();
+    tls.setAllowedNextProtocols(names);
+    encryptedServer.setSslConfiguration(tls);
 }
 
 QList<HttpRequest> HttpsServer::requests() const

@@ -52,6 +52,8 @@ public:
     static HttpAnswer announcing(qint64 length);
     /// The body in the chunked encoding, one chunk per element.
     static HttpAnswer chunked(const QList<QByteArray>& chunks);
+    /// The same answer, but not before the server's next `release()`.
+    static HttpAnswer held(const HttpAnswer& answer);
 
     HttpAnswer& send(const QByteArray& bytes);
     /// Sends `bytes` in pieces of `size`, the next one after `milliseconds`.
@@ -61,6 +63,8 @@ public:
     HttpAnswer& pause(int milliseconds);
     /// Goes on when the client has sent something; for greetings.
     HttpAnswer& awaitBytes();
+    /// Goes on with the server's next `release()`.
+    HttpAnswer& awaitRelease();
     /// Orderly end of the connection after everything is sent.
     HttpAnswer& close();
     /// Cuts the connection with a TCP reset.
@@ -68,7 +72,7 @@ public:
 
 private:
     friend class HttpConnection;
-    enum class Kind { Send, Repeat, Pause, AwaitBytes, Close, Reset };
+    enum class Kind { Send, Repeat, Pause, AwaitBytes, AwaitRelease, Close, Reset };
     struct Step {
         Kind kind;
         QByteArray bytes = {};
@@ -80,7 +84,7 @@ private:
     QList<Step> steps;
 };
 
-enum class TlsVersion { Any, Only10, Only12, Only13 };
+enum class TlsVersion { Any, Only10, Only11, Only12, Only13 };
 
 /// A web server for tests, in the event loop of the test. Speaks HTTP/1.1 with
 /// and without TLS, on any port, and records what it is asked.
@@ -104,19 +108,28 @@ public:
     void listenPlain(quint16 port = 80);
     quint16 port() const;
     quint16 plainPort() const;
+    /// Takes no new connections; those at hand go on.
+    void stopListening();
     /// Stops listening and cuts every connection.
     void shutDown();
+    /// Lets the answers that wait for it go on.
+    void release();
 
     void answer(const QByteArray& path, const HttpAnswer& answer);
     void answer(const QByteArray& path, const Handler& handler);
     /// Serves a file: 304 when the request's If-Modified-Since is not before
     /// `lastModified`, else the body with its Last-Modified.
     void serve(const QByteArray& path, const QByteArray& body, const QDateTime& lastModified);
+    /// What `serve()` answers with.
+    static Handler servingFile(const QByteArray& body, const QDateTime& lastModified);
     /// For every path that has no answer of its own.
     void answerAnythingElse(const Handler& handler);
     /// Played on every new connection before anything is read from it; on a
     /// plain port this comes where a TLS handshake would.
     void greet(const HttpAnswer& greeting);
+    /// What new connections are told about the protocols spoken behind TLS,
+    /// the preferred one first. It need not be true.
+    void offerProtocols(const QList<QByteArray>& names);
 
     QList<HttpRequest> requests() const;
     /// Paths of all requests, in order.
@@ -131,6 +144,7 @@ public:
 
 signals:
     void requested(const QByteArray& path);
+    void released();
 
 private:
     friend class HttpConnection;

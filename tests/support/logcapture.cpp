@@ -61,4 +61,10 @@ void LogCapture::collect(QtMsgType type, const QMessageLogContext&, const QStrin
     store().lines.append((type == QtDebugMsg ? QString() : QStringLiteral("warning: ")) + message);
 }
 
+QStringList withSlashes(QStringList lines)
+{
+    // The log doubles a backslash within quotation marks.
+    return lines.replaceInStrings("\\\\", "/");
+}
+
 } // namespace TestSupport

@@ -25,4 +25,8 @@ private:
     QtMessageHandler previous;
 };
 
+/// Log lines with every backslash of a path turned into a slash, for tests that
+/// are not about the separators; on Windows others are.
+QStringList withSlashes(QStringList lines);
+
 } // namespace TestSupport

@@ -53,9 +53,18 @@ QMap<QString, QByteArray> realmsIniValues()
             section = QString::fromUtf8(line.mid(1, line.indexOf(']') - 1));
         else if (equals > 0)
             values.insert(
-                section + '/' + QString::fromUtf8(line.left(equals)), line.mid(equals + 1));
+                section + '/' + QString::fromUtf8(line.left(equals)),
+                line.mid(equals + 1).trimmed());
     }
     return values;
+}
+
+QByteArray withSystemsLineEnds(QByteArray text)
+{
+#ifdef Q_OS_WIN
+    text.replace("\n", "\r\n");
+#endif
+    return text;
 }
 
 QByteArray realmsIniWith(const QList<RealmEntry>& entries, const QByteArray& selectedRealm)

@@ -18,6 +18,9 @@ void writeRealmsIni(const QByteArray& content);
 /// without the settings layer: keys as they are spelt, values as bytes.
 QMap<QString, QByteArray> realmsIniValues();
 
+/// The text with its lines ended as the settings layer ends them on this system.
+QByteArray withSystemsLineEnds(QByteArray text);
+
 /// One entry as a store's file holds it.
 struct RealmEntry {
     QByteArray name;

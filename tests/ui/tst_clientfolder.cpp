@@ -85,6 +85,7 @@ private slots:
         QTEST(dialog.checkClientPath(clientFolder() + suffix), "good");
     }
 
+#ifndef Q_OS_WIN // they are not
     void clientFolderNamesAreCaseSensitiveHere()
     {
         writeFile(clientFolder() + "/WoW.exe", "MZ");
@@ -92,13 +93,14 @@ private slots:
         const AddClientDialog dialog("", "", "", false, nullptr);
         QVERIFY(!dialog.checkClientPath(clientFolder()));
     }
+#endif
 
     /// The path is put before the separator as it stands.
     void emptyFolderStandsForTheRoot()
     {
         const AddClientDialog dialog("", "", "", false, nullptr);
         QVERIFY(!dialog.checkClientPath(""));
-        makeClientFolder("/");
+        makeClientFolder("");
         const bool accepted = dialog.checkClientPath("");
         QVERIFY(QFile::remove("/wow.exe") && QDir("/").rmdir("Data"));
         QVERIFY(accepted);

@@ -3,6 +3,7 @@
 #include "tests/support/httpsserver.h"
 #include "tests/support/modalanswers.h"
 #include "tests/support/realmsini.h"
+#include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 #include "tests/support/widgets.h"
 #include "tests/ui/mainwindowundertest.h"
@@ -256,13 +257,13 @@ private slots:
     void theHandOverDuringTheQuestionDoesNotEndTheProgram()
     {
         const QString report = ApplicationFolder::path("updater.txt");
-        const QString updater = ApplicationFolder::path("Halden-Launcher-Updater.exe");
-        writeFile(updater, "#!/bin/sh\necho \"$@\" >> '" + report.toUtf8() + "'\n");
-        QVERIFY(QFile::setPermissions(updater, QFile::permissions(updater) | QFile::ExeOwner));
+        placeReporter(ApplicationFolder::path("Halden-Launcher-Updater.exe"), report);
         writeFile(ApplicationFolder::path("Halden-Launcher.tmp"), "new");
-        const QByteArray once = QByteArray::number(QCoreApplication::applicationPid()) + '\n';
+        const QString ownId = QString::number(QCoreApplication::applicationPid());
         const MainWindowUnderTest window([&](const MainWindowUnderTest& half, QDialog* dialog) {
-            QTRY_COMPARE(readFile(report), once + once);
+            QTRY_COMPARE(reportedStarts(report).size(), 2);
+            for (const QStringList& start : reportedStarts(report))
+                QCOMPARE(start.sliced(2), QStringList(ownId));
             QVERIFY(half.settle(2));
             QVERIFY2(dialog->isVisible(), "The question vanished");
             dialog->reject();

@@ -106,6 +106,7 @@ template <typename Dialog> void requireParentless(const QDialog* dialog)
     QCOMPARE(dialog->parent(), nullptr);
 }
 
+#ifndef Q_OS_WIN // where no folder has a backslash in its name
 // The folder of this program itself has no backslash in its name, so a copy of
 // it elsewhere presses the button.
 const char openSettingsElsewhere[] = "HALDEN_TEST_OPEN_SETTINGS_ELSEWHERE";
@@ -136,6 +137,7 @@ void runElsewhere(QProcess& copy, const QString& folder)
     QVERIFY2(copy.waitForFinished(), qPrintable(copy.errorString()));
     QCOMPARE(copy.exitCode(), 0);
 }
+#endif
 
 constexpr auto Ok = QDialogButtonBox::Ok;
 constexpr auto Cancel = QDialogButtonBox::Cancel;
@@ -399,14 +401,18 @@ private slots:
         QVERIFY(window.settle(2));
         window.show();
         const qsizetype before = window.log.lines().size();
-        const FolderRecorder desktop;
+        // A drive is taken for a scheme.
+        const FolderRecorder desktop(QUrl(ApplicationFolder::path()).scheme());
         click(window.get(), "pushButton_Open_SettingsFolder");
         const QString folder = ApplicationFolder::path("Settings");
-        QCOMPARE(window.log.lines().sliced(before), QStringList{ "test \"" + folder + '"' });
+        QCOMPARE(
+            withSlashes(window.log.lines().sliced(before)),
+            QStringList{ "test \"" + folder + '"' });
         QCOMPARE(desktop.opened, QList<QUrl>{ QUrl(folder) });
         QCOMPARE(desktop.opened.constFirst().path(), "/home/player/Halden Launcher/Settings");
     }
 
+#ifndef Q_OS_WIN
     void opensTheSettingsFolderWithSlashesOnly()
     {
         QProcess copy;
@@ -416,6 +422,7 @@ private slots:
         QVERIFY(copy.readAllStandardError().contains(
             "test \"/home/player/Halden Launcher/back\\\\slash/Settings\""));
     }
+#endif
 
     void selectsByMouse()
     {
@@ -522,9 +529,11 @@ private slots:
 
 int main(int argc, char* argv[])
 {
-    return qEnvironmentVariableIsSet(openSettingsElsewhere)
-        ? openSettingsFolder(argc, argv)
-        : TestSupport::runTest<tst_MainWindow_buttons>(argc, argv);
+#ifndef Q_OS_WIN
+    if (qEnvironmentVariableIsSet(openSettingsElsewhere))
+        return openSettingsFolder(argc, argv);
+#endif
+    return TestSupport::runTest<tst_MainWindow_buttons>(argc, argv);
 }
 
 #include "tst_mainwindow_buttons.moc"

@@ -1,5 +1,6 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
@@ -153,7 +154,7 @@ private slots:
     void staysHiddenWhenUnreadable()
     {
         writeFile(infoPath(), "secret");
-        QVERIFY(QFile::setPermissions(infoPath(), {}));
+        const UnreadableFile unreadable(infoPath());
         const MainWindowUnderTest window;
         QVERIFY(window.settle(2));
         QVERIFY(window.infoBrowser()->isHidden());

@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
@@ -296,7 +297,7 @@ private slots:
     void anUnreadableStoreIsEmpty()
     {
         writeRealmsIni(storeOf(2, "realmid=1\n"));
-        QVERIFY(QFile::setPermissions(realmsIniPath(), {}));
+        const UnreadableFile unreadable(realmsIniPath());
         const MainWindowUnderTest window;
         QCOMPARE(items(window.selector()), QStringList());
         QVERIFY(window.button("StartWoW")->isHidden());

@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testmain.h"
 #include "tests/update/updatefixture.h"
@@ -28,7 +29,7 @@ public:
         QSignalSpy completed(&run, &UpdatingProcedures::clientUpdateComplete);
         run.copyPatchedFilesIntoClient();
         completions = completed.size();
-        lines = log.lines();
+        lines = withSlashes(log.lines());
     }
 
     /// The log behind its opening line.
@@ -70,9 +71,6 @@ void writeSingleFileManifest(const QString& manifestName = "patch.ini")
 {
     writeManifest(manifestName, QStringList{ "numberOfFiles=1", "file1=a.mpq" });
 }
-
-constexpr auto readOnlyFolder = QFileDevice::ReadOwner | QFileDevice::ExeOwner;
-constexpr auto writableFolder = readOnlyFolder | QFileDevice::WriteOwner;
 
 } // namespace
 
@@ -175,10 +173,9 @@ private slots:
         writeFile(client("/Data/a.mpq"), "old");
         writeFile(cachePath("live/Data/a.mpq"), "new");
         writeSingleFileManifest();
-        QVERIFY(QFile::setPermissions(client("/Data"), readOnlyFolder));
+        const UnremovableFile unremovable(client("/Data/a.mpq"));
         const Installation run;
         const QString folder = client("/Data/");
-        QVERIFY(QFile::setPermissions(client("/Data"), writableFolder));
         QCOMPARE(
             run.linesOfEntries(),
             deletionLines("a.mpq", folder, folder + "/a.mpq", false)
@@ -484,13 +481,14 @@ private slots:
         UpdatingProcedures run(nullptr);
         QStringList linesBefore;
         connect(&run, &UpdatingProcedures::clientUpdateComplete, this, [&] {
-            linesBefore = log.lines();
+            linesBefore = withSlashes(log.lines());
         });
         run.copyPatchedFilesIntoClient();
         QCOMPARE(linesBefore.value(linesBefore.size() - 1), closingLine(1));
-        QCOMPARE(log.lines(), linesBefore);
+        QCOMPARE(withSlashes(log.lines()), linesBefore);
     }
 
+#ifndef Q_OS_WIN // a read-only file cannot be removed there
     void permissionsAndContentOfAReadOnlyCopyDoNotStopTheNextRun()
     {
         addRealm(client());
@@ -503,6 +501,7 @@ private slots:
         QCOMPARE(second.lines.filter("result of deletion:  true").size(), 1);
         QCOMPARE(readFile(client("/Data/a.mpq")), "first");
     }
+#endif
 };
 
 HALDEN_TEST_MAIN(tst_Installation)

@@ -1,3 +1,4 @@
+#include "core/settingshandler.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
@@ -24,12 +25,16 @@ QString client(const QString& relativePath)
 
 QString manifestDownload(const QString& name)
 {
-    return downloadLine(name, ApplicationFolder::path("Settings"), QString());
+    return downloadLine(name, logged(SettingsHandler::getSettingsPath()), QString());
 }
 
 QString patchDownload(const QString& kind, const QString& name)
 {
-    return downloadLine("wow-client-patch/" + kind + "//" + name, cachePath(kind + "/Data/"), name);
+    return downloadLine(
+        "wow-client-patch/" + kind + "//" + name,
+        logged(
+            SettingsHandler::getClientDataStoragePath() + '/' + kind + "/Data" + QDir::separator()),
+        name);
 }
 
 /// Rows of a manifest with these missing files.

@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/testmain.h"
 #include "tests/update/updatefixture.h"
 #include "update/patchmanifest.h"
@@ -269,7 +270,7 @@ private slots:
     void aFileThatMayNotBeReadHasNoEntries()
     {
         writeRows({ "numberOfFiles=1", "file1=a" });
-        QVERIFY(QFile::setPermissions(manifestPath(), {}));
+        const TestSupport::UnreadableFile unreadable(manifestPath());
         QCOMPARE(entriesWalked(PatchManifest(manifestPath())), 0);
     }
 

@@ -1,3 +1,4 @@
+#include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 #include "update/patchpaths.h"
 
@@ -6,7 +7,7 @@
 
 namespace {
 
-const QString applicationFolder = "/home/player/Halden Launcher";
+const QString applicationFolder = TestSupport::sandboxApplicationFolder();
 /// The platform's own separator, apart from the literal slashes.
 const QString sep = QString(QDir::separator());
 

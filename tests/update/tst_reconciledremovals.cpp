@@ -1,5 +1,6 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testmain.h"
 #include "tests/update/updatefixture.h"
@@ -235,14 +236,10 @@ private slots:
         QFETCH(QString, line);
         const QString victim = client(1, folder + "/victim");
         writeFile(dirOnly == "true" ? victim + "/inside" : victim, "kept");
-        QVERIFY(QFile::setPermissions(
-            client(1, folder), QFileDevice::ReadOwner | QFileDevice::ExeOwner));
+        const UnremovableFile unremovable(dirOnly == "true" ? victim + "/inside" : victim);
         writeRemoval(1, { "=victim", "-dirOnly=" + dirOnly });
         QCOMPARE(reconcile(), QStringList({ line }));
         QVERIFY(QFileInfo::exists(victim));
-        QVERIFY(QFile::setPermissions(
-            client(1, folder),
-            QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
     }
 
     void theCacheIsNotTouchedByRemovals()

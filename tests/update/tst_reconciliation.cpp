@@ -1,5 +1,6 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/diskfaults.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
@@ -9,7 +10,10 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <memory>
+#ifndef Q_OS_WIN
 #include <sys/stat.h>
+#endif
 
 using namespace TestSupport;
 using namespace UpdateFixture;
@@ -26,7 +30,7 @@ public:
         LogCapture log;
         UpdatingProcedures run(nullptr);
         run.reconcilePatchIni(livePatchBaseUrl, manifestName, queue, kind);
-        lines = log.lines();
+        lines = withSlashes(log.lines());
     }
 
     QStringList names() const
@@ -76,11 +80,13 @@ void writeSingleFileManifest(const QString& hash)
         "patch.ini", QStringList{ "numberOfFiles=1", "file1=a.mpq", "file1-hash=" + hash });
 }
 
+#ifndef Q_OS_WIN
 void makePipe(const QString& path)
 {
     QVERIFY(QDir().mkpath(QFileInfo(path).path()));
     QCOMPARE(mkfifo(qPrintable(path), 0600), 0);
 }
+#endif
 
 } // namespace
 
@@ -90,6 +96,7 @@ class tst_Reconciliation : public QObject {
 private slots:
     void init()
     {
+        unreadable.reset();
         ApplicationFolder::clear();
     }
 
@@ -169,7 +176,7 @@ private slots:
             item.getUrl(), QUrl("https://download.tarnwick.example/wow-client-patch/live//a.mpq"));
         QCOMPARE(item.getReferenceTime(), fixedTime);
         QCOMPARE(item.getReferenceTime().timeSpec(), Qt::LocalTime);
-        QCOMPARE(item.getTargetFolder(), cachePath("live/Data/"));
+        QCOMPARE(QDir::fromNativeSeparators(item.getTargetFolder()), cachePath("live/Data/"));
         QCOMPARE(item.getFileName(), "a.mpq");
         QVERIFY2(!QFileInfo::exists(cachePath("live/Data")), "queueing makes no folder");
     }
@@ -189,7 +196,7 @@ private slots:
         QCOMPARE(
             item.getUrl(),
             QUrl("https://download.tarnwick.example/wow-client-patch/test/v3/deDE/b.mpq"));
-        QCOMPARE(item.getTargetFolder(), cachePath("test/Data/deDE"));
+        QCOMPARE(QDir::fromNativeSeparators(item.getTargetFolder()), cachePath("test/Data/deDE"));
     }
 
     void hashes_data()
@@ -237,8 +244,10 @@ private slots:
         QTest::addColumn<QString>("obstacle");
         QTest::addColumn<QString>("hash");
         QTest::addColumn<bool>("queued");
-        const QStringList obstacles{ "nothing",       "unreadable file",  "folder",        "pipe",
-                                     "dangling link", "link to a folder", "link to a pipe" };
+        QStringList obstacles{ "nothing", "unreadable file", "folder" };
+#ifndef Q_OS_WIN // has no such things in folders
+        obstacles += { "pipe", "dangling link", "link to a folder", "link to a pipe" };
+#endif
         for (const QString& obstacle : obstacles) {
             QTest::addRow("%s, hash given", qPrintable(obstacle))
                 << obstacle << md5("patch content") << true;
@@ -258,6 +267,7 @@ private slots:
         QCOMPARE(Reconciliation().queue.size(), queued ? 1 : 0);
     }
 
+#ifndef Q_OS_WIN // a link is a file with another name there
     void aLinkToTheRightContentMatches()
     {
         writeFile(ApplicationFolder::path("elsewhere"), "patch content");
@@ -266,6 +276,7 @@ private slots:
         writeSingleFileManifest(md5("patch content"));
         QVERIFY(Reconciliation().queue.isEmpty());
     }
+#endif
 
     void theReferenceTimeIsTheCachedCopysInUtc_data()
     {
@@ -434,16 +445,18 @@ private:
         return hash;
     }
 
-    static void putObstacle(const QString& obstacle, const QString& path)
+    void putObstacle(const QString& obstacle, const QString& path)
     {
         const QString aside = ApplicationFolder::path("aside");
         QVERIFY(QDir().mkpath(QFileInfo(path).path()));
         if (obstacle == "unreadable file") {
             writeFile(path, "patch content");
-            QVERIFY(QFile::setPermissions(path, {}));
+            unreadable = std::make_unique<UnreadableFile>(path);
         } else if (obstacle == "folder") {
             QVERIFY(QDir().mkpath(path));
-        } else if (obstacle == "pipe") {
+        }
+#ifndef Q_OS_WIN
+        else if (obstacle == "pipe") {
             makePipe(path);
         } else if (obstacle == "dangling link") {
             QVERIFY(QFile::link(aside, path));
@@ -454,7 +467,10 @@ private:
             makePipe(aside);
             QVERIFY(QFile::link(aside, path));
         }
+#endif
     }
+
+    std::unique_ptr<UnreadableFile> unreadable;
 };
 
 HALDEN_TEST_MAIN(tst_Reconciliation)

@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 #include "tests/update/updatefixture.h"
@@ -6,8 +7,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-
-#include <algorithm>
 
 using namespace TestSupport;
 using namespace UpdateFixture;
@@ -25,49 +24,34 @@ QString inFolder(const QString& name)
     return ApplicationFolder::path(name);
 }
 
-/// A program in the updater's place that writes down the folder it runs in, the
-/// number of its arguments and the arguments, one a line.
+/// A program in the updater's place that writes down how it is started.
 void placeStandIn(const QString& recordName = "record")
 {
-    const QByteArray record = "\"${0%/*}/" + recordName.toUtf8() + "\"";
-    writeFile(
-        inFolder(updater),
-        "#!/bin/sh\n{ pwd; printf '%s\\n' $# \"$@\"; } >" + record + ".part\nmv " + record
-            + ".part " + record + "\n");
-    if (!QFile::setPermissions(
-            inFolder(updater),
-            QFileDevice::ReadOwner | QFileDevice::ExeOwner | QFileDevice::WriteOwner))
-        qFatal("the updater's stand-in cannot be made executable");
+    TestSupport::placeReporter(inFolder(updater), inFolder(recordName));
 }
 
-/// What the stand-in wrote down; waits for it.
+/// The folder that the stand-in was started in and its arguments; waits for it.
 QStringList recordOf(const QString& recordName = "record")
 {
-    const QString path = inFolder(recordName);
-    if (!QTest::qWaitFor([path] { return QFileInfo::exists(path); }, 20'000))
+    const auto starts = [path = inFolder(recordName)] {
+        return TestSupport::reportedStarts(path);
+    };
+    if (!QTest::qWaitFor([&] { return !starts().isEmpty(); }, 20'000))
         return { "the updater was not started" };
-    return QString::fromUtf8(readFile(path)).split(u'\n', Qt::SkipEmptyParts);
-}
-
-bool updaterIsRunning()
-{
-    const QStringList processes = QDir("/proc").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    return std::any_of(processes.begin(), processes.end(), [](const QString& process) {
-        return readFile("/proc/" + process + "/cmdline").contains(updater.toUtf8());
-    });
+    return starts().constFirst().sliced(1);
 }
 
 /// True when no stand-in has run: none is running any more, and none has left
 /// its record.
 bool updaterWasNeverStarted()
 {
-    return QTest::qWaitFor([] { return !updaterIsRunning(); }, 20'000)
+    return QTest::qWaitFor([] { return !TestSupport::isRunning(updater); }, 20'000)
         && !QFileInfo::exists(inFolder("record"));
 }
 
 QStringList ownProcessIdAsTheOnlyArgument()
 {
-    return { QDir::currentPath(), "1", QString::number(QCoreApplication::applicationPid()) };
+    return { QDir::currentPath(), QString::number(QCoreApplication::applicationPid()) };
 }
 
 /// Both programs are current.
@@ -236,7 +220,7 @@ private slots:
         answerNotModified(run);
         QStringList linesAtCompletion;
         connect(run.get(), &UpdatingProcedures::launcherUpdateComplete, this, [&] {
-            linesAtCompletion = run.log.lines();
+            linesAtCompletion = withSlashes(run.log.lines());
             // Only a start after this moment finds this stand-in.
             placeStandIn("in-time");
         });
@@ -316,7 +300,7 @@ private slots:
         run->replaceLauncher();
         QCOMPARE(run.events, QStringList(3, "launcherUpdateComplete"));
         QCOMPARE(
-            run.log.linesStartingWith("true"),
+            withSlashes(run.log.linesStartingWith("true")),
             QStringList(3, downloadLine("patch.ini", inFolder("Settings"), "")));
         QVERIFY(run.waitForEnd());
         QVERIFY(updaterWasNeverStarted());

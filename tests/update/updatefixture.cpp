@@ -3,7 +3,6 @@
 #include "core/settingshandler.h"
 #include "tests/support/applicationfolder.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 #include <QSettings>
 
@@ -43,14 +42,14 @@ QString cachePath(const QString& relativePath)
     return ApplicationFolder::path("ClientDataStorage/" + relativePath);
 }
 
+QString logged(QString path)
+{
+    return path.replace("\\", "\\\\");
+}
+
 QString settingsPath(const QString& fileName)
 {
     return ApplicationFolder::path("Settings/" + fileName);
-}
-
-QString md5(const QByteArray& content)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
 }
 
 void setModificationTime(const QString& path, const QDateTime& time)

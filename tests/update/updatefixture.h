@@ -22,9 +22,8 @@ void setDeveloperMode(bool on);
 /// Absolute path of something in the patch cache.
 QString cachePath(const QString& relativePath);
 QString settingsPath(const QString& fileName);
-
-/// Lower-case hexadecimal MD5.
-QString md5(const QByteArray& content);
+/// A path as the log shows it within quotation marks: a backslash is doubled.
+QString logged(QString path);
 
 /// Fails the process if the time cannot be set.
 void setModificationTime(const QString& path, const QDateTime& time);

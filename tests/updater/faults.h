@@ -1,33 +1,12 @@
 #pragma once
 
+#include "tests/support/diskfaults.h"
+
 #include <QByteArray>
-#include <QFile>
 #include <QString>
 
-/// Takes away the right to write into a folder.
-class ReadOnlyFolder {
-public:
-    explicit ReadOnlyFolder(const QString& folder);
-    ~ReadOnlyFolder();
-    ReadOnlyFolder(const ReadOnlyFolder&) = delete;
-    ReadOnlyFolder& operator=(const ReadOnlyFolder&) = delete;
-
-private:
-    QString path;
-    QFileDevice::Permissions permissions;
-};
-
-/// Fills a folder's file system to the last block.
-class FullDisk {
-public:
-    explicit FullDisk(const QString& folder);
-    ~FullDisk();
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
-private:
-    QFile filler;
-};
+using TestSupport::FullDisk;
+using TestSupport::ReadOnlyFolder;
 
 /// Holds the lock of a folder as a working updater does.
 class LockHolder {

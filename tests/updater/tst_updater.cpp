@@ -522,8 +522,8 @@ private slots:
         const QDateTime before = QDateTime::currentDateTimeUtc();
         installation->run(endedProcess(), { "env", "TZ=" + zone });
         const QDateTime after = QDateTime::currentDateTimeUtc();
-        const QRegularExpression form(R"(^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}))"
-                                      R"(([+-]\d\d:\d\d) \[\d+\] ([a-z].*)$)");
+        static const QRegularExpression form(R"(^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}))"
+                                             R"(([+-]\d\d:\d\d) \[\d+\] ([a-z].*)$)");
         QStringList messages;
         const QStringList lines = installation->logLines();
         for (const QString& line : lines) {

@@ -207,7 +207,7 @@ private:
 
     QString killedTwice(QRandomGenerator& random)
     {
-        arrange(*installation, scenarios().first());
+        arrange(*installation, scenarios().constFirst());
         for (int n = 0; n < 2; ++n) {
             const QList<SystemCall>& calls = killPoints.first();
             // The second run may have less to do and get past the place.

@@ -32,23 +32,27 @@ QString nameOf(uint32_t event)
 
 } // namespace
 
+struct FolderLog::Watch {
+    int descriptor = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+};
+
 FolderLog::FolderLog(const QString& folder)
-    : descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    : watch(std::make_unique<Watch>())
 {
-    if (inotify_add_watch(descriptor, QFile::encodeName(folder).constData(), watched) < 0)
+    if (inotify_add_watch(watch->descriptor, QFile::encodeName(folder).constData(), watched) < 0)
         qFatal("cannot watch %s", qPrintable(folder));
 }
 
 FolderLog::~FolderLog()
 {
-    close(descriptor);
+    close(watch->descriptor);
 }
 
 QStringList FolderLog::take()
 {
     QStringList events;
     alignas(inotify_event) std::array<char, 4096> buffer{};
-    for (ssize_t size = 0; (size = read(descriptor, buffer.data(), buffer.size())) > 0;) {
+    for (ssize_t size = 0; (size = read(watch->descriptor, buffer.data(), buffer.size())) > 0;) {
         for (ssize_t at = 0; at < size;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
             events.append(nameOf(event->mask) + QFile::decodeName(event->name));

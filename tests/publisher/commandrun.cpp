@@ -1,0 +1,18 @@
+#include "tests/publisher/commandrun.h"
+
+#include "publisher/frame.h"
+
+#include <QBuffer>
+#include <QJsonDocument>
+
+CommandRun::CommandRun(const QStringList& arguments)
+{
+    QBuffer result;
+    QBuffer messageBuffer;
+    result.open(QIODevice::WriteOnly);
+    messageBuffer.open(QIODevice::WriteOnly);
+    code = runCommandLine(arguments, allCommands(), result, messageBuffer);
+    text = QString::fromUtf8(result.data());
+    json = QJsonDocument::fromJson(result.data()).object();
+    messages = QString::fromUtf8(messageBuffer.data());
+}

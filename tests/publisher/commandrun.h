@@ -1,0 +1,18 @@
+#pragma once
+
+#include "publisher/exitcode.h"
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+/// One start of halden-publish, within this process.
+struct CommandRun {
+    explicit CommandRun(const QStringList& arguments);
+
+    ExitCode code = ExitCode::Fine;
+    /// The result, and its members where "--json" was asked for.
+    QString text;
+    QJsonObject json;
+    QString messages;
+};
