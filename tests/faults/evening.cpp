@@ -24,6 +24,12 @@ QByteArray contentOf(const QString& file)
     return QFileInfo(file).isFile() ? readFile(file) : QByteArray();
 }
 
+QString& toolkitWarning()
+{
+    static QString beginning;
+    return beginning;
+}
+
 } // namespace
 
 Evening::Evening(Target hit)
@@ -76,7 +82,7 @@ void Evening::laterTargetsMayFail()
 
 void Evening::toolkitWarns(const QString& beginning)
 {
-    toolkitWarning = beginning;
+    toolkitWarning() = beginning;
 }
 
 void Evening::clientMayDiffer()
@@ -188,6 +194,7 @@ void Evening::check(const MainWindowUnderTest& window, bool faulty)
 {
     checkButtons(window);
     checkLog(window.log.lines(), faulty);
+    problems += LogCheck::nothingBut(window.log.linesOfOtherThreads(), toolkitWarning());
 }
 
 void Evening::checkButtons(const MainWindowUnderTest& window)
@@ -205,7 +212,7 @@ void Evening::checkButtons(const MainWindowUnderTest& window)
 void Evening::checkLog(const QStringList& log, bool faulty)
 {
     problems += LogCheck::wholeChain(log, path());
-    problems += LogCheck::onlyDownloadWarnings(log, faulty ? toolkitWarning : QString());
+    problems += LogCheck::onlyDownloadWarnings(log);
     problems += LogCheck::failures(
         log, errorUrl, faulty ? error : QString(), Targets::requestsPerStart(target));
     if (!faulty || !laterMayFail)

@@ -41,8 +41,9 @@ public:
     void expectError(const QString& name, const QString& url = QString());
     /// The downloads of later targets may fail as well.
     void laterTargetsMayFail();
-    /// The toolkit has a word of its own to say, in lines that begin like this.
-    void toolkitWarns(const QString& beginning);
+    /// The network library has a word of its own to say, in lines that begin like
+    /// this. Its threads may do so late, so it holds for all later evenings, too.
+    static void toolkitWarns(const QString& beginning);
     /// The client need not hold what the cache holds.
     void clientMayDiffer();
     /// The outcome is that of the patch file in the client, not in the cache.
@@ -80,7 +81,6 @@ private:
     std::function<bool()> isKept;
     QString error;
     QString errorUrl;
-    QString toolkitWarning;
     bool laterMayFail = false;
     bool clientIsChecked = true;
     QString judged;

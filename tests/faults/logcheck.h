@@ -18,8 +18,9 @@ QStringList wholeChain(const QStringList& log, const QString& launcherFolder);
 QStringList failures(const QStringList& log, const QString& url, const QString& error, int times);
 /// Every failed download was one of this address.
 QStringList noOtherFailures(const QStringList& log, const QString& url);
-/// There is no other warning than those of failed downloads, but for what
-/// begins with `expected`.
-QStringList onlyDownloadWarnings(const QStringList& log, const QString& expected = QString());
+/// There is no other warning than those of failed downloads.
+QStringList onlyDownloadWarnings(const QStringList& log);
+/// The network library has nothing to say but what begins with `expected`.
+QStringList nothingBut(const QStringList& toolkitLog, const QString& expected);
 
 } // namespace LogCheck

@@ -146,7 +146,7 @@ void tst_TransportFaults::cell()
     evening.expectError(error);
     evening.laterTargetsMayFail();
     if (fault.startsWith("HTTP/2"))
-        evening.toolkitWarns("stream 1 finished with error: ");
+        Evening::toolkitWarns("stream 1 finished with error: ");
     QCOMPARE(evening.play(), keptThenWhole);
     cells.add(fault, target, keptThenWhole);
 }

@@ -2,6 +2,7 @@
 
 #include <QMutex>
 #include <QMutexLocker>
+#include <QThread>
 
 namespace TestSupport {
 
@@ -10,7 +11,9 @@ namespace {
 // A message handler is a plain function and is called from any thread.
 struct Store {
     QMutex mutex;
+    const QThread* owner = nullptr;
     QStringList lines;
+    QStringList others;
 };
 
 Store& store()
@@ -22,9 +25,13 @@ Store& store()
 } // namespace
 
 LogCapture::LogCapture()
-    : previous(qInstallMessageHandler(&LogCapture::collect))
 {
     clear();
+    {
+        const QMutexLocker lock(&store().mutex);
+        store().owner = QThread::currentThread();
+    }
+    previous = qInstallMessageHandler(&LogCapture::collect);
 }
 
 LogCapture::~LogCapture()
@@ -36,6 +43,12 @@ QStringList LogCapture::lines() const
 {
     const QMutexLocker lock(&store().mutex);
     return store().lines;
+}
+
+QStringList LogCapture::linesOfOtherThreads() const
+{
+    const QMutexLocker lock(&store().mutex);
+    return store().others;
 }
 
 QStringList LogCapture::linesStartingWith(const QString& prefix) const
@@ -53,12 +66,14 @@ void LogCapture::clear()
 {
     const QMutexLocker lock(&store().mutex);
     store().lines.clear();
+    store().others.clear();
 }
 
 void LogCapture::collect(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
     const QMutexLocker lock(&store().mutex);
-    store().lines.append((type == QtDebugMsg ? QString() : QStringLiteral("warning: ")) + message);
+    QStringList& lines = QThread::currentThread() == store().owner ? store().lines : store().others;
+    lines.append((type == QtDebugMsg ? QString() : QStringLiteral("warning: ")) + message);
 }
 
 QStringList withSlashes(QStringList lines)
