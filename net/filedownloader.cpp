@@ -10,6 +10,7 @@
 #include <QFileInfo>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSharedPointer>
 #include <QSslConfiguration>
 
 #include <cstdio>
@@ -22,6 +23,15 @@ namespace {
 // A server that goes silent would hold the whole update run; after this long
 // without a byte the request fails like any other.
 constexpr int inactivityLimitInMilliseconds = 60'000;
+
+// A body of announced length is received into one block, up to this. Otherwise
+// the network library holds it in small pieces, thousands of which pile up while
+// the window is busy, and builds the whole beside them. It does without the block
+// where memory is short.
+constexpr qint64 largestBlock = 4LL << 30;
+
+// Smaller bodies are worth a copy that outlives the reply.
+constexpr qint64 smallestBodyWithoutCopy = 1LL << 20;
 
 QString temporaryName(const QString& fileName)
 {
@@ -46,6 +56,7 @@ makeRequest(const QUrl& url, bool useTls, bool sendIfModifiedSince, const QDateT
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::UserAgentHeader, applicationDisplayName);
     request.setTransferTimeout(inactivityLimitInMilliseconds);
+    request.setAttribute(QNetworkRequest::MaximumDownloadBufferSizeAttribute, largestBlock);
     if (sendIfModifiedSince)
         request.setHeader(QNetworkRequest::IfModifiedSinceHeader, timestamp);
     if (useTls) {
@@ -62,6 +73,19 @@ void logFailure(QNetworkReply* reply)
     qWarning() << "ErrorNo: " << reply->error() << "for url: " << reply->url().toString();
     qDebug() << "Request failed, " << reply->errorString();
     qDebug() << "Headers:" << reply->rawHeaderList() << "content:" << reply->readAll();
+}
+
+/// What is left to read of a finished reply. A large body is not copied: it lies
+/// in the reply's memory and lives as long as the reply.
+QByteArray bodyOf(QNetworkReply* reply)
+{
+    const auto block
+        = reply->attribute(QNetworkRequest::DownloadBufferAttribute).value<QSharedPointer<char>>();
+    const qint64 size = reply->bytesAvailable();
+    // A reply that was given up is closed, however much it has received.
+    if (!block || !reply->isOpen() || size < smallestBodyWithoutCopy)
+        return reply->readAll();
+    return QByteArray::fromRawData(block.data(), size);
 }
 
 } // namespace
@@ -150,7 +174,7 @@ void FileDownloader::fileDownloaded(QNetworkReply* pReply)
         return;
     }
     qDebug() << "got an answer";
-    const QByteArray body = pReply->readAll();
+    const QByteArray body = bodyOf(pReply);
     pReply->deleteLater();
     emit downloaded(body, path, fileName);
 }

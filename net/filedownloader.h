@@ -46,7 +46,8 @@ public:
         QObject* progressReceiver, QObject* doneFlag, QUrl url, QString path, QString fileName);
 
 signals:
-    /// Body, path, file name. The body is empty after a failed request.
+    /// Body, path, file name. The body is empty after a failed request. A large
+    /// one is the reply's own memory: whoever keeps it makes a deep copy.
     void downloaded(QByteArray, QString, QString);
     /// The target has been replaced, as far as the file system allowed.
     void fileWriteFinished();

@@ -1,10 +1,14 @@
+#include "net/filedownloader.h"
 #include "tests/net/downloadprobe.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/testmain.h"
 
+#include <QSharedPointer>
 #include <QTcpSocket>
+
+#include <optional>
 
 using namespace TestSupport;
 
@@ -28,6 +32,24 @@ QString refusal(const QString& reason)
     return "Error transferring https://download.tarnwick.example/f - server replied: " + reason;
 }
 
+constexpr qsizetype mebibyte = 1 << 20;
+
+/// Content that shows what is missing, doubled or out of order.
+QByteArray numbered(qsizetype size)
+{
+    QByteArray content;
+    for (int n = 0; content.size() < size; ++n)
+        content.append(QByteArray::number(n).append(' '));
+    return content.first(size);
+}
+
+/// The network library asks for compression and undoes it.
+HttpAnswer compressed(const QByteArray& body)
+{
+    const QByteArray withoutSizeInFront = qCompress(body).sliced(4);
+    return HttpAnswer::ok(withoutSizeInFront, { { "Content-Encoding", "deflate" } });
+}
+
 } // namespace
 
 /// How the answers of a server end: as written, or as not modified with the
@@ -40,6 +62,12 @@ private slots:
 
     void written_data();
     void written();
+    void largeBodies_data();
+    void largeBodies();
+    void largeBodyLiesInTheReply_data();
+    void largeBodyLiesInTheReply();
+    void largeTorso_data();
+    void largeTorso();
     void notModifiedLeavesTheReplyAlone();
     void deliveredReplyIsDeleted();
     void emptyBodyCountsAsNotModified();
@@ -87,6 +115,81 @@ void tst_FileDownloaderAnswers::written()
     QTRY_COMPARE(probe.outcome(), endedWritten("new content"));
     QCOMPARE(log.lines(), QStringList({ startLine, "got an answer" }));
     QCOMPARE(server->requestCount("/f"), 1);
+}
+
+void tst_FileDownloaderAnswers::largeBodies_data()
+{
+    QTest::addColumn<HttpAnswer>("answer");
+    const QByteArray large = numbered(5 * mebibyte + 1);
+    QTest::newRow("announced length") << HttpAnswer::ok(large);
+    QTest::newRow("chunks") << HttpAnswer::chunked({ large.first(100), large.sliced(100) });
+    QTest::newRow("compressed") << compressed(large);
+    QTest::newRow("until the connection ends") << HttpAnswer::head(200).send(large).close();
+}
+
+void tst_FileDownloaderAnswers::largeBodies()
+{
+    QFETCH(HttpAnswer, answer);
+    server->answer("/f", answer);
+    DownloadProbe probe;
+    const LogCapture log;
+    QVERIFY(probe.run(onDownloadHost("/f")));
+    const QByteArray written = readFile(ApplicationFolder::path("target/file.bin"));
+    QVERIFY2(written == numbered(5 * mebibyte + 1), "the target is not what the server sent");
+    QCOMPARE(log.lines(), QStringList({ startLine, "got an answer" }));
+}
+
+void tst_FileDownloaderAnswers::largeBodyLiesInTheReply_data()
+{
+    QTest::addColumn<qsizetype>("size");
+    QTest::addColumn<bool>("liesInTheReply");
+    QTest::newRow("a byte") << qsizetype(1) << false;
+    QTest::newRow("a byte less than a mebibyte") << mebibyte - 1 << false;
+    QTest::newRow("a mebibyte") << mebibyte << true;
+    QTest::newRow("five mebibytes") << 5 * mebibyte << true;
+}
+
+/// A large file is in memory once. A small body outlives its reply.
+void tst_FileDownloaderAnswers::largeBodyLiesInTheReply()
+{
+    QFETCH(qsizetype, size);
+    QFETCH(bool, liesInTheReply);
+    server->answer("/f", HttpAnswer::ok(numbered(size)));
+    DownloadProbe probe;
+    const LogCapture log;
+    probe.start(onDownloadHost("/f"));
+    const QPointer<QNetworkReply> reply = probe.network.reply();
+    QVERIFY(reply);
+    std::optional<bool> isTheBlock;
+    auto* downloader = qobject_cast<FileDownloader*>(probe.downloader);
+    connect(downloader, &FileDownloader::downloaded, this, [&](const QByteArray& body) {
+        const QVariant block = reply->attribute(QNetworkRequest::DownloadBufferAttribute);
+        isTheBlock = body.constData() == block.value<QSharedPointer<char>>().data();
+    });
+    QTRY_VERIFY(isTheBlock);
+    QCOMPARE(*isTheBlock, liesInTheReply);
+}
+
+void tst_FileDownloaderAnswers::largeTorso_data()
+{
+    QTest::addColumn<qint64>("announced");
+    QTest::newRow("more than there is") << qint64(3 * mebibyte);
+    QTest::newRow("more than any memory has") << qint64(9'000'000'000'000);
+}
+
+void tst_FileDownloaderAnswers::largeTorso()
+{
+    QFETCH(qint64, announced);
+    const QByteArray part = numbered(2 * mebibyte);
+    server->answer("/f", HttpAnswer::announcing(announced).send(part).close());
+    DownloadProbe probe;
+    const LogCapture log;
+    QVERIFY(probe.run(onDownloadHost("/f")));
+    QTRY_COMPARE(probe.outcome(), endedNotModified("old"));
+    const QStringList expected = failureLog(
+        "RemoteHostClosedError", "Connection closed", "\"Content-Length\"",
+        QString::fromLatin1(part));
+    QVERIFY2(log.lines() == expected, "not the log of a failed download");
 }
 
 void tst_FileDownloaderAnswers::notModifiedLeavesTheReplyAlone()
@@ -146,10 +249,12 @@ void tst_FileDownloaderAnswers::failures_data()
     const QString closed = "Connection closed";
     row("body ends too early", HttpAnswer::announcing(100).send("torso").close(),
         failureLog("RemoteHostClosedError", closed, length, "torso"));
+#ifndef Q_OS_WIN // Wine can lose the news of a reset
     row("reset in mid-body", HttpAnswer::announcing(100).send("torso").pause(50).reset(),
         failureLog("RemoteHostClosedError", closed, length, "torso"));
     row("reset behind the headers", HttpAnswer::announcing(100).pause(50).reset(),
         failureLog("RemoteHostClosedError", closed, length, ""));
+#endif
     row("chunked body ends too early",
         HttpAnswer::head(200, { { "Transfer-Encoding", "chunked" } })
             .send("5\r\ntorso\r\n")

@@ -175,6 +175,9 @@ void tst_FileDownloaderLifetime::silentServer_data()
     QTest::newRow("behind the headers") << HttpAnswer::announcing(100) << QByteArray() << length;
     QTest::newRow("in mid-body") << HttpAnswer::announcing(100).send("torso") << QByteArray("torso")
                                  << length;
+    const QByteArray large(2'000'000, 'x');
+    QTest::newRow("in the body of a large file")
+        << HttpAnswer::announcing(3'000'000).send(large) << large << length;
 }
 
 void tst_FileDownloaderLifetime::silentServer()
