@@ -57,7 +57,7 @@ bool takePlayers(const QCommandLineParser& parser, Request& request, Output& out
     }
     const QString separator = parser.value(u"separator"_s);
     if (separator != "\\"_L1 && separator != "/"_L1) {
-        output.error(u"--separator is \\ or /"_s);
+        output.error(uR"(--separator is \ or /)"_s);
         return false;
     }
     request.players.separator = separator.front();

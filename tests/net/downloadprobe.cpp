@@ -1,6 +1,7 @@
 #include "tests/net/downloadprobe.h"
 
 #include "tests/support/applicationfolder.h"
+#include "tests/support/patience.h"
 
 #include <QFileInfo>
 #include <QTest>
@@ -72,13 +73,13 @@ bool DownloadProbe::startPlain(const QUrl& url)
 bool DownloadProbe::run(const QUrl& url)
 {
     start(url);
-    return QTest::qWaitFor([this] { return flag.state(); }, 10000);
+    return QTest::qWaitFor([this] { return flag.state(); }, patience);
 }
 
 bool DownloadProbe::runPlain(const QUrl& url)
 {
     startPlain(url);
-    return QTest::qWaitFor([this] { return flag.state(); }, 10000);
+    return QTest::qWaitFor([this] { return flag.state(); }, patience);
 }
 
 QString DownloadProbe::target() const

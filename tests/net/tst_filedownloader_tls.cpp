@@ -184,10 +184,13 @@ void tst_FileDownloaderTls::cutHandshake_data()
     QTest::addColumn<HttpAnswer>("greeting");
     QTest::addColumn<QString>("error");
     const QString closed = "RemoteHostClosedError";
+    QTest::newRow("closed after the client's hello") << HttpAnswer().awaitBytes().close() << closed;
+#ifndef Q_OS_WIN // Wine can lose the news of a reset
+    // The hello comes too late and gets a reset for an answer.
     QTest::newRow("closed at once") << HttpAnswer().close() << closed;
     QTest::newRow("reset at once") << HttpAnswer().reset() << closed;
-    QTest::newRow("closed after the client's hello") << HttpAnswer().awaitBytes().close() << closed;
     QTest::newRow("reset after the client's hello") << HttpAnswer().awaitBytes().reset() << closed;
+#endif
     QTest::newRow("no TLS at all") << HttpAnswer().awaitBytes().send("HTTP/1.1 200 OK\r\n\r\nevil")
                                    << "SslHandshakeFailedError";
 }

@@ -36,7 +36,7 @@ QByteArray fetch(const QNetworkRequest& request)
 {
     QNetworkAccessManager manager;
     const QScopedPointer<QNetworkReply> reply(manager.get(request));
-    if (!QTest::qWaitFor([&reply] { return reply->isFinished(); }))
+    if (!QTest::qWaitFor([&reply] { return reply->isFinished(); }, patience))
         return "still running";
     if (reply->error() == QNetworkReply::NoError)
         return "NoError: " + reply->readAll();
@@ -76,7 +76,7 @@ private slots:
         server.answer("/secret", HttpAnswer::ok("treasure"));
         QProcess child;
         child.start(QCoreApplication::applicationFilePath(), { "--fetch" });
-        QTRY_COMPARE_WITH_TIMEOUT(child.state(), QProcess::NotRunning, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(child.state(), QProcess::NotRunning, patience);
         QCOMPARE(child.exitCode(), 42);
     }
 

@@ -33,6 +33,7 @@ using Certificate = std::unique_ptr<X509, FreedBy<&X509_free>>;
 using Memory = std::unique_ptr<BIO, FreedBy<&BIO_free_all>>;
 using Extension = std::unique_ptr<X509_EXTENSION, FreedBy<&X509_EXTENSION_free>>;
 using Number = std::unique_ptr<BIGNUM, FreedBy<&BN_free>>;
+using Signature = std::unique_ptr<ECDSA_SIG, FreedBy<&ECDSA_SIG_free>>;
 
 /// Names and values of a certificate's extensions.
 using Extensions = QList<std::pair<int, QByteArray>>;
@@ -110,6 +111,20 @@ Certificate blankCertificate(const QByteArray& commonName, const Validity& valid
     return made;
 }
 
+/// Whether both numbers of a signature are as long as can be. Wine 8 does not fill
+/// up shorter ones and so takes one signature of 128 for wrong.
+bool isOfFullLength(const X509* made)
+{
+    constexpr int fullLength = 32;
+    const ASN1_BIT_STRING* bits = nullptr;
+    X509_get0_signature(&bits, nullptr, made);
+    const unsigned char* data = bits->data;
+    const Signature signature(d2i_ECDSA_SIG(nullptr, &data, bits->length));
+    require(signature != nullptr, "the signature's numbers");
+    return BN_num_bytes(ECDSA_SIG_get0_r(signature.get())) == fullLength
+        && BN_num_bytes(ECDSA_SIG_get0_s(signature.get())) == fullLength;
+}
+
 /// Adds what is missing and signs it. Without an issuer it vouches for itself.
 void complete(
     X509* made, EVP_PKEY* key, const Extensions& extensions, X509* issuer, EVP_PKEY* issuerKey)
@@ -122,7 +137,9 @@ void complete(
         const Extension extension(X509V3_EXT_conf_nid(nullptr, &context, nid, value.constData()));
         require(extension && X509_add_ext(made, extension.get(), -1) == 1, value.constData());
     }
-    require(X509_sign(made, issuerKey, EVP_sha256()) > 0, "the signature");
+    do {
+        require(X509_sign(made, issuerKey, EVP_sha256()) > 0, "the signature");
+    } while (!isOfFullLength(made));
 }
 
 Extensions serverExtensions(const QStringList& dnsNames)

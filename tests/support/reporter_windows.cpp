@@ -1,7 +1,9 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/patience.h"
 #include "tests/support/reporter.h"
 
 #include <QFile>
+#include <QTest>
 
 #include <windows.h>
 
@@ -11,7 +13,12 @@ namespace TestSupport {
 
 void placeReporter(const QString& path, const QString& report)
 {
-    QFile::remove(path);
+    // The one of an earlier test may still be running, and its file stays as long.
+    const auto isFree = [&path] {
+        return QFile::remove(path) || !QFile::exists(path);
+    };
+    if (!QTest::qWaitFor(isFree, patience))
+        qFatal("%s does not end", qPrintable(path));
     writeFile(path, readFile(HALDEN_REPORTER));
     writeFile(path + ".report", report.toUtf8());
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/patience.h"
+
 #include <QApplication>
 #include <QObject>
 #include <QTest>
@@ -41,3 +43,12 @@ template <typename TestClass> int runTest(int argc, char* argv[])
     {                                                                                              \
         return TestSupport::runTest<TestClass>(argc, argv);                                        \
     }
+
+#ifdef Q_OS_WIN
+// The test library's five seconds are short for Wine on a machine that is busy.
+#undef QTRY_COMPARE
+#undef QTRY_VERIFY
+#define QTRY_COMPARE(actual, expected)                                                             \
+    QTRY_COMPARE_WITH_TIMEOUT(actual, expected, TestSupport::patience)
+#define QTRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, TestSupport::patience)
+#endif

@@ -3,42 +3,20 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/modalanswers.h"
+#include "tests/support/patience.h"
+#include "tests/support/promptwait.h"
 #include "tests/support/widgets.h"
 
 #include <QComboBox>
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTest>
 #include <QTextBrowser>
-#include <QTimer>
 
 #include <cstdio>
 
 using TestSupport::child;
-
-namespace {
-
-constexpr int patienceInMilliseconds = 30'000;
-
-/// Like the test library's function of this name, which rests for 10 ms whenever
-/// an event has been handled: with a server in the same event loop a start of
-/// the launcher would be nothing but rest.
-bool promptlyWaitFor(const std::function<bool()>& condition)
-{
-    const QDeadlineTimer deadline(patienceInMilliseconds);
-    QTimer alarm;
-    alarm.start(patienceInMilliseconds);
-    while (!condition() && !deadline.hasExpired()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    return condition();
-}
-
-} // namespace
 
 MainWindowUnderTest::MainWindowUnderTest()
     : window(std::make_unique<MainWindow>())
@@ -134,7 +112,7 @@ bool MainWindowUnderTest::settle(qsizetype runs) const
 
 bool MainWindowUnderTest::waitFor(const std::function<bool()>& condition) const
 {
-    if (promptlyWaitFor(condition))
+    if (TestSupport::promptlyWaitFor(condition, TestSupport::patience))
         return true;
     // Otherwise the capture would swallow what went wrong.
     std::fprintf(stderr, "The log so far:\n%s\n", qPrintable(log.lines().join('\n')));

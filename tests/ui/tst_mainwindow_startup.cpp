@@ -323,6 +323,7 @@ private slots:
         QCOMPARE(answers.opened(), 1);
         QCOMPARE(window.selector()->currentText(), "New");
         QVERIFY2(!window.button("StartWoW")->isHidden(), "The window does not know the new entry");
+        QTRY_COMPARE(server.requestCount("/alert"), 2);
         server.shutDown();
         // The second text has been connected twice, and each showing starts three runs.
         QVERIFY(window.settle(2 + 2 * 3));

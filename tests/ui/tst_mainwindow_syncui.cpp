@@ -99,17 +99,20 @@ public:
 
 private:
     /// The first update's end then declares the clients ready while the second
-    /// one still looks for a newer launcher.
+    /// one still looks for a newer launcher. Both runs of the first have to be
+    /// beyond that, hence with the later one's request.
     void startASecondUpdateDuringTheFirst(const MainWindowUnderTest& window)
     {
         server.answer("/patch.ini", [this, &window](const HttpRequest&) {
-            server.answer("/Halden-Launcher-Updater.exe", HttpAnswer());
-            server.answer("/patch.ini", HttpAnswer::status(404));
-            emit window->update();
+            if (server.requestCount("/patch.ini") == 2) {
+                server.answer("/Halden-Launcher-Updater.exe", HttpAnswer());
+                emit window->update();
+            }
             return HttpAnswer::status(404);
         });
         QTRY_COMPARE(window.endedRuns(), 2);
         QCOMPARE(window.startedRuns(), 4);
+        QTRY_COMPARE(server.requestCount("/Halden-Launcher-Updater.exe"), 4);
     }
 
     HttpsServer server;

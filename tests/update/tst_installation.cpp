@@ -249,9 +249,9 @@ private slots:
         const Installation run;
         QCOMPARE(
             run.linesOfEntries(),
-            QStringList(
-                { "Case2: Folder create",
-                  QString("realm:  1 \"%1\" '/' \"%2/\" \"AddOns\"").arg(client(), offset) }));
+            QStringList({ "Case2: Folder create",
+                          QString("realm:  1 \"%1\" '%2' \"%3/\" \"AddOns\"")
+                              .arg(client(), QString(QDir::separator()), offset) }));
         QVERIFY(QFileInfo(client(made)).isDir());
     }
 

@@ -125,7 +125,7 @@ private slots:
     void cleanup()
     {
         server.reset();
-        const bool ended = QTest::qWaitFor([this] { return run.isNull(); }, 20'000);
+        const bool ended = QTest::qWaitFor([this] { return run.isNull(); }, patience);
         finder.reset();
         QVERIFY2(ended, "the run does not end");
     }
@@ -220,12 +220,12 @@ private:
         const auto launcherAsked = [this] {
             return finder->flags.contains("updaterDownloaded");
         };
-        if (!QTest::qWaitFor(launcherAsked, 20'000))
+        if (!QTest::qWaitFor(launcherAsked, patience))
             return false;
         run->replaceLauncher();
         return QTest::qWaitFor(
             [this] { return finder->flags.size() == 6 && server->requestCount(patchFileUrl) > 0; },
-            20'000);
+            patience);
     }
 
     std::unique_ptr<SeveredWindow> window;

@@ -36,7 +36,7 @@ QStringList recordOf(const QString& recordName = "record")
     const auto starts = [path = inFolder(recordName)] {
         return TestSupport::reportedStarts(path);
     };
-    if (!QTest::qWaitFor([&] { return !starts().isEmpty(); }, 20'000))
+    if (!QTest::qWaitFor([&] { return !starts().isEmpty(); }, patience))
         return { "the updater was not started" };
     return starts().constFirst().sliced(1);
 }
@@ -45,7 +45,7 @@ QStringList recordOf(const QString& recordName = "record")
 /// its record.
 bool updaterWasNeverStarted()
 {
-    return QTest::qWaitFor([] { return !TestSupport::isRunning(updater); }, 20'000)
+    return QTest::qWaitFor([] { return !TestSupport::isRunning(updater); }, patience)
         && !QFileInfo::exists(inFolder("record"));
 }
 
@@ -314,6 +314,7 @@ private slots:
         run->downloadUpdater();
         run->replaceLauncher();
         QTRY_COMPARE(run.launcherCompletions(), 2);
+        QTRY_COMPARE(run.server.requestCount("/patch.ini"), 2);
         QCOMPARE(run.server.requestCount(launcherUrl), 0);
         run.server.shutDown();
         QVERIFY(run.waitForEnd());

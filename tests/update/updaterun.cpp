@@ -1,6 +1,7 @@
 #include "tests/update/updaterun.h"
 
 #include "tests/support/applicationfolder.h"
+#include "tests/support/patience.h"
 #include "tests/support/realmsini.h"
 #include "ui/mainwindow.h"
 
@@ -9,15 +10,11 @@
 #include <QTest>
 #include <QTimer>
 
+#include <cstdio>
+
 using namespace TestSupport;
 
 namespace UpdateFixture {
-
-namespace {
-
-constexpr int patience = 20'000;
-
-} // namespace
 
 SeveredWindow::SeveredWindow()
 {
@@ -67,6 +64,9 @@ UpdateRun::~UpdateRun()
     server.shutDown();
     if (procedures && !waitForEnd())
         delete procedures.get();
+    // Otherwise the capture would swallow what went wrong.
+    if (QTest::currentTestFailed())
+        std::fprintf(stderr, "The log:\n%s\n", qPrintable(log.lines().join('\n')));
 }
 
 UpdatingProcedures* UpdateRun::operator->() const

@@ -34,6 +34,8 @@ DIALOG = "Halden Launcher Client hinzufügen"
 NAME, HOST, PATH, OK = (270, 65), (270, 135), (270, 200), (272, 366)
 ADD_CLIENT, SELECTOR, START = (885, 615), (1000, 505), (1000, 545)
 INFO_TEXT, VERSION, DOWNLOAD = (30, 200, 311, 391), (30, 680, 221, 20), (30, 630, 611, 20)
+# The installer's, see installer.nsi.
+EXIT_RUNNING = 3
 # Of the labels' letters; blue comes first.
 GOLD = bytes((0, 215, 255))
 
@@ -54,7 +56,10 @@ def only(paths):
 
 
 def md5(path):
-    return hashlib.md5(path.read_bytes()).hexdigest()
+    try:
+        return hashlib.md5(path.read_bytes()).hexdigest()
+    except FileNotFoundError:
+        return None
 
 
 class Client:
@@ -176,14 +181,18 @@ class Evening:
             client.lay_out(self.options.game)
         self.install()
         self.first_start()
+        self.upgrade()
         self.second_start()
         self.third_start()
         self.uninstall()
 
+    def run_installer(self, wanted):
+        code = subprocess.run(["wine", self.options.installer, "/S"], check=False).returncode
+        require(code == wanted, f"the installer's exit code is {code} and not {wanted}")
+
     def install(self):
         say("installing silently")
-        code = subprocess.run(["wine", self.options.installer, "/S"], check=False).returncode
-        require(code == 0, f"the installer's exit code is {code}")
+        self.run_installer(0)
         require((FOLDER / "Halden-Launcher.exe").read_bytes() == self.options.launcher.read_bytes(),
                 "the installed launcher is not the packed one")
         require(list(SHORTCUTS.rglob("*.lnk")), "there is no start menu entry")
@@ -207,6 +216,8 @@ class Evening:
         self.fill_in(Window(DIALOG), CLIENTS[0])
         window = Window(WINDOW)
         launcher.wait_until_patched()
+        require(("/Halden-Launcher.exe", "200") not in self.community.requests(),
+                "the installer's launcher has fetched itself; are the dates the same?")
         self.verify_info_text(window)
         self.screenshot("first-start")
 
@@ -214,7 +225,21 @@ class Evening:
         window.click(*ADD_CLIENT)
         self.fill_in(Window(DIALOG), CLIENTS[1])
         self.verify_entries(selected=1)
+        say("the installer does not disturb a launcher that runs")
+        self.run_installer(EXIT_RUNNING)
         launcher.close(Window(WINDOW))
+
+    def upgrade(self):
+        cached = self.cached_files()
+        require(cached, "nothing has been downloaded")
+        self.install()
+        self.verify_entries(selected=1)
+        require(self.cached_files() == cached, "the upgrade has changed the patch cache")
+
+    @staticmethod
+    def cached_files():
+        root = FOLDER / "ClientDataStorage"
+        return {path: md5(path) for path in root.rglob("*") if path.is_file()}
 
     def verify_info_text(self, window):
         require(("/alert", "200") in self.community.requests(), "nobody asked for the information text")
@@ -228,7 +253,7 @@ class Evening:
                   for n, client in enumerate(CLIENTS, 1)]
         wanted += ["size=2", f"realmid={selected}"]
         wait_for(f"the store holds {wanted}",
-                 lambda: set(wanted) <= set(self.stored().splitlines()), patience=10)
+                 lambda: set(wanted) <= set(self.stored().splitlines()))
 
     def second_start(self):
         say("second start: patches into both clients")
@@ -257,9 +282,10 @@ class Evening:
         files = self.community.patch_files()
         require(files, "there is no patch")
         for client in CLIENTS:
-            wrong = [str(name) for name, digest in files.items()
-                     if not (client.folder / name).exists() or md5(client.folder / name) != digest]
-            require(not wrong, f"not as published in {client.folder}: {wrong}")
+            # The second run takes away and puts back what the first one has put there.
+            wait_for(f"all files in {client.folder} are as published",
+                     lambda folder=client.folder: all(md5(folder / name) == digest
+                                                      for name, digest in files.items()))
         say(f"{len(files)} files in each of {len(CLIENTS)} clients are as published")
 
     def third_start(self):
@@ -274,7 +300,7 @@ class Evening:
         require(self.version_shown_by(window) != self.old_version,
                 "the window that came back shows the same version")
         wait_for("the newer launcher goes on to the manifest, in both update runs",
-                 lambda: self.manifest_requests_after_the_launchers() == 2)
+                 lambda: self.manifest_requests_of_the_newer_launcher() == 2)
         wait_for("the last download has ended", lambda: not self.gold_in(window, DOWNLOAD))
         require(not list(FOLDER.glob("*.tmp")), "the newer launcher still waits")
         log = (FOLDER / "Halden-Launcher-Updater.log").read_text(encoding="utf-8")
@@ -299,10 +325,15 @@ class Evening:
         wait_for("the window shows its version", is_settled)
         return seen[-1]
 
-    def manifest_requests_after_the_launchers(self):
-        paths = [path for path, _ in self.community.requests()]
-        last = len(paths) - 1 - paths[::-1].index("/Halden-Launcher.exe")
-        return paths[last:].count("/patch.ini")
+    def manifest_requests_of_the_newer_launcher(self):
+        """It is told that it is the newest; the older one was handed a file."""
+        requests = self.community.requests()
+        program = "/Halden-Launcher.exe"
+        last_handed_out = len(requests) - 1 - requests[::-1].index((program, "200"))
+        later = requests[last_handed_out:]
+        if (program, "304") not in later:
+            return 0
+        return [path for path, _ in later[later.index((program, "304")):]].count("/patch.ini")
 
     def uninstall(self):
         say("uninstalling silently")
@@ -312,7 +343,7 @@ class Evening:
         left = sorted(path.name for path in FOLDER.iterdir())
         require(left == ["ClientDataStorage", "Settings"], f"left in the folder: {left}")
         self.verify_entries(selected=2)
-        require(not list(SHORTCUTS.rglob("Halden*.lnk")), "the start menu entry is still there")
+        wait_for("the start menu entry has gone", lambda: not list(SHORTCUTS.rglob("Halden*.lnk")))
         self.verify_clients()
 
 
@@ -329,6 +360,10 @@ def main():
         evening.play()
     except (EveningFailure, subprocess.CalledProcessError) as failure:
         evening.screenshot("failed", settled=False)
+        for folder in (FOLDER, evening.community.tree):
+            print(subprocess.run(["ls", "-l", "--full-time", folder], capture_output=True,
+                                 encoding="utf-8", errors="replace", check=False).stdout)
+        print(*evening.community.requests(), sep="\n")
         for log in sorted(WORK.glob("launcher-*.log")):
             print(f"--- {log.name}\n{log.read_text(encoding='utf-8', errors='replace')[-4000:]}")
         print(f"evening: FAILED: {failure}", file=sys.stderr)

@@ -9,8 +9,9 @@ import time
 import zlib
 from pathlib import Path
 
-# The longest wait for anything, in seconds; everything is usually done in a few.
-PATIENCE = 90
+# The longest wait for anything, in seconds; everything is usually done in a few,
+# but machines are slow sometimes.
+PATIENCE = 240
 
 
 class EveningFailure(Exception):

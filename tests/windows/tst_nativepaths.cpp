@@ -50,6 +50,12 @@ public slots:
     }
 };
 
+/// A text as it stands in the log.
+QString logged(const QString& text)
+{
+    return '"' + QString(text).replace('\\', "\\\\") + '"';
+}
+
 PatchManifestEntry entry(const QString& pathOffset)
 {
     return {
@@ -142,7 +148,6 @@ private slots:
         QCOMPARE(manifest.entry(1).pathOffset, "Data\\");
     }
 
-    /// A backslash is doubled within quotation marks.
     void theLogOfAReconciliation()
     {
         writeFile(app + "/Settings/patch.ini", fileAndFolder);
@@ -150,16 +155,16 @@ private slots:
         QList<PatchDownloadItem> queue;
         UpdatingProcedures run(nullptr);
         run.reconcilePatchIni("https://download.tarnwick.example/", "patch.ini", queue, "live");
-        const QString cached = R"("C:/home/player/Halden Launcher\\ClientDataStorage)";
+        const QString cached = app + "\\ClientDataStorage";
         QCOMPARE(
             log.lines(),
-            QStringList({ R"("https://download.tarnwick.example/" "patch.ini")",
-                          R"("C:/home/player/Halden Launcher\\Settings\\patch.ini")",
-                          "Case4: File Download", "check if hashEquals",
-                          "file:  " + cached
-                              + R"(/live/Data\\/a.mpq"  with hash:  ""  is already up-to-date)",
+            QStringList({ logged("https://download.tarnwick.example/") + ' ' + logged("patch.ini"),
+                          logged(app + "\\Settings\\patch.ini"), "Case4: File Download",
+                          "check if hashEquals",
+                          "file:  " + logged(cached + "/live/Data\\/a.mpq")
+                              + "  with hash:  \"\"  is already up-to-date",
                           "Client UpdateQueue size:  0", "Case2: Folder create",
-                          cached + R"(\\live\\Data\\\\AddOns")" }));
+                          logged(cached + "\\live\\Data\\\\AddOns") }));
     }
 
     void theLogOfAnInstallation()
@@ -171,16 +176,18 @@ private slots:
         const LogCapture log;
         UpdatingProcedures run(nullptr);
         run.copyPatchedFilesIntoClient();
-        const QString game = R"("C:\\home\\player\\Halden Launcher\\game)";
+        const QString game = "C:\\home\\player\\Halden Launcher\\game";
         QCOMPARE(
             log.lines(),
             QStringList({ "now copy Data into Client",
-                          R"(found  "a.mpq"  in  )" + game + R"(/Data\\")",
-                          "combined path+filename:  " + game + R"(/Data\\\\a.mpq")",
+                          "found  " + logged("a.mpq") + "  in  " + logged(game + "/Data\\"),
+                          "combined path+filename:  " + logged(game + "/Data\\\\a.mpq"),
                           "result of deletion:  true",
-                          R"(could not write file  "a.mpq"  into  )" + game + R"(/Data\\")",
-                          R"(1   true   false   "Data\\")", "Case2: Folder create",
-                          "realm:  1 " + game + R"(" '\\' "Data\\\\" "AddOns")" }));
+                          "could not write file  " + logged("a.mpq") + "  into  "
+                              + logged(game + "/Data\\"),
+                          "1   true   false   " + logged("Data\\"), "Case2: Folder create",
+                          "realm:  1 " + logged(game) + " '\\' " + logged("Data\\\\") + ' '
+                              + logged("AddOns") }));
         QCOMPARE(readFile(app + "/game/Data/a.mpq"), "new");
         QVERIFY(QDir(app + "/game/Data/AddOns").exists());
     }

@@ -24,11 +24,9 @@ set_tests_properties(windows_prefix PROPERTIES
     FIXTURES_SETUP windows_prefix)
 
 function(halden_needs_wine name)
-    # Wine takes its time to start everything anew.
-    get_property(timeout TEST ${name} PROPERTY TIMEOUT)
-    if(timeout LESS 300)
-        set_property(TEST ${name} PROPERTY TIMEOUT 300)
-    endif()
+    # Wine takes its time, and sometimes the launcher has to run out of its own
+    # patience with a server, because Wine has lost the news of a reset.
+    set_property(TEST ${name} PROPERTY TIMEOUT 600)
     set_property(TEST ${name} APPEND PROPERTY LABELS windows)
     set_property(TEST ${name} APPEND PROPERTY FIXTURES_REQUIRED windows_prefix)
 endfunction()
