@@ -5,7 +5,7 @@
 #include <QFile>
 
 /// Writes the cells of the reliability table that a test program has proved, one
-/// a line, into the file that CTest names.
+/// a line, into the file that CTest names; docs/reliability.md is made of them.
 /// Started by hand, without that file, it writes nothing.
 class CellTable {
 public:

@@ -2,18 +2,18 @@
 
 #include "tests/faults/target.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/patience.h"
+#include "tests/support/promptwait.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QTest>
 
 #include <algorithm>
 #include <csignal>
 
 namespace {
 
-constexpr int patienceInMilliseconds = 120'000;
 const QString programName = "Halden-Launcher";
 
 /// The launcher's warnings as a captured log marks them.
@@ -154,5 +154,5 @@ QMap<QString, QByteArray> LauncherCopy::tree() const
 
 bool LauncherCopy::waitUntil(const std::function<bool()>& condition) const
 {
-    return QTest::qWaitFor(condition, patienceInMilliseconds);
+    return TestSupport::promptlyWaitFor(condition, TestSupport::patience);
 }

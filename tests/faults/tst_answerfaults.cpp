@@ -146,6 +146,9 @@ void lengths()
     rows(
         "Content-Length too large, connection ends",
         [](Target target) { return withLengths(target, { "30000" }); }, cut);
+    rows(
+        "Content-Length of 3 GiB, connection ends",
+        [](Target target) { return withLengths(target, { "3221225472" }); }, cut);
     rowsTakenAsSent(
         "Content-Length too small", [](Target target) { return withLengths(target, { "10" }); });
     rows(

@@ -208,7 +208,7 @@ void otherThingsInPlace()
             replaceByPipe(localPath(target));
             evening.answerTarget(HttpAnswer::status(404, "gone"));
             evening.expectError("ContentNotFoundError");
-            evening.keptMeans([target] { return QFileInfo(localPath(target)).exists(); });
+            evening.keptMeans([target] { return QFileInfo::exists(localPath(target)); });
             return std::shared_ptr<void>();
         },
         keptThenWhole);
@@ -243,29 +243,14 @@ class tst_DiskFaults : public QObject {
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void cell_data();
     void cell();
     void cleanup();
+    void cleanupTestCase();
 
 private:
     CellTable cells;
 };
-
-void tst_DiskFaults::initTestCase()
-{
-    const QString notInClient = "the installation writes patch files only";
-    for (const Target target :
-         { Target::InfoText, Target::Manifest, Target::Launcher, Target::Updater }) {
-        cells.leaveOut("disk full at the cache", target, "only patch files go into the cache");
-        cells.leaveOut(
-            "cache entry is a pipe and the server has no file", target,
-            "only patch files go into the cache");
-        for (const QString fault : { "disk full at the client", "read-only folder of the client",
-                                     "client folder gone", "client's file is a folder" })
-            cells.leaveOut(fault, target, notInClient);
-    }
-}
 
 void tst_DiskFaults::cell_data()
 {
@@ -307,6 +292,22 @@ void tst_DiskFaults::cleanup()
 {
     // Links to the small disk; what they lead to goes with the next one.
     QFile::remove(ownClientFolder());
+}
+
+/// Last, so that the rows of the page keep the order in which they were proved.
+void tst_DiskFaults::cleanupTestCase()
+{
+    const QString notInClient = "the installation writes patch files only";
+    for (const Target target :
+         { Target::InfoText, Target::Manifest, Target::Launcher, Target::Updater }) {
+        cells.leaveOut("disk full at the cache", target, "only patch files go into the cache");
+        cells.leaveOut(
+            "cache entry is a pipe and the server has no file", target,
+            "only patch files go into the cache");
+        for (const QString fault : { "disk full at the client", "read-only folder of the client",
+                                     "client folder gone", "client's file is a folder" })
+            cells.leaveOut(fault, target, notInClient);
+    }
 }
 
 HALDEN_TEST_MAIN(tst_DiskFaults)

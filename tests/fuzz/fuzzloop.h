@@ -17,6 +17,6 @@ struct Fuzzer {
 
 /// A fuzzer's main program, with an application object at hand. First the corpus
 /// as it is, then in turn what is made up and what is damaged of the corpus. An
-/// input that crashes or takes too long is named, so that `--first N --inputs 1`
+/// input that crashes or never ends is named, so that `--first N --inputs 1`
 /// shows it again. Returns the exit code.
 int runFuzzer(const Fuzzer& fuzzer);
