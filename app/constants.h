@@ -7,7 +7,7 @@
 // What every layer reads and nothing changes at run time. The hosts are chosen
 // when the launcher is configured.
 
-/// The community's information text; nothing reads this name any more.
+/// The community's information text; nothing reads this name.
 inline const QString alertUrl = QStringLiteral("https://" HALDEN_WEB_HOST "/alert");
 /// The community's information text, shown in the main window.
 inline const QString launcherInfoUrl = QStringLiteral("https://" HALDEN_WEB_HOST "/alert");

@@ -1,14 +1,13 @@
 #include "core/settingshandler.h"
 
 #include "app/constants.h"
+#include "core/realmwalk.h"
 #include "ui/clientflows.h" // the one call upwards: the first start asks for a client
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QSettings>
-
-#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -17,24 +16,10 @@ namespace {
 constexpr QLatin1StringView defaultRealmHost(HALDEN_DEFAULT_REALM_HOST);
 constexpr QLatin1StringView defaultLanguage("deDE");
 
-// A count above this comes from a broken file, and walking it would freeze the
-// window for minutes.
-constexpr int largestCount = 1'000;
-
-int plausibleCount(const QVariant& size)
-{
-    return std::clamp(size.toInt(), 0, largestCount);
-}
-
-QString realmsIniPath()
-{
-    return SettingsHandler::getSettingsPath() + QDir::separator() + "realms.ini"_L1;
-}
-
 /// Value of a full key; the doubled slash of the callers' keys counts as one.
 QVariant readValue(const QString& key, const QVariant& fallback)
 {
-    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    QSettings store(SettingsHandler::getRealmsIniPath(), QSettings::IniFormat);
     store.sync();
     return store.value(key, fallback);
 }
@@ -47,13 +32,20 @@ QVariant readEntryValue(int n, const QString& field, const QVariant& fallback)
 /// Number of entries, read through a handle that stands in group "realms".
 int storedCount(const QSettings& store)
 {
-    return plausibleCount(store.value("size", 0));
+    return store.value("size", 0).toInt();
+}
+
+/// A file can hold any number, so the sum wraps around.
+int wrappingSum(int number, int step)
+{
+    return static_cast<int>(static_cast<unsigned>(number) + static_cast<unsigned>(step));
 }
 
 /// Moves entry i + 1 to i, for every i from n up to the last but one.
 void moveEntriesDown(QSettings& store, int n, int count)
 {
-    for (int i = n; i < count; ++i) {
+    const int last = RealmWalk().last();
+    for (int i = n; i < count && i <= last; ++i) {
         // The other handles' writes must be seen before the next entry is read.
         store.sync();
         SettingsHandler::removeClientKeys(i);
@@ -80,7 +72,7 @@ void correctSelection(const QSettings& store, int n)
     if (selected > n)
         SettingsHandler::setSelectedRealm(selected - 1);
     else
-        SettingsHandler::setSelectedRealm(store.value("size", 0).toInt() > 0 ? 1 : 0);
+        SettingsHandler::setSelectedRealm(storedCount(store) > 0 ? 1 : 0);
 }
 
 } // namespace
@@ -99,6 +91,11 @@ QString SettingsHandler::getSettingsPath()
     return QCoreApplication::applicationDirPath() + QDir::separator() + "Settings"_L1;
 }
 
+QString SettingsHandler::getRealmsIniPath()
+{
+    return getSettingsPath() + QDir::separator() + "realms.ini"_L1;
+}
+
 QString SettingsHandler::getClientDataStoragePath()
 {
     return QCoreApplication::applicationDirPath() + QDir::separator() + "ClientDataStorage"_L1;
@@ -106,7 +103,7 @@ QString SettingsHandler::getClientDataStoragePath()
 
 int SettingsHandler::getClientCount()
 {
-    return plausibleCount(readValue(u"realms//size"_s, 0));
+    return readValue(u"realms//size"_s, 0).toInt();
 }
 
 QString SettingsHandler::getRealmName(int n)
@@ -141,7 +138,7 @@ int SettingsHandler::getSelectedRealm()
 
 void SettingsHandler::setSelectedRealm(int n)
 {
-    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("selected_realm");
     store.setValue("realmid", n);
     store.endGroup();
@@ -156,9 +153,9 @@ bool SettingsHandler::getDev()
 void SettingsHandler::addClient(
     QString realmName, QString realmHost, QString clientPath, bool testRealm)
 {
-    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
-    const int added = storedCount(store) + 1;
+    const int added = wrappingSum(storedCount(store), 1);
     store.setValue("size", added);
     store.endGroup();
     store.sync();
@@ -172,7 +169,7 @@ void SettingsHandler::writeClient(
     int n, QString realmName, QString realmHost, QString clientPath, bool testRealm,
     QString language)
 {
-    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
     const QString prefix = QString::number(n) + u'-';
     store.setValue(prefix + "realmName"_L1, realmName);
@@ -185,7 +182,7 @@ void SettingsHandler::writeClient(
 
 void SettingsHandler::removeClientKeys(int n)
 {
-    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
     const QString prefix = QString::number(n) + u'-';
     for (const auto field :
@@ -197,15 +194,16 @@ void SettingsHandler::removeClientKeys(int n)
 
 void SettingsHandler::removeClient(int n)
 {
-    QSettings store(realmsIniPath(), QSettings::IniFormat);
+    QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
     const int count = storedCount(store);
-    if (n < 1 || count < 1)
+    if (n < 1)
         return;
     moveEntriesDown(store, n, count);
-    // Also for a number past the end, which removes the last entry on purpose.
+    // Also for a number past the end, which removes the last entry on purpose, even
+    // where there is none.
     removeClientKeys(count);
-    store.setValue("size", count - 1);
+    store.setValue("size", wrappingSum(count, -1));
     store.sync();
     correctSelection(store, n);
 }

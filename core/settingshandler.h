@@ -19,9 +19,11 @@ public:
 
     /// Folder of "realms.ini" and the manifests, without trailing separator.
     static QString getSettingsPath();
+    static QString getRealmsIniPath();
     /// Folder of the patch cache, without trailing separator.
     static QString getClientDataStoragePath();
 
+    /// The number as it is stored, however wrong: RealmWalk knows how far to go.
     static int getClientCount();
     static QString getRealmName(int n);
     /// The community's default realm server when the entry names none.
@@ -45,7 +47,7 @@ public:
     /// Removes entry n's five keys and leaves the count alone.
     static void removeClientKeys(int n);
     /// Removes entry n, moves the later ones down and corrects the selection.
-    /// A number past the end removes the last entry; one below 1, or any in an
-    /// empty store, removes nothing.
+    /// A number past the end removes the last entry and counts one less, also in
+    /// an empty store; one below 1 removes nothing.
     static void removeClient(int n);
 };

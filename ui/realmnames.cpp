@@ -1,5 +1,6 @@
 #include "ui/realmnames.h"
 
+#include "core/realmwalk.h"
 #include "core/settingshandler.h"
 
 #include <QComboBox>
@@ -7,8 +8,7 @@
 void showRealmNames(QComboBox* list)
 {
     list->clear();
-    // Every question to the store reads its file anew.
-    const int count = SettingsHandler::getClientCount();
-    for (int i = 1; i <= count; ++i)
+    const RealmWalk walk;
+    for (int i = 1; i <= walk.last(); ++i)
         list->addItem(SettingsHandler::getRealmName(i));
 }

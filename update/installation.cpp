@@ -1,5 +1,6 @@
 // Last phase of an update run: the cached files into every client folder.
 
+#include "core/realmwalk.h"
 #include "core/settingshandler.h"
 #include "update/patchmanifest.h"
 #include "update/patchpaths.h"
@@ -91,7 +92,8 @@ void applyEntry(const Client& client, const PatchManifest& manifest, qint64 n)
 void UpdatingProcedures::copyPatchedFilesIntoClient()
 {
     qDebug() << "now copy Data into Client";
-    for (int r = 1; r <= SettingsHandler::getClientCount(); ++r) {
+    const RealmWalk walk;
+    for (int r = 1; r <= walk.last(); ++r) {
         const bool testRealm = SettingsHandler::getTestRealm(r);
         const PatchManifest manifest(
             PatchPaths::manifest(testRealm ? u"patchTest.ini"_s : u"patch.ini"_s));

@@ -37,11 +37,10 @@ qint64 PatchManifest::entryCount() const
     if (count <= plausibleEntryCount)
         return count;
     // Kept until the number changes: it is asked for before every entry, and
-    // counting all keys each time would freeze the window after all.
+    // looking at all keys each time would freeze the window after all.
     if (count != implausibleCount) {
         implausibleCount = count;
-        const auto keys = static_cast<qint64>(settings.childKeys().size());
-        lastEntryToWalk = std::min(count, std::max(plausibleEntryCount, keys));
+        lastEntryToWalk = std::min(count, std::max(plausibleEntryCount, lastNumberedEntry()));
     }
     return lastEntryToWalk;
 }

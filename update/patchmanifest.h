@@ -34,9 +34,9 @@ public:
     /// The separator stands in the default path offset, "Data" and separator.
     explicit PatchManifest(const QString& manifestPath, QChar separator = QDir::separator());
 
-    /// Number of the last entry to walk, "numberOfFiles" as a rule. A number that
-    /// no file has keys for is cut down: entries without a key hold nothing, and
-    /// walking two thousand million of them would freeze the window.
+    /// Number of the last entry to walk, "numberOfFiles" as a rule. A number beyond
+    /// 100,000 is cut down to the highest entry that has a key: the rest holds
+    /// nothing, and walking two thousand million of them would freeze the window.
     qint64 entryCount() const;
 
     /// Entries are numbered from 1.

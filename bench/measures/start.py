@@ -8,7 +8,7 @@ from measures import world
 from measures.tables import Table
 
 TITLE = "Start"
-REALMS = [1, 10, 200]
+REALMS = [1, 10, 200, 1000]
 
 
 def start_display():

@@ -89,11 +89,11 @@ private slots:
         row("empty", "", "", 0, 0);
         row("number and text", "3 realms", "1st", 0, 0);
         row("list", "1, 2", "1, 2", 0, 0);
-        row("negative", "-3", "-1", 0, -1);
-        row("largest plausible", "1000", "1000", 1'000, 1'000);
-        row("one too many", "1001", "1001", 1'000, 1'001);
-        row("huge", "2000000000", "2000000000", 1'000, 2'000'000'000);
-        row("beyond 32 bits", "99999999999", "99999999999", 1'000, 1'215'752'191);
+        row("negative", "-3", "-1", -3, -1);
+        row("smallest", "-2147483648", "-2147483648", INT_MIN, INT_MIN);
+        row("many", "1001", "1001", 1'001, 1'001);
+        row("huge", "2000000000", "2000000000", 2'000'000'000, 2'000'000'000);
+        row("beyond 32 bits", "99999999999", "99999999999", 1'215'752'191, 1'215'752'191);
     }
 
     void impossibleNumbers()
@@ -108,19 +108,25 @@ private slots:
     {
         QTest::addColumn<QByteArray>("size");
         QTest::addColumn<int>("added");
-        QTest::newRow("text") << QByteArray("three") << 1;
-        QTest::newRow("negative") << QByteArray("-3") << 1;
+        QTest::addColumn<int>("selected");
+        QTest::newRow("text") << QByteArray("three") << 1 << 1;
+        QTest::newRow("negative") << QByteArray("-3") << -2 << 0;
+        QTest::newRow("one below none") << QByteArray("-1") << 0 << 0;
+        QTest::newRow("a thousand") << QByteArray("1000") << 1'001 << 0;
+        QTest::newRow("more than a thousand") << QByteArray("1001") << 1'002 << 0;
+        QTest::newRow("largest") << QByteArray("2147483647") << INT_MIN << 0;
     }
 
     void addAfterAnImpossibleCount()
     {
         QFETCH(QByteArray, size);
         QFETCH(int, added);
+        QFETCH(int, selected);
         writeRealmsIni("[realms]\nsize=" + size + '\n');
         SettingsHandler::addClient("New", "new.test", "/new", false);
         QCOMPARE(SettingsHandler::getClientCount(), added);
         QCOMPARE(SettingsHandler::getRealmName(added), "New");
-        QCOMPARE(SettingsHandler::getSelectedRealm(), 1);
+        QCOMPARE(SettingsHandler::getSelectedRealm(), selected);
     }
 
     void removeAfterAnImpossibleCount_data()
@@ -128,12 +134,17 @@ private slots:
         QTest::addColumn<QByteArray>("size");
         QTest::addColumn<int>("n");
         QTest::addColumn<QByteArray>("sizeAfterwards");
-        QTest::newRow("text") << QByteArray("three") << 1 << QByteArray("three");
-        QTest::newRow("negative") << QByteArray("-3") << 1 << QByteArray("-3");
-        QTest::newRow("huge, last entry") << QByteArray("2000000000") << 1'000 << QByteArray("999");
+        QTest::newRow("text") << QByteArray("three") << 1 << QByteArray("-1");
+        QTest::newRow("negative") << QByteArray("-3") << 1 << QByteArray("-4");
+        QTest::newRow("smallest") << QByteArray("-2147483648") << 1 << QByteArray("2147483647");
+        QTest::newRow("huge, high entry")
+            << QByteArray("2000000000") << 1'999'999'999 << QByteArray("1999999999");
+        QTest::newRow("huge, last entry")
+            << QByteArray("2000000000") << 2'000'000'000 << QByteArray("1999999999");
         QTest::newRow("huge, number past it")
-            << QByteArray("2000000000") << 2'000'000'000 << QByteArray("999");
-        QTest::newRow("huge, first entry") << QByteArray("2000000000") << 1 << QByteArray("999");
+            << QByteArray("2000000000") << 2'000'000'001 << QByteArray("1999999999");
+        QTest::newRow("huge, tenth thousand")
+            << QByteArray("2000000000") << 9'999 << QByteArray("1999999999");
     }
 
     void removeAfterAnImpossibleCount()

@@ -308,8 +308,6 @@ private slots:
         QTest::newRow("entry -1") << 3 << -1;
         QTest::newRow("smallest number") << 3 << INT_MIN;
         QTest::newRow("empty store, entry 0") << 0 << 0;
-        QTest::newRow("empty store, entry 1") << 0 << 1;
-        QTest::newRow("empty store, far past the end") << 0 << INT_MAX;
         QTest::newRow("empty store, smallest number") << 0 << INT_MIN;
     }
 
@@ -323,11 +321,52 @@ private slots:
         QCOMPARE(readFile(realmsIniPath()), before);
     }
 
-    void removingWithoutAFileCreatesNone()
+    void removingFromAnEmptyStoreCountsOneLess_data()
     {
-        SettingsHandler::removeClient(1);
+        QTest::addColumn<int>("n");
+        QTest::addColumn<int>("selected");
+        QTest::addColumn<int>("selectedAfterwards");
+        QTest::newRow("nothing selected") << 1 << 0 << 0;
+        QTest::newRow("stray selection") << 1 << 1 << 0;
+        QTest::newRow("later stray selection") << 1 << 3 << 2;
+        QTest::newRow("far past the end") << INT_MAX << 1 << 1;
+    }
+
+    void removingFromAnEmptyStoreCountsOneLess()
+    {
+        QFETCH(int, n);
+        QFETCH(int, selected);
+        QFETCH(int, selectedAfterwards);
+        writeStore(0, selected);
+        SettingsHandler::removeClient(n);
+        const Values expected{ { "realms/size", "-1" },
+                               { "selected_realm/realmid",
+                                 QByteArray::number(selectedAfterwards) } };
+        QCOMPARE(realmsIniValues(), expected);
+    }
+
+    void removingFromNoFile()
+    {
         SettingsHandler::removeClientKeys(1);
         QVERIFY(!QFileInfo::exists(ApplicationFolder::path("Settings")));
+        SettingsHandler::removeClient(1);
+        const Values expected{ { "realms/size", "-1" } };
+        QCOMPARE(realmsIniValues(), expected);
+    }
+
+    /// Each step as it stands, however many entries there are.
+    void entriesBeyondAThousand()
+    {
+        QList<RealmEntry> many;
+        for (int n = 1; n <= 1'001; ++n)
+            many.append({ "Realm " + QByteArray::number(n) });
+        writeRealmsIni(realmsIniWith(many, "realmid=1001\n"));
+        SettingsHandler::addClient("added", "logon.test", "/games/wow", false);
+        many.append({ "added" });
+        QCOMPARE(realmsIniValues(), storeOf(many, 1'001));
+        SettingsHandler::removeClient(1'000);
+        many.removeAt(999);
+        QCOMPARE(realmsIniValues(), storeOf(many, 1'000));
     }
 
     void entriesComeAndGo()

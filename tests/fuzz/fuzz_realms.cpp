@@ -38,7 +38,7 @@ void change(quint32 index)
         SettingsHandler::addClient(u"added"_s, u"host"_s, u"/client"_s, true);
     else if (index % 4 == 2)
         SettingsHandler::setSelectedRealm(static_cast<int>(index % 7));
-    // A file may claim a thousand entries, and moving them all takes its time.
+    // A file may claim any number of entries, and moving them all takes its time.
     else if (index % 4 == 3 && entries < 20)
         SettingsHandler::removeClient(1);
 }

@@ -37,6 +37,13 @@ QByteArray cannotOpen(const QByteArray& name, const QByteArray& reason)
     return "Could not open " + name + " for writing: " + reason + '\n';
 }
 
+/// The toolkit's word for the write that follows.
+QString writeIntoNothing(const QString& temporary)
+{
+    return "warning: QIODevice::write (QFile, \"" + QDir::toNativeSeparators(temporary)
+        + "\"): device not open";
+}
+
 } // namespace
 
 /// What a download does in its target folder.
@@ -194,7 +201,8 @@ void tst_FileDownloaderFiles::temporaryCannotBeOpened()
     QVERIFY(probe.run(onDownloadHost("/f")));
     QTRY_COMPARE(probe.outcome(), outcome);
     QCOMPARE(errors.text(), text);
-    QCOMPARE(log.lines().mid(1), QStringList("got an answer"));
+    const QStringList lines{ "got an answer", writeIntoNothing(probe.target() + "-new") };
+    QCOMPARE(log.lines().mid(1), lines);
 }
 
 void tst_FileDownloaderFiles::folderInPlaceOfTheTemporary_data()
@@ -218,6 +226,7 @@ void tst_FileDownloaderFiles::folderInPlaceOfTheTemporary()
     QVERIFY(probe.run(onDownloadHost("/f")));
     QTRY_COMPARE(probe.outcome(), writtenWith(target, "folder"));
     QCOMPARE(errors.text(), cannotOpen("file.bin-new", folderInTheWay));
+    QCOMPARE(log.lines().constLast(), writeIntoNothing(folder + "/file.bin-new"));
     QCOMPARE(readFile(folder + "/file.bin-new/inside"), "content");
 }
 
