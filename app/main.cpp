@@ -1,9 +1,12 @@
 #include "app/constants.h"
+#include "core/processend.h"
 #include "ui/mainwindow.h"
 
 #include <QApplication>
 
-int main(int argc, char* argv[])
+namespace {
+
+int runLauncher(int& argc, char* argv[])
 {
     const QApplication application(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Tarnwick"));
@@ -14,4 +17,11 @@ int main(int argc, char* argv[])
     MainWindow window;
     window.show();
     return QApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    endProcess(runLauncher(argc, argv));
 }

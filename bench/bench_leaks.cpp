@@ -11,6 +11,7 @@
 #include "bench/support/objectcensus.h"
 #include "bench/support/runobserver.h"
 #include "bench/support/usage.h"
+#include "core/processend.h"
 #include "core/signalboolhelperclass.h"
 #include "net/filedownloader.h"
 #include "net/referencetime.h"
@@ -102,9 +103,7 @@ void reportDownloads(MainWindow* window)
     print({ { "heapPerDownload", (heapInUse() - before) / downloadsForComparison } });
 }
 
-} // namespace
-
-int main(int argc, char* argv[])
+int playRuns(int& argc, char* argv[])
 {
     ObjectCensus::begin();
     const QApplication application(argc, argv);
@@ -121,4 +120,11 @@ int main(int argc, char* argv[])
     }
     reportDownloads(&window);
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    endProcess(playRuns(argc, argv));
 }

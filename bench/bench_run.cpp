@@ -9,6 +9,7 @@
 #include "app/constants.h"
 #include "bench/support/runobserver.h"
 #include "bench/support/usage.h"
+#include "core/processend.h"
 #include "ui/mainwindow.h"
 
 #include <QApplication>
@@ -45,9 +46,7 @@ void print(QJsonObject figures, const Usage& before, const Usage& after)
     std::puts(QJsonDocument(figures).toJson(QJsonDocument::Compact).constData());
 }
 
-} // namespace
-
-int main(int argc, char* argv[])
+int measureRuns(int& argc, char* argv[])
 {
     const QApplication application(argc, argv);
     QCoreApplication::setApplicationVersion(launcherVersion);
@@ -63,4 +62,11 @@ int main(int argc, char* argv[])
     observer.runEventLoopFor(alone ? 1 : 2);
     print(observer.figures(), before, Usage::now());
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    endProcess(measureRuns(argc, argv));
 }

@@ -2,11 +2,14 @@
 
 #include "app/constants.h"
 #include "bench/support/firstpaint.h"
+#include "core/processend.h"
 #include "ui/mainwindow.h"
 
 #include <QApplication>
 
-int main(int argc, char* argv[])
+namespace {
+
+int showWindow(int& argc, char* argv[])
 {
     const QApplication application(argc, argv);
     QCoreApplication::setOrganizationName(organizationName);
@@ -18,4 +21,11 @@ int main(int argc, char* argv[])
     const BenchSupport::FirstPaint firstPaint(&window);
     window.show();
     return QApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    endProcess(showWindow(argc, argv));
 }

@@ -34,6 +34,7 @@ endif()
 
 if(HALDEN_COVERAGE)
     target_compile_options(halden_common INTERFACE --coverage)
+    target_compile_definitions(halden_common INTERFACE HALDEN_COVERAGE)
     target_link_options(halden_common INTERFACE --coverage)
 endif()
 

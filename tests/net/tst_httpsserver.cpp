@@ -241,13 +241,22 @@ private slots:
     }
 };
 
-int main(int argc, char* argv[])
+namespace {
+
+int fetchOrTest(int argc, char* argv[])
 {
     if (argc == 2 && qstrcmp(argv[1], "--fetch") == 0) {
         const QCoreApplication application(argc, argv);
         return fetchSecret();
     }
     return runTest<tst_HttpsServer>(argc, argv);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    endProcess(fetchOrTest(argc, argv));
 }
 
 #include "tst_httpsserver.moc"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/processend.h"
 #include "tests/support/patience.h"
 
 #include <QApplication>
@@ -37,11 +38,12 @@ template <typename TestClass> int runTest(int argc, char* argv[])
 
 } // namespace TestSupport
 
-/// A test program's entry point, and with it the application object.
+/// A test program's entry point, and with it the application object. It ends as
+/// the launcher does: network threads are at work here, too.
 #define HALDEN_TEST_MAIN(TestClass)                                                                \
     int main(int argc, char* argv[])                                                               \
     {                                                                                              \
-        return TestSupport::runTest<TestClass>(argc, argv);                                        \
+        endProcess(TestSupport::runTest<TestClass>(argc, argv));                                   \
     }
 
 #ifdef Q_OS_WIN

@@ -531,9 +531,9 @@ int main(int argc, char* argv[])
 {
 #ifndef Q_OS_WIN
     if (qEnvironmentVariableIsSet(openSettingsElsewhere))
-        return openSettingsFolder(argc, argv);
+        endProcess(openSettingsFolder(argc, argv));
 #endif
-    return TestSupport::runTest<tst_MainWindow_buttons>(argc, argv);
+    endProcess(TestSupport::runTest<tst_MainWindow_buttons>(argc, argv));
 }
 
 #include "tst_mainwindow_buttons.moc"

@@ -331,7 +331,7 @@ int main(int argc, char* argv[])
         const QStringList arguments = QCoreApplication::arguments();
         return holdFile(arguments.at(2), Sharing(arguments.at(3).toInt()));
     }
-    return TestSupport::runTest<tst_NativeFiles>(argc, argv);
+    endProcess(TestSupport::runTest<tst_NativeFiles>(argc, argv));
 }
 
 #include "tst_nativefiles.moc"
