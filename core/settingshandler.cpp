@@ -41,26 +41,53 @@ int wrappingSum(int number, int step)
     return static_cast<int>(static_cast<unsigned>(number) + static_cast<unsigned>(step));
 }
 
-/// Moves entry i + 1 to i, for every i from n up to the last but one.
+QString prefixOf(int n)
+{
+    return QString::number(n) + u'-';
+}
+
+/// Writes entry n through a handle that stands in group "realms".
+void storeEntry(
+    QSettings& store, int n, const QString& realmName, const QString& realmHost,
+    const QString& clientPath, bool testRealm, const QString& language)
+{
+    const QString prefix = prefixOf(n);
+    store.setValue(prefix + "realmName"_L1, realmName);
+    store.setValue(prefix + "realmHost"_L1, realmHost);
+    store.setValue(prefix + "clientPath"_L1, clientPath);
+    store.setValue(prefix + "testRealm"_L1, testRealm);
+    store.setValue(prefix + "language"_L1, language);
+}
+
+/// The same for its removal.
+void dropEntry(QSettings& store, int n)
+{
+    const QString prefix = prefixOf(n);
+    for (const auto field :
+         { "realmName"_L1, "realmHost"_L1, "clientPath"_L1, "testRealm"_L1, "language"_L1 }) {
+        store.remove(prefix + field);
+    }
+}
+
+/// Moves entry i + 1 to i, for every i from n up to the last but one. All through
+/// one handle, so that the file is written once and a moment without power leaves
+/// either list.
 void moveEntriesDown(QSettings& store, int n, int count)
 {
     const int last = RealmWalk().last();
+    store.sync();
     for (int i = n; i < count && i <= last; ++i) {
-        // The other handles' writes must be seen before the next entry is read.
-        store.sync();
-        SettingsHandler::removeClientKeys(i);
-        const QString next = QString::number(i + 1);
-        const bool testRealm = store.value(next + "-testRealm"_L1, false).toBool();
-        const QString clientPath = store.value(next + "-clientPath"_L1).toString();
+        dropEntry(store, i);
+        const QString next = prefixOf(i + 1);
+        const bool testRealm = store.value(next + "testRealm"_L1, false).toBool();
+        const QString clientPath = store.value(next + "clientPath"_L1).toString();
         const QString realmHost
-            = store.value(next + "-realmHost"_L1, QString(defaultRealmHost)).toString();
-        const QString realmName = store.value(next + "-realmName"_L1).toString();
+            = store.value(next + "realmHost"_L1, QString(defaultRealmHost)).toString();
+        const QString realmName = store.value(next + "realmName"_L1).toString();
         // The moved entry's language is not carried along: every write of the
         // program resets it, on purpose.
-        SettingsHandler::writeClient(
-            i, realmName, realmHost, clientPath, testRealm, defaultLanguage);
+        storeEntry(store, i, realmName, realmHost, clientPath, testRealm, defaultLanguage);
     }
-    store.sync();
 }
 
 /// Keeps the selection on the entry it named before entry n was removed.
@@ -171,12 +198,7 @@ void SettingsHandler::writeClient(
 {
     QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
-    const QString prefix = QString::number(n) + u'-';
-    store.setValue(prefix + "realmName"_L1, realmName);
-    store.setValue(prefix + "realmHost"_L1, realmHost);
-    store.setValue(prefix + "clientPath"_L1, clientPath);
-    store.setValue(prefix + "testRealm"_L1, testRealm);
-    store.setValue(prefix + "language"_L1, language);
+    storeEntry(store, n, realmName, realmHost, clientPath, testRealm, language);
     store.sync();
 }
 
@@ -184,11 +206,7 @@ void SettingsHandler::removeClientKeys(int n)
 {
     QSettings store(getRealmsIniPath(), QSettings::IniFormat);
     store.beginGroup("realms");
-    const QString prefix = QString::number(n) + u'-';
-    for (const auto field :
-         { "realmName"_L1, "realmHost"_L1, "clientPath"_L1, "testRealm"_L1, "language"_L1 }) {
-        store.remove(prefix + field);
-    }
+    dropEntry(store, n);
     store.sync();
 }
 
@@ -202,7 +220,7 @@ void SettingsHandler::removeClient(int n)
     moveEntriesDown(store, n, count);
     // Also for a number past the end, which removes the last entry on purpose, even
     // where there is none.
-    removeClientKeys(count);
+    dropEntry(store, count);
     store.setValue("size", wrappingSum(count, -1));
     store.sync();
     correctSelection(store, n);

@@ -367,6 +367,9 @@ private slots:
         SettingsHandler::removeClient(1'000);
         many.removeAt(999);
         QCOMPARE(realmsIniValues(), storeOf(many, 1'000));
+        SettingsHandler::removeClient(1);
+        many.removeFirst();
+        QCOMPARE(realmsIniValues(), storeOf(many, 999));
     }
 
     void entriesComeAndGo()
