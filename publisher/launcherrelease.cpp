@@ -26,11 +26,13 @@ Refusal judge(const QString& path)
     const QByteArray head = file.read(static_cast<qint64>(Updater::programHeadSize));
     const auto bytes
         = std::as_bytes(std::span(head.constData(), static_cast<std::size_t>(head.size())));
-    // Players on Linux are developers; their programs are published the same way.
-    const auto format = head.startsWith("\x7f") ? Updater::ProgramFormat::Elf
-                                                : Updater::ProgramFormat::PortableExecutable;
+    // Players on Linux are developers, on machines of any kind; their programs are
+    // published the same way.
+    const Updater::ProgramKind kind = head.startsWith("\x7f")
+        ? Updater::ProgramKind{ Updater::ProgramFormat::Elf, {} }
+        : Updater::windowsProgram;
     const char* const fault
-        = Updater::findFault(format, bytes, static_cast<std::uint64_t>(file.size()));
+        = Updater::findFault(kind, bytes, static_cast<std::uint64_t>(file.size()));
     if (fault == nullptr)
         return {};
     return { u"not-a-program"_s, path,

@@ -28,7 +28,7 @@ std::vector<std::byte> nextBlock(InputFile& file)
         return {};
     }
     const std::vector<std::byte> head = nextBlock(file);
-    if (const char* found = findFault(nativeProgramFormat, head, file.size()))
+    if (const char* found = findFault(nativeProgram, head, file.size()))
         fault = found;
     return file.problem();
 }

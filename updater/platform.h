@@ -29,7 +29,7 @@ Path fileName(const Path& path);
 /// for what stood in the way, in UTF-8.
 using Problem = std::optional<std::string>;
 
-extern const ProgramFormat nativeProgramFormat;
+extern const ProgramKind nativeProgram;
 
 /// A file descriptor or handle, closed at the end of its life.
 class Handle {

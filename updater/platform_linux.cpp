@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <climits>
 #include <ctime>
+#include <elf.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -184,7 +185,14 @@ public:
 
 } // namespace
 
-const ProgramFormat nativeProgramFormat = ProgramFormat::Elf;
+#if defined(__x86_64__)
+static constexpr std::array<std::uint16_t, 2> machines{ EM_X86_64, EM_386 };
+#elif defined(__aarch64__)
+static constexpr std::array<std::uint16_t, 2> machines{ EM_AARCH64, EM_ARM };
+#else
+static constexpr std::array<std::uint16_t, 0> machines;
+#endif
+const ProgramKind nativeProgram{ ProgramFormat::Elf, machines };
 
 Handle::~Handle()
 {

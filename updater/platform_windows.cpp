@@ -173,7 +173,7 @@ std::int64_t ticks(const SYSTEMTIME& time)
 
 } // namespace
 
-const ProgramFormat nativeProgramFormat = ProgramFormat::PortableExecutable;
+const ProgramKind nativeProgram = windowsProgram;
 
 Handle::~Handle()
 {

@@ -3,6 +3,7 @@
 #include "tests/updater/installation.h"
 
 #include <fcntl.h>
+#include <link.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -24,5 +25,17 @@ QByteArray foreignProgram()
     constexpr qsizetype machine = 18;
     QByteArray program = Installation::newLauncher();
     program[machine] = 22;
+    return program;
+}
+
+QByteArray unstartableProgram()
+{
+    QByteArray program = Installation::newLauncher();
+    auto* const header = reinterpret_cast<ElfW(Ehdr)*>(program.data());
+    auto* const segments = reinterpret_cast<ElfW(Phdr)*>(program.data() + header->e_phoff);
+    for (int n = 0; n < header->e_phnum; ++n) {
+        if (segments[n].p_type == PT_INTERP)
+            segments[n].p_filesz = 1;
+    }
     return program;
 }

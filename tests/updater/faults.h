@@ -20,5 +20,9 @@ private:
     int descriptor;
 };
 
-/// A program with good headers that no machine of this kind can start.
+/// A program for a processor that no machine of this kind has.
 QByteArray foreignProgram();
+
+/// A program with good headers that the system does not start: it does not say
+/// which loader it wants.
+QByteArray unstartableProgram();

@@ -221,6 +221,8 @@ private slots:
         QTest::newRow("text") << QByteArray("502 Bad Gateway\n") << "is no program for this system";
         QTest::newRow("script") << QByteArray("#!/bin/sh\n") << "is no program for this system";
         QTest::newRow("cut program") << Installation::newLauncher().chopped(1) << "is cut short";
+        QTest::newRow("for another processor")
+            << foreignProgram() << "is a program for another processor";
     }
 
     void whatIsNoProgramIsRefused()
@@ -259,7 +261,7 @@ private slots:
     {
         const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
         setDate(path("Halden-Launcher.exe"), date);
-        installation->placeWaiting(foreignProgram());
+        installation->placeWaiting(unstartableProgram());
         QCOMPARE(installation->run(endedProcess()).code, Refused);
         QCOMPARE(installation->logged("put the old launcher back"), 1);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date);
@@ -271,7 +273,7 @@ private slots:
     {
         const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
         setDate(path("Halden-Launcher.exe"), date);
-        installation->placeWaiting(foreignProgram());
+        installation->placeWaiting(unstartableProgram());
         QCOMPARE(
             installation->run(endedProcess(), Trace::fail(Trace::links(), "EPERM")).code, Refused);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date);
@@ -632,7 +634,7 @@ private:
         const QStringList words = state.split(' ');
         const auto program = [](const QString& word) {
             if (word == "other")
-                return foreignProgram();
+                return unstartableProgram();
             return word == "old" ? Installation::oldLauncher() : Installation::newLauncher();
         };
         installation->placeLauncher(program(words.at(0)));

@@ -46,7 +46,7 @@ QList<Scenario> scenarios()
 QByteArray contentOf(const QString& what)
 {
     if (what == "foreign")
-        return foreignProgram();
+        return unstartableProgram();
     if (what == "page")
         return "<!DOCTYPE html>";
     return what == "old" ? Installation::oldLauncher() : Installation::newLauncher();
