@@ -3,6 +3,8 @@
 #include "updater/filenames.h"
 #include "updater/limits.h"
 
+#include <array>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -47,24 +49,33 @@ std::vector<std::byte> nextBlock(InputFile& file)
     return one.problem() ? one.problem() : other.problem();
 }
 
+// What a run can come to, as far as the next one wants to know.
+constexpr std::string_view startedNewer = "started the launcher";
+constexpr std::string_view startedAgain = "started the launcher again";
+constexpr std::string_view wasInPlace = "Halden-Launcher.tmp was the launcher in place";
+constexpr std::string_view refused = "refused ";
+constexpr std::string_view couldNotReplace = "could not replace the launcher of process ";
+constexpr std::string_view wentBack = "went back to the launcher in place";
+constexpr std::array outcomes{ startedNewer, wasInPlace, refused, couldNotReplace, wentBack };
+
 } // namespace
 
-Exchange::Exchange(const Path& folder, const Log& diary)
+Exchange::Exchange(const Path& folder, const Log& diary, std::uint32_t launcherId)
     : log(diary)
     , launcher(fileIn(folder, launcherName))
     , waiting(fileIn(folder, waitingName))
     , kept(fileIn(folder, keptName))
     , unfinished(fileIn(folder, unfinishedName))
+    , failureMark(std::string(couldNotReplace) + std::to_string(launcherId))
 {
 }
 
 ExitCode Exchange::run()
 {
-    if (const Problem problem = insist([this] { return attempt(); })) {
+    if (const Problem problem = insist([this] { return attempt(); }))
         log.write("gave up: " + *problem);
-        return verdict;
-    }
-    return verdict == ExitCode::Done ? start() : verdict;
+    const ExitCode code = finish();
+    return code == ExitCode::CouldNotReplace ? concede() : code;
 }
 
 /// Repeats what fails, since a scanner or a process that is slow to end lets go
@@ -90,7 +101,28 @@ Problem Exchange::attempt()
     verdict = ExitCode::CouldNotReplace;
     if (Problem problem = restoreMissingLauncher())
         return problem;
-    return isThere(waiting) ? attemptWithWaitingFile() : resumeEarlierRun();
+    if (Problem problem = findUntried())
+        return problem;
+    if (isThere(waiting))
+        return attemptWithWaitingFile();
+    resumeEarlierRun();
+    return {};
+}
+
+/// A kept launcher that differs from the one in place tells of a run that ended
+/// before it could start the new one.
+Problem Exchange::findUntried()
+{
+    untried = false;
+    if (!isThere(kept) || isSpent(kept))
+        return {};
+    const InputFile file(kept);
+    if (file.problem() || !file.isRegular())
+        return file.problem();
+    bool same = false;
+    Problem problem = compare(kept, launcher, same);
+    untried = !problem && !same;
+    return problem;
 }
 
 Problem Exchange::attemptWithWaitingFile()
@@ -113,45 +145,55 @@ Problem Exchange::attemptWithWaitingFile()
 Problem Exchange::refuse(const std::string& fault)
 {
     verdict = ExitCode::RefusedFile;
-    const std::string refusal = std::string("refused ") + waitingName + ", which " + fault;
-    Problem problem = dropKept();
-    if (!problem)
-        problem = removeFile(waiting);
-    if (problem)
+    const std::string refusal = std::string(refused) + waitingName + ", which " + fault;
+    if (const Problem problem = removeFile(waiting))
         return refusal + ": " + *problem;
     log.write(refusal);
     return {};
 }
 
-/// A server that goes by dates keeps the same program back from now on.
+/// A server that goes by dates keeps the same program back from now on. Where
+/// the date cannot be set, the waiting copy has it already.
 Problem Exchange::dropWaitingCopy()
 {
-    if (const Problem problem = adoptNewerDate(launcher, waiting))
-        log.write("the launcher keeps its old date: " + *problem);
-    if (Problem problem = dropKept())
+    bool moved = false;
+    const Problem undated = adoptNewerDate(launcher, waiting, moved);
+    redated = redated || moved || undated;
+    if (Problem problem = undated ? moveIntoPlace() : removeFile(waiting))
         return problem;
-    if (Problem problem = removeFile(waiting))
-        return problem;
-    log.write(std::string(waitingName) + " was the launcher in place");
+    if (undated)
+        log.write("the copy took the launcher's place: " + *undated);
+    // A server that does not go by dates would send it again and again.
+    redated = redated && log.lastOf(outcomes) != startedAgain;
+    log.write(wasInPlace);
     verdict = ExitCode::NothingToDo;
     return {};
 }
 
+/// The one that is kept already has been seen to start, other than the one in
+/// place.
 Problem Exchange::replaceLauncher()
 {
-    Problem problem = isThere(launcher) ? keepOldLauncher() : dropKept();
+    Problem problem;
+    if (!untried)
+        problem = isThere(launcher) ? keepOldLauncher() : dropKept();
     if (!problem)
-        problem = makeRunnable(waiting);
-    if (!problem)
-        problem = moveOver(waiting, launcher);
-    if (problem) {
+        problem = moveIntoPlace();
+    if (!problem) {
+        log.write("put the newer launcher in place");
+        untried = true;
+        verdict = ExitCode::Done;
+    } else if (!untried) {
         // Nothing has changed, and so there is nothing to keep.
         std::ignore = dropKept();
-        return problem;
     }
-    log.write("put the newer launcher in place");
-    verdict = ExitCode::Done;
-    return {};
+    return problem;
+}
+
+Problem Exchange::moveIntoPlace()
+{
+    Problem problem = makeRunnable(waiting);
+    return problem ? problem : moveOver(waiting, launcher);
 }
 
 /// Under another name first: what stands under the real one is never half.
@@ -175,40 +217,62 @@ Problem Exchange::restoreMissingLauncher() const
     return {};
 }
 
-/// Without a waiting file, a kept launcher that differs from the one in place
-/// tells of a run that was killed before it could start the new one.
-Problem Exchange::resumeEarlierRun()
+void Exchange::resumeEarlierRun()
 {
-    bool exchanged = false;
-    if (isThere(kept)) {
-        bool same = false;
-        if (Problem problem = compare(kept, launcher, same))
-            return problem;
-        exchanged = !same;
-    }
-    if (exchanged) {
-        log.write("an earlier run put the newer launcher in place");
-        verdict = ExitCode::Done;
-        return {};
-    }
-    if (Problem problem = dropKept())
-        return problem;
-    log.write("nothing is waiting");
-    verdict = ExitCode::NothingToDo;
-    return {};
+    log.write(untried ? "an earlier run put the newer launcher in place" : "nothing is waiting");
+    verdict = untried ? ExitCode::Done : ExitCode::NothingToDo;
 }
 
-ExitCode Exchange::start()
+/// What stands in place and has not been tried is tried now, whatever has become
+/// of the waiting file.
+ExitCode Exchange::finish()
 {
-    if (const Problem problem = startDetached(launcher)) {
-        log.write("the newer launcher does not start: " + *problem);
+    if (untried)
+        return startNewer();
+    if (verdict != ExitCode::CouldNotReplace)
+        std::ignore = dropKept();
+    if (verdict == ExitCode::NothingToDo && redated)
+        startAgain();
+    return verdict;
+}
+
+ExitCode Exchange::startNewer()
+{
+    const std::optional<StartFailure> failure = start();
+    if (!failure) {
+        log.write(startedNewer);
+        close();
+        return ExitCode::Done;
+    }
+    log.write("the newer launcher does not start: " + failure->problem);
+    if (failure->isFinal) {
         putBack();
         return ExitCode::RefusedFile;
     }
-    log.write("started the launcher");
-    if (const Problem problem = insist([this] { return dropKept(); }))
-        log.write("left the old launcher behind: " + *problem);
-    return ExitCode::Done;
+    if (const Problem problem = insist([this] { return returnToWaiting(); }))
+        log.write("left the newer launcher in place: " + *problem);
+    else
+        putBack();
+    return ExitCode::CouldNotReplace;
+}
+
+void Exchange::startAgain()
+{
+    if (const std::optional<StartFailure> failure = start())
+        log.write("the launcher does not start: " + failure->problem);
+    else
+        log.write(startedAgain);
+}
+
+/// Insists on it, unless that is of no use.
+std::optional<StartFailure> Exchange::start() const
+{
+    std::optional<StartFailure> failure;
+    std::ignore = insist([&]() -> Problem {
+        failure = startDetached(launcher);
+        return failure && !failure->isFinal ? Problem(failure->problem) : Problem();
+    });
+    return failure;
 }
 
 void Exchange::putBack() const
@@ -221,10 +285,69 @@ void Exchange::putBack() const
         log.write("put the old launcher back");
 }
 
+/// The moment was wrong and the launcher may be right. Without an old one it
+/// stays where it is.
+Problem Exchange::returnToWaiting() const
+{
+    if (isThere(waiting) || !isThere(kept))
+        return {};
+    if (Problem problem = removeFile(unfinished))
+        return problem;
+    if (Problem problem = duplicate(launcher, unfinished))
+        return problem;
+    return moveOver(unfinished, waiting);
+}
+
+/// An old launcher that stays must not let the next run start the new one again.
+void Exchange::close() const
+{
+    const Problem left = insist([this] {
+        Problem problem = dropKept();
+        if (problem)
+            std::ignore = markAsSpent(kept);
+        return problem;
+    });
+    if (left)
+        log.write("left the old launcher behind: " + *left);
+}
+
 Problem Exchange::dropKept() const
 {
     const Problem problem = removeFile(unfinished);
     return problem ? problem : removeFile(kept);
+}
+
+/// The launcher hands over as long as something is waiting. When that has been in
+/// vain twice, the player is to play all the same. Updaters of one and the same
+/// launcher count once.
+ExitCode Exchange::concede() const
+{
+    const std::string last = log.lastOf(outcomes);
+    if (last.starts_with(couldNotReplace) && last != failureMark)
+        goBack();
+    else
+        log.write(failureMark);
+    return ExitCode::CouldNotReplace;
+}
+
+/// With the newer date, the server has nothing to send until there is a still
+/// newer launcher. The waiting one goes when the one in place has been started.
+void Exchange::goBack() const
+{
+    bool moved = false;
+    if (const Problem problem = adoptNewerDate(launcher, waiting, moved))
+        log.write("the launcher keeps its old date: " + *problem);
+    if (const Problem problem = moveOver(waiting, unfinished)) {
+        log.write("the newer launcher stays: " + *problem);
+        return;
+    }
+    if (const std::optional<StartFailure> failure = startDetached(launcher)) {
+        log.write("the launcher in place does not start: " + failure->problem);
+        std::ignore = moveOver(unfinished, waiting);
+        return;
+    }
+    log.write(wentBack);
+    std::ignore = removeFile(unfinished);
 }
 
 } // namespace Updater

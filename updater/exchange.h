@@ -4,7 +4,9 @@
 #include "updater/log.h"
 #include "updater/platform.h"
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace Updater {
@@ -15,26 +17,38 @@ namespace Updater {
 /// At every moment a launcher stands under its name, so the updater may be
 /// killed at any time. The old one is kept aside until the system has taken the
 /// new one for a program; as long as it stands there, the exchange is not over,
-/// and the next run sees it through.
+/// and the next run sees it through, whatever else is waiting by then.
 class Exchange {
 public:
-    Exchange(const Path& folder, const Log& log);
+    /// `launcherId` is the process that has handed over.
+    Exchange(const Path& folder, const Log& log, std::uint32_t launcherId);
 
     ExitCode run();
 
 private:
     [[nodiscard]] Problem insist(const std::function<Problem()>& attempt) const;
     [[nodiscard]] Problem attempt();
+    [[nodiscard]] Problem findUntried();
     [[nodiscard]] Problem attemptWithWaitingFile();
     [[nodiscard]] Problem refuse(const std::string& fault);
     [[nodiscard]] Problem dropWaitingCopy();
     [[nodiscard]] Problem replaceLauncher();
+    [[nodiscard]] Problem moveIntoPlace();
     [[nodiscard]] Problem keepOldLauncher() const;
     [[nodiscard]] Problem restoreMissingLauncher() const;
-    [[nodiscard]] Problem resumeEarlierRun();
-    ExitCode start();
+    void resumeEarlierRun();
+
+    ExitCode finish();
+    ExitCode startNewer();
+    void startAgain();
+    [[nodiscard]] std::optional<StartFailure> start() const;
     void putBack() const;
+    [[nodiscard]] Problem returnToWaiting() const;
+    void close() const;
     [[nodiscard]] Problem dropKept() const;
+
+    ExitCode concede() const;
+    void goBack() const;
 
     const Log& log;
     Path launcher;
@@ -42,8 +56,15 @@ private:
     /// The old launcher, and the same while it may be half a copy.
     Path kept;
     Path unfinished;
+    /// What is said when the waiting launcher could not be put in place.
+    std::string failureMark;
     /// What the last attempt has come to, or would come to if it were the last.
     ExitCode verdict = ExitCode::CouldNotReplace;
+    /// An earlier run has put a launcher in place, and nobody knows whether it
+    /// starts; the kept one does.
+    bool untried = false;
+    /// The launcher in place is the same as before, but for its newer date.
+    bool redated = false;
 };
 
 } // namespace Updater

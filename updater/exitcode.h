@@ -10,18 +10,20 @@ enum class ExitCode {
     /// The process id is missing or none. Nothing was touched.
     Usage = 2,
     /// Nothing was waiting, or what was waiting is the launcher in place; that
-    /// copy is gone. No launcher was started.
+    /// copy is gone. If its date was newer, the launcher has it now and has been
+    /// started again.
     NothingToDo = 3,
     /// The launcher did not end in time. Nothing was touched.
     GaveUpWaiting = 4,
-    /// The file system did not let the exchange happen. The old launcher stands
-    /// in its place and the newer one goes on waiting.
+    /// The system did not let the exchange happen. The old launcher stands in its
+    /// place and the newer one goes on waiting; at the second launcher in a row
+    /// it is gone, and the old one has been started.
     CouldNotReplace = 5,
-    /// What was waiting is no program that this system starts. It is gone and
-    /// the old launcher stands in its place.
+    /// What was waiting is no program that this system starts. It is gone, as far
+    /// as it could be removed, and the old launcher stands in its place.
     RefusedFile = 6,
-    /// Another updater is at work in this folder; it does what is to be done.
-    AnotherIsAtWork = 7
+    /// Another updater was at work in this folder; it has done what was to be done.
+    AnotherHasDoneIt = 7
 };
 
 } // namespace Updater

@@ -10,6 +10,8 @@ namespace Updater {
 struct Limits {
     /// For the launcher's end.
     std::chrono::milliseconds launcherEnd;
+    /// For the end of another updater in the same folder.
+    std::chrono::milliseconds otherUpdater;
     /// Between one attempt and the next at a file that somebody holds; there is
     /// one attempt more than there are pauses.
     std::span<const std::chrono::milliseconds> pauses;

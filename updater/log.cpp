@@ -2,6 +2,7 @@
 
 #include "updater/filenames.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,14 @@ std::string readText(InputFile& file, std::size_t size)
     std::string text(size, '\0');
     text.resize(file.read(std::as_writable_bytes(std::span(text))));
     return text;
+}
+
+/// What stands behind time and process id.
+std::string_view messageOf(std::string_view line)
+{
+    constexpr std::string_view end = "] ";
+    const std::size_t place = line.find(end);
+    return place == std::string_view::npos ? std::string_view() : line.substr(place + end.size());
 }
 
 /// The whole lines among the last `size` bytes.
@@ -76,8 +85,27 @@ void Log::makeRoom(std::size_t wanted) const
         kept = std::string(lastLines(kept, largestSize / 2));
     }
     const Path shortened = fileIn(folderOf(path), shortenedLogName);
-    if (writeFile(shortened, kept) || moveOver(shortened, path))
+    std::ignore = removeFile(shortened);
+    if (!createFile(shortened, kept) && moveOver(shortened, path))
         std::ignore = removeFile(shortened);
+}
+
+std::string Log::lastOf(std::span<const std::string_view> beginnings) const
+{
+    InputFile file(path);
+    std::string last;
+    const std::string text = readText(file, 2 * largestSize);
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size() - 1);
+        const std::string_view message = messageOf(rest.substr(0, end));
+        rest.remove_prefix(end + 1);
+        const auto matches = [message](std::string_view beginning) {
+            return message.starts_with(beginning);
+        };
+        if (std::ranges::any_of(beginnings, matches))
+            last = message;
+    }
+    return last;
 }
 
 } // namespace Updater

@@ -3,6 +3,8 @@
 #include "updater/platform.h"
 
 #include <cstddef>
+#include <span>
+#include <string>
 #include <string_view>
 
 namespace Updater {
@@ -18,6 +20,9 @@ public:
     explicit Log(Path path);
 
     void write(std::string_view message) const;
+    /// The last message that begins like one of these, by whichever updater;
+    /// empty if there is none.
+    std::string lastOf(std::span<const std::string_view> beginnings) const;
 
 private:
     void makeRoom(std::size_t wanted) const;

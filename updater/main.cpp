@@ -1,3 +1,4 @@
+#include "updater/platform.h"
 #include "updater/updater.h"
 
 #include <cstdio>
@@ -6,6 +7,7 @@
 int main(int argc, char* argv[])
 {
     const auto count = argc > 1 ? static_cast<std::size_t>(argc - 1) : 0;
+    Updater::prepareProcess();
     try {
         return static_cast<int>(Updater::run({ argv + 1, count }));
     } catch (const std::exception& error) {

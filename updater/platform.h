@@ -72,7 +72,8 @@ private:
 
 /// The right to exchange files in a folder. The system takes it back when the
 /// holder ends, however it ends. It leaves no file behind and needs no right to
-/// write, because it clings to the folder itself.
+/// write, because it clings to the folder itself. Whoever sees the folder can
+/// take it, so it keeps updaters apart and nobody out.
 class FolderLock {
 public:
     enum class State { Ours, Taken, Impossible };
@@ -85,12 +86,14 @@ public:
     const Problem& problem() const;
 
 private:
-    void acquire();
-
-    Handle handle;
     Problem trouble;
     State result = State::Impossible;
+    Handle handle;
 };
+
+/// Keeps what the process has been started with from getting in its way. To be
+/// called first.
+void prepareProcess();
 
 /// Folder of the running program; empty if the system does not tell.
 Path programFolder();
@@ -107,31 +110,44 @@ enum class ProcessEnd {
 /// Waits until the process with this id, running this program, has ended.
 ProcessEnd waitForEnd(std::uint32_t id, const Path& program, std::chrono::milliseconds limit);
 
-/// Starts a program that outlives this one, in its own folder and without
-/// arguments. A problem when the system does not take it for a program.
-[[nodiscard]] Problem startDetached(const Path& program);
+/// Why a program has not been started.
+struct StartFailure {
+    std::string problem;
+    /// The system does not take the file for a program, and never will.
+    bool isFinal = false;
+};
+
+/// Starts a program that outlives this one, in its own folder, without arguments
+/// and with nothing that has been done to this process.
+[[nodiscard]] std::optional<StartFailure> startDetached(const Path& program);
 
 /// Whatever it is; true also when the system does not let one see.
 bool isThere(const Path& path);
 /// No problem if there is none.
 [[nodiscard]] Problem removeFile(const Path& path);
-/// Gives the file a second name or, where a file can have one only, makes a
-/// duplicate with the same date, half of which may be left when it fails.
+/// Gives the file a second name, which is free, or, where a file can have one
+/// only, makes a duplicate with the same date, half of which may be left when it
+/// fails.
 [[nodiscard]] Problem duplicate(const Path& original, const Path& copy);
 /// Sees to it that the content survives a power failure and that the system
-/// lets players run the file.
+/// lets players run the file, with nobody's rights but their own.
 [[nodiscard]] Problem makeRunnable(const Path& path);
 /// Gives `from` the name `to`. At every moment, whatever happens, `to` is either
 /// what it was or what it is to be.
 [[nodiscard]] Problem moveOver(const Path& from, const Path& to);
 /// Brings the modification time of `path` forward to that of `other`, never
-/// back.
-[[nodiscard]] Problem adoptNewerDate(const Path& path, const Path& other);
+/// back, and says whether it has moved.
+[[nodiscard]] Problem adoptNewerDate(const Path& path, const Path& other, bool& moved);
+/// Marks a file that cannot be removed as one of no more use, by a date that no
+/// file has by chance. Needs no right to write into its folder.
+[[nodiscard]] Problem markAsSpent(const Path& path);
+bool isSpent(const Path& path);
 
-/// In one piece, also when another program appends at the same time.
+/// In one piece, also when another program appends at the same time. Neither a
+/// link nor a pipe is followed.
 [[nodiscard]] Problem appendTo(const Path& path, std::string_view text);
-/// Creates or replaces a file.
-[[nodiscard]] Problem writeFile(const Path& path, std::string_view text);
+/// Writes a new file; a problem if there is anything of that name.
+[[nodiscard]] Problem createFile(const Path& path, std::string_view text);
 
 /// The clock on the wall.
 struct LocalTime {

@@ -6,14 +6,19 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <elf.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <system_error>
 #include <thread>
 #include <tuple>
@@ -47,6 +52,9 @@ std::intptr_t openFile(const Path& path, int flags)
     constexpr mode_t everyone = 0666;
     return open(path.c_str(), flags | O_CLOEXEC, everyone);
 }
+
+/// Nothing that lies there already, and nothing that a link leads to.
+constexpr int newFile = O_CREAT | O_EXCL | O_NOFOLLOW;
 
 Path linkTarget(const std::string& link)
 {
@@ -148,7 +156,7 @@ Problem copyFile(const Path& original, const Path& copy)
     InputFile from(original);
     if (from.problem())
         return from.problem();
-    const Handle to(openFile(copy, O_WRONLY | O_CREAT | O_TRUNC));
+    const Handle to(openFile(copy, O_WRONLY | newFile));
     if (!to.isOpen())
         return failure("create", copy, errno);
     if (Problem problem = copyContent(from, to, copy))
@@ -156,6 +164,60 @@ Problem copyFile(const Path& original, const Path& copy)
     if (Problem problem = copyModeAndDate(original, to, copy))
         return problem;
     return synchronise(to, copy);
+}
+
+/// 2 January 1980, 03:04:06, by Greenwich.
+constexpr timespec spentDate{ .tv_sec = 315'630'246, .tv_nsec = 0 };
+
+bool setDate(const Path& path, const timespec& date)
+{
+    constexpr timespec asItIs{ .tv_sec = 0, .tv_nsec = UTIME_OMIT };
+    const std::array<timespec, 2> times{ asItIs, date };
+    return utimensat(AT_FDCWD, path.c_str(), times.data(), 0) == 0;
+}
+
+/// An address of this machine, free again when the process ends. Without a file,
+/// since the file system of the folder does not do what is asked of it.
+std::intptr_t openAddressOf(const Path& folder, FolderLock::State& state)
+{
+    struct stat status { };
+    if (stat(folder.c_str(), &status) != 0)
+        return Handle::none;
+    const int address = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    // What begins with a zero is no path.
+    std::snprintf(
+        name.sun_path + 1, sizeof name.sun_path - 1, "Halden-Launcher-Updater-%jx-%jx",
+        std::uintmax_t{ status.st_dev }, std::uintmax_t{ status.st_ino });
+    const auto* const generic = reinterpret_cast<const sockaddr*>(&name);
+    if (bind(address, generic, sizeof name) == 0)
+        state = FolderLock::State::Ours;
+    else if (errno == EADDRINUSE)
+        state = FolderLock::State::Taken;
+    return address;
+}
+
+std::intptr_t lockFolder(const Path& folder, FolderLock::State& state)
+{
+    const int opened = static_cast<int>(openFile(folder, O_RDONLY | O_DIRECTORY));
+    if (opened >= 0 && flock(opened, LOCK_EX | LOCK_NB) == 0)
+        state = FolderLock::State::Ours;
+    else if (opened >= 0 && errno == EWOULDBLOCK)
+        state = FolderLock::State::Taken;
+    else {
+        if (opened >= 0)
+            close(opened);
+        return openAddressOf(folder, state);
+    }
+    return opened;
+}
+
+/// Told by the system of the file itself and not of the moment.
+bool isFinal(int error)
+{
+    // There is no such loader for it (ENOENT), or it names several (EINVAL).
+    return error == ENOEXEC || error == ELIBBAD || error == ENOENT || error == EINVAL;
 }
 
 std::span<const std::byte> bytesOf(std::string_view text)
@@ -171,6 +233,19 @@ public:
         posix_spawnattr_init(&attributes);
         posix_spawn_file_actions_init(&actions);
     }
+
+    /// In a session of its own, and deaf to no signal.
+    void startAfresh()
+    {
+        posix_spawnattr_setflags(
+            &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        sigset_t signals;
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&attributes, &signals);
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&attributes, &signals);
+    }
+
     ~SpawnPlan()
     {
         posix_spawnattr_destroy(&attributes);
@@ -241,21 +316,26 @@ std::size_t InputFile::read(std::span<std::byte> buffer)
 }
 
 // The folder itself bears the lock: it needs no file, and whoever may read the
-// folder may take it.
+// folder may take it. Network folders refuse it, since they lock for those alone
+// who may write.
 FolderLock::FolderLock(const Path& folder)
-    : handle(openFile(folder, O_RDONLY | O_DIRECTORY))
+    : handle(lockFolder(folder, result))
 {
-    acquire();
+    if (result == State::Impossible)
+        trouble = failure("lock the folder", errno);
 }
 
-void FolderLock::acquire()
+void prepareProcess()
 {
-    if (handle.isOpen() && flock(descriptor(handle), LOCK_EX | LOCK_NB) == 0)
-        result = State::Ours;
-    else if (errno == EWOULDBLOCK)
-        result = State::Taken;
-    else
-        trouble = failure("lock the folder", errno);
+    // A reader of standard error that is gone is no reason to stop half-way.
+    std::ignore = std::signal(SIGPIPE, SIG_IGN);
+    // Where there is no standard error, what is opened next would pass for it.
+    int lowest = 0;
+    do
+        lowest = open("/dev/null", O_RDWR);
+    while (lowest >= 0 && lowest <= STDERR_FILENO);
+    if (lowest > STDERR_FILENO)
+        close(lowest);
 }
 
 Path programFolder()
@@ -286,10 +366,10 @@ ProcessEnd waitForEnd(std::uint32_t id, const Path& program, milliseconds limit)
 }
 
 // Its log goes where the old launcher's went.
-Problem startDetached(const Path& program)
+std::optional<StartFailure> startDetached(const Path& program)
 {
     SpawnPlan plan;
-    posix_spawnattr_setflags(&plan.attributes, POSIX_SPAWN_SETSID);
+    plan.startAfresh();
     posix_spawn_file_actions_addopen(&plan.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addchdir_np(&plan.actions, folderOf(program).c_str());
     std::string name = program;
@@ -297,7 +377,9 @@ Problem startDetached(const Path& program)
     pid_t id = 0;
     const int error = posix_spawn(
         &id, program.c_str(), &plan.actions, &plan.attributes, arguments.data(), environ);
-    return error == 0 ? Problem() : failure("start", program, error);
+    if (error == 0)
+        return {};
+    return StartFailure{ failure("start", program, error).value(), isFinal(error) };
 }
 
 bool isThere(const Path& path)
@@ -322,12 +404,12 @@ Problem duplicate(const Path& original, const Path& copy)
 
 Problem makeRunnable(const Path& path)
 {
-    const Handle file(openFile(path, O_RDONLY | O_NOFOLLOW));
+    const Handle file(openFile(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
     struct stat status { };
     if (!file.isOpen() || fstat(descriptor(file), &status) != 0)
         return failure("open", path, errno);
     // Whoever may read it may run it.
-    const mode_t mode = (status.st_mode & ALLPERMS) | S_IRUSR | S_IXUSR;
+    const mode_t mode = (status.st_mode & ACCESSPERMS & ~mode_t{ S_IWOTH }) | S_IRUSR | S_IXUSR;
     const mode_t runBits = (mode & (S_IRUSR | S_IRGRP | S_IROTH)) >> 2U;
     if (fchmod(descriptor(file), mode | runBits) != 0)
         return failure("set the mode of", path, errno);
@@ -344,8 +426,9 @@ Problem moveOver(const Path& from, const Path& to)
     return {};
 }
 
-Problem adoptNewerDate(const Path& path, const Path& other)
+Problem adoptNewerDate(const Path& path, const Path& other, bool& moved)
 {
+    moved = false;
     struct stat mine { };
     struct stat others { };
     if (stat(path.c_str(), &mine) != 0 || stat(other.c_str(), &others) != 0)
@@ -355,23 +438,36 @@ Problem adoptNewerDate(const Path& path, const Path& other)
     };
     if (moment(others.st_mtim) <= moment(mine.st_mtim))
         return {};
-    const std::array<timespec, 2> times{ mine.st_atim, others.st_mtim };
-    if (utimensat(AT_FDCWD, path.c_str(), times.data(), 0) != 0)
-        return failure("set the date of", path, errno);
-    return {};
+    moved = setDate(path, others.st_mtim);
+    return moved ? Problem() : failure("set the date of", path, errno);
+}
+
+Problem markAsSpent(const Path& path)
+{
+    return setDate(path, spentDate) ? Problem() : failure("mark", path, errno);
+}
+
+bool isSpent(const Path& path)
+{
+    struct stat status { };
+    return lstat(path.c_str(), &status) == 0 && status.st_mtim.tv_sec == spentDate.tv_sec;
 }
 
 Problem appendTo(const Path& path, std::string_view text)
 {
-    const Handle file(openFile(path, O_WRONLY | O_CREAT | O_APPEND));
-    if (!file.isOpen())
+    const Handle file(
+        openFile(path, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    struct stat status { };
+    if (!file.isOpen() || fstat(descriptor(file), &status) != 0)
         return failure("open", path, errno);
+    if (!S_ISREG(status.st_mode))
+        return failure("write", path, EINVAL);
     return writeAll(file, bytesOf(text), path);
 }
 
-Problem writeFile(const Path& path, std::string_view text)
+Problem createFile(const Path& path, std::string_view text)
 {
-    const Handle file(openFile(path, O_WRONLY | O_CREAT | O_TRUNC));
+    const Handle file(openFile(path, O_WRONLY | newFile));
     if (!file.isOpen())
         return failure("create", path, errno);
     return writeAll(file, bytesOf(text), path);

@@ -2,8 +2,11 @@
 
 #include "updater/platform.h"
 
+#include <algorithm>
 #include <array>
 #include <cwchar>
+#include <functional>
+#include <tuple>
 
 #include <windows.h>
 
@@ -83,16 +86,32 @@ template <typename Query> std::wstring growingText(Query query)
     return {};
 }
 
-/// The one path among all that lead to a file; the path itself if the file
-/// cannot be opened.
+/// What a path leads to, whichever path it is. False if the system does not tell.
+bool identify(const Path& path, BY_HANDLE_FILE_INFORMATION& data)
+{
+    const Handle file(openFile(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS));
+    return file.isOpen() && GetFileInformationByHandle(native(file), &data) != FALSE;
+}
+
+/// The one path among all that lead to a file; the path itself if the system
+/// does not tell, as for some disks that are none.
 std::wstring finalPath(const Path& path)
 {
     const Handle file(openFile(path, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS));
     if (!file.isOpen())
         return path;
-    return growingText([&](wchar_t* text, DWORD room) {
+    const std::wstring found = growingText([&](wchar_t* text, DWORD room) {
         return GetFinalPathNameByHandleW(native(file), text, room, FILE_NAME_NORMALIZED);
     });
+    return found.empty() ? path : found;
+}
+
+bool equal(const std::wstring& one, const std::wstring& other)
+{
+    return CompareStringOrdinal(
+               one.data(), static_cast<int>(one.size()), other.data(),
+               static_cast<int>(other.size()), TRUE)
+        == CSTR_EQUAL;
 }
 
 std::wstring imageOf(const Handle& process)
@@ -107,17 +126,20 @@ std::wstring imageOf(const Handle& process)
 
 bool runsProgram(const Handle& process, const Path& program)
 {
-    const std::wstring image = finalPath(imageOf(process));
-    const std::wstring wanted = finalPath(program);
-    return CompareStringOrdinal(
-               image.data(), static_cast<int>(image.size()), wanted.data(),
-               static_cast<int>(wanted.size()), TRUE)
-        == CSTR_EQUAL;
+    const std::wstring image = imageOf(process);
+    return !image.empty() && (equal(image, program) || equal(finalPath(image), finalPath(program)));
 }
 
 bool endsWithin(const Handle& process, milliseconds limit)
 {
     return WaitForSingleObject(native(process), static_cast<DWORD>(limit.count())) == WAIT_OBJECT_0;
+}
+
+/// No folder, no link, no pipe.
+bool isRegularFile(const Handle& file, const BY_HANDLE_FILE_INFORMATION& data)
+{
+    return GetFileType(native(file)) == FILE_TYPE_DISK
+        && (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0;
 }
 
 Problem writeAll(const Handle& file, std::string_view text, const Path& path)
@@ -130,25 +152,58 @@ Problem writeAll(const Handle& file, std::string_view text, const Path& path)
 }
 
 /// A name for the whole machine that is the same for every path to a folder.
-std::wstring lockName(const BY_HANDLE_FILE_INFORMATION& folder)
+std::wstring lockName(const Path& folder)
 {
+    BY_HANDLE_FILE_INFORMATION data{};
+    if (!identify(folder, data)) {
+        // Both updaters of a launcher have been started by the same path.
+        return L"Global\\Halden-Launcher-Updater-"
+            + std::to_wstring(std::hash<std::wstring>()(folder));
+    }
     std::array<wchar_t, 96> name{};
     std::swprintf(
         name.data(), name.size(), L"Global\\Halden-Launcher-Updater-%08lx-%08lx%08lx",
-        folder.dwVolumeSerialNumber, folder.nFileIndexHigh, folder.nFileIndexLow);
+        data.dwVolumeSerialNumber, data.nFileIndexHigh, data.nFileIndexLow);
     return name.data();
 }
 
-std::intptr_t createMutexOf(const Path& folder)
+/// Clears the attribute that lets Windows refuse to remove or replace a file.
+bool clearReadOnly(const Path& path)
 {
-    const Handle opened(openFile(folder, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS));
-    BY_HANDLE_FILE_INFORMATION data{};
-    if (!opened.isOpen() || GetFileInformationByHandle(native(opened), &data) == FALSE)
-        return Handle::none;
-    return number(CreateMutexW(nullptr, FALSE, lockName(data).c_str()));
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const DWORD concerned = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+    if (attributes == INVALID_FILE_ATTRIBUTES
+        || (attributes & concerned) != FILE_ATTRIBUTE_READONLY)
+        return false;
+    const DWORD others = attributes & ~DWORD{ FILE_ATTRIBUTE_READONLY };
+    return SetFileAttributesW(path.c_str(), others == 0 ? FILE_ATTRIBUTE_NORMAL : others) != FALSE;
 }
 
-bool writeDate(const Path& path, FILETIME& date)
+/// Told by the system of the file itself and not of the moment.
+bool isFinal(DWORD error)
+{
+    constexpr std::array<DWORD, 12> errors{
+        ERROR_BAD_EXE_FORMAT,
+        ERROR_EXE_MACHINE_TYPE_MISMATCH,
+        ERROR_EXE_MARKED_INVALID,
+        ERROR_INVALID_EXE_SIGNATURE,
+        ERROR_INVALID_MODULETYPE,
+        ERROR_INVALID_STARTING_CODESEG,
+        ERROR_INVALID_STACKSEG,
+        ERROR_BAD_FORMAT,
+        ERROR_OLD_WIN_VERSION,
+        ERROR_SXS_CANT_GEN_ACTCTX,
+        // A scanner has taken it away.
+        ERROR_FILE_NOT_FOUND,
+        ERROR_PATH_NOT_FOUND,
+    };
+    return std::ranges::find(errors, error) != errors.end();
+}
+
+/// 2 January 1980, 03:04:06, by Greenwich.
+constexpr FILETIME spentDate{ .dwLowDateTime = 0xC42D1700, .dwHighDateTime = 0x01A8E882 };
+
+bool writeDate(const Path& path, const FILETIME& date)
 {
     const Handle file(openFile(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING, 0));
     return file.isOpen() && SetFileTime(native(file), nullptr, nullptr, &date) != FALSE;
@@ -202,8 +257,7 @@ void InputFile::inspect(const Path& path)
         trouble = failure("look at", path, GetLastError());
         return;
     }
-    regular = GetFileType(native(handle)) == FILE_TYPE_DISK
-        && (data.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0;
+    regular = isRegularFile(handle, data);
     length = (std::uint64_t{ data.nFileSizeHigh } << 32U) | data.nFileSizeLow;
 }
 
@@ -225,12 +279,7 @@ std::size_t InputFile::read(std::span<std::byte> buffer)
 // A mutex with the folder's identity in its name: nothing is left behind, and a
 // holder that dies leaves it to the next one.
 FolderLock::FolderLock(const Path& folder)
-    : handle(createMutexOf(folder))
-{
-    acquire();
-}
-
-void FolderLock::acquire()
+    : handle(number(CreateMutexW(nullptr, FALSE, lockName(folder).c_str())))
 {
     if (!handle.isOpen()) {
         const DWORD error = GetLastError();
@@ -242,6 +291,10 @@ void FolderLock::acquire()
     const DWORD waited = WaitForSingleObject(native(handle), 0);
     const bool ours = waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
     result = ours ? State::Ours : State::Taken;
+}
+
+void prepareProcess()
+{
 }
 
 Path programFolder()
@@ -272,7 +325,7 @@ ProcessEnd waitForEnd(std::uint32_t id, const Path& program, milliseconds limit)
     return endsWithin(process, limit) ? ProcessEnd::Ended : ProcessEnd::StillRunning;
 }
 
-Problem startDetached(const Path& program)
+std::optional<StartFailure> startDetached(const Path& program)
 {
     std::wstring command = L'"' + program + L'"';
     const Path folder = folderOf(program);
@@ -283,8 +336,10 @@ Problem startDetached(const Path& program)
             program.c_str(), command.data(), nullptr, nullptr, FALSE,
             DETACHED_PROCESS | CREATE_NEW_PROCESS_GROUP, nullptr, folder.c_str(), &startup,
             &process)
-        == FALSE)
-        return failure("start", program, GetLastError());
+        == FALSE) {
+        const DWORD error = GetLastError();
+        return StartFailure{ failure("start", program, error).value(), isFinal(error) };
+    }
     CloseHandle(process.hThread);
     CloseHandle(process.hProcess);
     return {};
@@ -300,7 +355,10 @@ Problem removeFile(const Path& path)
 {
     if (DeleteFileW(path.c_str()) != FALSE || isMissing(GetLastError()))
         return {};
-    return failure("remove", path, GetLastError());
+    const DWORD error = GetLastError();
+    if (error == ERROR_ACCESS_DENIED && clearReadOnly(path) && DeleteFileW(path.c_str()) != FALSE)
+        return {};
+    return failure("remove", path, error);
 }
 
 Problem duplicate(const Path& original, const Path& copy)
@@ -308,13 +366,14 @@ Problem duplicate(const Path& original, const Path& copy)
     if (CreateHardLinkW(copy.c_str(), original.c_str(), nullptr) != FALSE)
         return {};
     // Takes the date along.
-    if (CopyFileW(original.c_str(), copy.c_str(), FALSE) != FALSE)
+    if (CopyFileW(original.c_str(), copy.c_str(), TRUE) != FALSE)
         return {};
     return failure("copy to", copy, GetLastError());
 }
 
 Problem makeRunnable(const Path& path)
 {
+    std::ignore = clearReadOnly(path);
     const Handle file(openFile(path, GENERIC_WRITE, OPEN_EXISTING, 0));
     if (!file.isOpen() || FlushFileBuffers(native(file)) == FALSE)
         return failure("save", path, GetLastError());
@@ -325,34 +384,59 @@ Problem makeRunnable(const Path& path)
 // takes several steps, between which there is no launcher.
 Problem moveOver(const Path& from, const Path& to)
 {
-    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
-        != FALSE)
+    const auto move = [&] {
+        return MoveFileExW(
+                   from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)
+            != FALSE;
+    };
+    if (move())
         return {};
-    return failure("rename " + utf8(fileName(from)) + " to", to, GetLastError());
+    const DWORD error = GetLastError();
+    if (error == ERROR_ACCESS_DENIED && clearReadOnly(to) && move())
+        return {};
+    return failure("rename " + utf8(fileName(from)) + " to", to, error);
 }
 
-Problem adoptNewerDate(const Path& path, const Path& other)
+Problem adoptNewerDate(const Path& path, const Path& other, bool& moved)
 {
+    moved = false;
     FILETIME mine{};
     FILETIME others{};
     if (!readDate(path, mine) || !readDate(other, others))
         return failure("look at", path, GetLastError());
-    if (CompareFileTime(&others, &mine) <= 0 || writeDate(path, others))
+    if (CompareFileTime(&others, &mine) <= 0)
         return {};
-    return failure("set the date of", path, GetLastError());
+    moved = writeDate(path, others);
+    return moved ? Problem() : failure("set the date of", path, GetLastError());
+}
+
+Problem markAsSpent(const Path& path)
+{
+    return writeDate(path, spentDate) ? Problem() : failure("mark", path, GetLastError());
+}
+
+bool isSpent(const Path& path)
+{
+    FILETIME date{};
+    return readDate(path, date) && CompareFileTime(&date, &spentDate) == 0;
 }
 
 Problem appendTo(const Path& path, std::string_view text)
 {
-    const Handle file(openFile(path, FILE_APPEND_DATA, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL));
+    const Handle file(openFile(
+        path, FILE_APPEND_DATA | FILE_READ_ATTRIBUTES, OPEN_ALWAYS,
+        FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT));
     if (!file.isOpen())
         return failure("open", path, GetLastError());
+    BY_HANDLE_FILE_INFORMATION data{};
+    if (GetFileInformationByHandle(native(file), &data) == FALSE || !isRegularFile(file, data))
+        return failure("write", path, ERROR_INVALID_PARAMETER);
     return writeAll(file, text, path);
 }
 
-Problem writeFile(const Path& path, std::string_view text)
+Problem createFile(const Path& path, std::string_view text)
 {
-    const Handle file(openFile(path, GENERIC_WRITE, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL));
+    const Handle file(openFile(path, GENERIC_WRITE, CREATE_NEW, FILE_ATTRIBUTE_NORMAL));
     if (!file.isOpen())
         return failure("create", path, GetLastError());
     return writeAll(file, text, path);

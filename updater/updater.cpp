@@ -7,7 +7,10 @@
 #include "updater/platform.h"
 #include "updater/processid.h"
 
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace Updater {
@@ -42,22 +45,40 @@ bool launcherHasEnded(std::uint32_t id, const Path& launcher, const Log& log)
     return false;
 }
 
-/// The launcher starts two updaters with one id. Whoever is late goes without
-/// having waited, so there is one exchange and one new launcher.
-ExitCode exchangeAlone(const Path& folder, const Log& log)
+/// Waits for another updater as long as one can take, and not for ever, since
+/// whoever sees the folder can hold its lock. True if there has been another.
+bool waitForLock(const Path& folder, std::optional<FolderLock>& lock, const Log& log)
 {
-    const FolderLock lock(folder);
-    switch (lock.state()) {
-    case FolderLock::State::Ours:
-        return Exchange(folder, log).run();
-    case FolderLock::State::Taken:
-        log.write("another updater is at work");
-        return ExitCode::AnotherIsAtWork;
-    case FolderLock::State::Impossible:
-        break;
+    constexpr std::chrono::milliseconds interval(50);
+    lock.emplace(folder);
+    if (lock->state() != FolderLock::State::Taken)
+        return false;
+    log.write("another updater is at work");
+    const auto deadline = std::chrono::steady_clock::now() + limits.otherUpdater;
+    while (lock->state() == FolderLock::State::Taken
+           && std::chrono::steady_clock::now() < deadline) {
+        pause(interval);
+        lock.emplace(folder);
     }
-    log.write("gave up: " + lock.problem().value_or(""));
-    return ExitCode::CouldNotReplace;
+    return true;
+}
+
+/// The launcher starts two updaters with one id, and a new launcher may hand over
+/// while the first one still clears away: whoever is late looks what is left to
+/// do. Two at once do no harm in all but the rarest moments, and no updater at
+/// all would do harm for good.
+ExitCode exchangeAlone(const Path& folder, const Log& log, std::uint32_t launcherId)
+{
+    std::optional<FolderLock> lock;
+    const bool late = waitForLock(folder, lock, log);
+    if (lock->state() == FolderLock::State::Taken)
+        log.write("went on without the lock, which is held for too long");
+    if (lock->state() == FolderLock::State::Impossible)
+        log.write("went on without a lock: " + lock->problem().value_or(""));
+    const bool somethingWaits = isThere(fileIn(folder, waitingName));
+    const ExitCode code = Exchange(folder, log, launcherId).run();
+    const bool otherHasDoneIt = late && !somethingWaits && code == ExitCode::NothingToDo;
+    return otherHasDoneIt ? ExitCode::AnotherHasDoneIt : code;
 }
 
 } // namespace
@@ -75,7 +96,7 @@ ExitCode run(std::span<const char* const> arguments)
         return complain(log, arguments.size());
     if (!launcherHasEnded(*id, fileIn(folder, launcherName), log))
         return ExitCode::GaveUpWaiting;
-    return exchangeAlone(folder, log);
+    return exchangeAlone(folder, log, *id);
 }
 
 } // namespace Updater

@@ -31,11 +31,20 @@ QString Trace::renames()
     return "?rename,?renameat,renameat2";
 }
 
+QString Trace::removals()
+{
+    return "?unlink,unlinkat";
+}
+
+QString Trace::starts()
+{
+    return "?fork,?vfork,clone,clone3";
+}
+
 QString Trace::stateChanging()
 {
-    return "?open,openat,write,fsync,?chmod,fchmod,fchmodat,utimensat,ftruncate,?unlink,unlinkat,"
-           "?fork,?vfork,clone,clone3,flock,"
-        + links() + ',' + renames();
+    return "?open,openat,write,fsync,?chmod,fchmod,fchmodat,utimensat,ftruncate,flock,"
+        + QStringList{ removals(), starts(), links(), renames() }.join(',');
 }
 
 QStringList Trace::record(const QString& calls, const QString& file)

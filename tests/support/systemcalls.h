@@ -18,6 +18,9 @@ namespace Trace {
 // Names of calls in the tracer's form.
 QString links();
 QString renames();
+QString removals();
+/// What programs are started with.
+QString starts();
 /// All that change what others can see.
 QString stateChanging();
 

@@ -218,6 +218,12 @@ QString Installation::whichIs(const QString& name) const
     return content == newLauncher() ? "new" : "other";
 }
 
+std::unique_ptr<Installation> freshInstallation()
+{
+    TestSupport::ApplicationFolder::clear();
+    return std::make_unique<Installation>(TestSupport::ApplicationFolder::path());
+}
+
 RunningLauncher::RunningLauncher(const QString& program)
 {
     process.start(program, { "stay" });

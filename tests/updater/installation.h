@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 /// How an updater ended, and what it said on standard error. `code` is -1 when
 /// it was killed.
 struct UpdaterRun {
@@ -69,6 +71,9 @@ private:
     QString folder;
     QString record;
 };
+
+/// The only thing in the sandbox's application folder.
+std::unique_ptr<Installation> freshInstallation();
 
 /// The old launcher at work: a process whose id an updater can be given.
 class RunningLauncher {

@@ -14,6 +14,6 @@ constexpr std::array<std::chrono::milliseconds, 4> pauses{ 2ms, 4ms, 8ms, 16ms }
 
 } // namespace
 
-const Limits limits{ 400ms, pauses };
+const Limits limits{ 400ms, 5s, pauses };
 
 } // namespace Updater

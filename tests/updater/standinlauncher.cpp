@@ -6,6 +6,7 @@
 
 #include <array>
 #include <climits>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,22 @@
 #include <unistd.h>
 
 namespace {
+
+/// A blocked or ignored signal, as a process can have it from its parent.
+bool isDeaf()
+{
+    sigset_t blocked;
+    if (sigprocmask(SIG_BLOCK, nullptr, &blocked) != 0)
+        return true;
+    for (int number = 1; number < SIGRTMIN; ++number) {
+        struct sigaction handling { };
+        const bool ignored
+            = sigaction(number, nullptr, &handling) == 0 && handling.sa_handler == SIG_IGN;
+        if (ignored || sigismember(&blocked, number) == 1)
+            return true;
+    }
+    return false;
+}
 
 int recordStart(int arguments)
 {
@@ -22,8 +39,8 @@ int recordStart(int arguments)
     if (file == nullptr || getcwd(folder.data(), folder.size()) == nullptr)
         return 1;
     const int length = std::snprintf(
-        line.data(), line.size(), "%s arguments=%d leader=%d folder=%s\n", STANDIN_VERSION,
-        arguments, getsid(0) == getpid() ? 1 : 0, folder.data());
+        line.data(), line.size(), "%s arguments=%d leader=%d %sfolder=%s\n", STANDIN_VERSION,
+        arguments, getsid(0) == getpid() ? 1 : 0, isDeaf() ? "deaf " : "", folder.data());
     const int record = open(file, O_WRONLY | O_CREAT | O_APPEND, 0644);
     return write(record, line.data(), static_cast<std::size_t>(length)) == length ? 0 : 1;
 }

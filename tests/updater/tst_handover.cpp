@@ -117,25 +117,51 @@ private slots:
         QCOMPARE(runningLaunchers().size(), 1);
         verifyItStays();
         QTRY_COMPARE(leftovers(), QStringList());
-        QCOMPARE(readFile(path("Halden-Launcher-Updater.log")).count("started the launcher\n"), 1);
+        QCOMPARE(updaterLog().count("started the launcher\n"), 1);
     }
 
-    /// A server that ignores dates sends the same launcher at every start.
-    void sameLauncherIsNotStartedAgain()
+    /// It was published with a later date. The player need not start it twice.
+    void sameLauncherComesBackAndStays()
     {
         publish(HALDEN_LAUNCHER_PROGRAM);
+        handOverTheSameLauncher();
+        QTRY_COMPARE_WITH_TIMEOUT(runningLaunchers().size(), 1, 60'000);
+        verifyItStays();
+        QCOMPARE(leftovers(), QStringList());
+        QCOMPARE(updaterLog().count("started the launcher again\n"), 1);
+        QVERIFY(QFileInfo(path("Halden-Launcher.exe")).lastModified() > published);
+    }
+
+    /// It sends the same launcher at every start.
+    void serverThatIgnoresDatesCausesNoEndlessStarts()
+    {
+        server->answer(
+            "/Halden-Launcher.exe",
+            TestSupport::HttpAnswer::ok(readFile(HALDEN_LAUNCHER_PROGRAM), {}));
+        handOverTheSameLauncher();
+        QTRY_COMPARE_WITH_TIMEOUT(
+            updaterLog().count("Halden-Launcher.tmp was the launcher in place\n"), 2, 60'000);
+        QTRY_COMPARE(runningUpdaters(), 0);
+        QCOMPARE(runningLaunchers(), QList<qint64>());
+        QCOMPARE(leftovers(), QStringList());
+        QCOMPARE(updaterLog().count("started the launcher again\n"), 1);
+    }
+
+private:
+    static QByteArray updaterLog()
+    {
+        return readFile(path("Halden-Launcher-Updater.log"));
+    }
+
+    void handOverTheSameLauncher()
+    {
         placeProgram(HALDEN_LAUNCHER_PROGRAM, "Halden-Launcher.exe");
         QProcess launcher;
         startLauncher(launcher);
         QTRY_COMPARE_WITH_TIMEOUT(launcher.state(), QProcess::NotRunning, 60'000);
-        QTRY_COMPARE(leftovers(), QStringList());
-        QTRY_COMPARE(runningUpdaters(), 0);
-        QCOMPARE(runningLaunchers(), QList<qint64>());
-        QVERIFY(!readFile(path("Halden-Launcher-Updater.log")).contains("started the launcher\n"));
-        QVERIFY(QFileInfo(path("Halden-Launcher.exe")).lastModified() > published);
+        QCOMPARE(launcher.exitStatus(), QProcess::NormalExit);
     }
 
-private:
     void startLauncher(QProcess& launcher)
     {
         launcher.setStandardErrorFile(QProcess::nullDevice());
@@ -169,14 +195,19 @@ private:
     {
         const QList<qint64> launchers = runningLaunchers();
         QTRY_COMPARE_WITH_TIMEOUT(server->requestCount("/Halden-Launcher.exe"), 4, 60'000);
-        QTRY_COMPARE_WITH_TIMEOUT(manifestRequestsAfterTheLast("/Halden-Launcher.exe"), 2, 60'000);
+        QTRY_COMPARE_WITH_TIMEOUT(manifestRequestsOfTheSecondLauncher(), 2, 60'000);
         QCOMPARE(runningLaunchers(), launchers);
     }
 
-    qsizetype manifestRequestsAfterTheLast(const QString& request) const
+    /// Each launcher asks for a newer one twice, and its runs overtake each other.
+    qsizetype manifestRequestsOfTheSecondLauncher() const
     {
+        const QString request = "/Halden-Launcher.exe";
         const QStringList paths = server->requestedPaths();
-        return paths.mid(paths.lastIndexOf(request)).count("/patch.ini");
+        qsizetype third = paths.indexOf(request);
+        for (int n = 0; n < 2; ++n)
+            third = paths.indexOf(request, third + 1);
+        return paths.mid(third).count("/patch.ini");
     }
 
     static QStringList leftovers()

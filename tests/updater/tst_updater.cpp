@@ -56,8 +56,7 @@ private slots:
     void init()
     {
         QTest::failOnWarning(QRegularExpression(".*"));
-        TestSupport::ApplicationFolder::clear();
-        installation = std::make_unique<Installation>(TestSupport::ApplicationFolder::path());
+        installation = freshInstallation();
     }
 
     void exchangesOnceTheLauncherHasEnded()
@@ -192,6 +191,7 @@ private slots:
         QTest::newRow("the owner") << 0x6000 << 0x7000;
         QTest::newRow("nobody may write") << 0x4044 << 0x5055;
         QTest::newRow("done already") << 0x7055 << 0x7055;
+        QTest::newRow("everybody may write") << 0x6066 << 0x7075;
     }
 
     void newLauncherMayBeRunByWhoeverMayReadIt()
@@ -280,20 +280,22 @@ private slots:
         verifyOldLauncherStandsAlone();
     }
 
-    void sameLauncherIsDroppedWithoutARestart_data()
+    void sameLauncherIsStartedOnceMoreWithANewerDate_data()
     {
         QTest::addColumn<int>("hours");
         QTest::addColumn<int>("dateMovesBy");
+        QTest::addColumn<QStringList>("starts");
         // A newer date lets the server answer 304 from now on; an older one
         // would let it send what is in place already.
-        QTest::newRow("later download") << 5 << 5;
-        QTest::newRow("earlier download") << -5 << 0;
+        QTest::newRow("later download") << 5 << 5 << oneStart("old");
+        QTest::newRow("earlier download") << -5 << 0 << noStarts;
     }
 
-    void sameLauncherIsDroppedWithoutARestart()
+    void sameLauncherIsStartedOnceMoreWithANewerDate()
     {
         QFETCH(int, hours);
         QFETCH(int, dateMovesBy);
+        QFETCH(QStringList, starts);
         const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
         installation->placeWaiting(Installation::oldLauncher());
         setDate(path("Halden-Launcher.exe"), date);
@@ -301,7 +303,7 @@ private slots:
         QCOMPARE(installation->run(endedProcess()).code, Nothing);
         QCOMPARE(installation->logged("Halden-Launcher.tmp was the launcher in place"), 1);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date.addSecs(qint64{ dateMovesBy } * 3600));
-        verifyOldLauncherStandsAlone();
+        verifyOldLauncherStandsAlone(starts);
     }
 
     void sameSizeIsNotTheSameLauncher()
@@ -359,18 +361,44 @@ private slots:
         QCOMPARE(installation->starts(), oneStart("new"));
     }
 
-    void lateUpdaterGoesQuietly()
+    void lateUpdaterLooksWhatIsLeft_data()
     {
+        QTest::addColumn<bool>("waits");
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QStringList>("starts");
+        QTest::newRow("all is done") << false << int(Busy) << noStarts;
+        QTest::newRow("a launcher waits") << true << int(Done) << oneStart("new");
+    }
+
+    /// The other one may be clearing away when there is something new to do.
+    void lateUpdaterLooksWhatIsLeft()
+    {
+        QFETCH(bool, waits);
+        QFETCH(int, code);
+        QFETCH(QStringList, starts);
+        QProcess late;
         {
             const LockHolder other(TestSupport::ApplicationFolder::path());
-            const UpdaterRun run = installation->run(endedProcess());
-            QCOMPARE(run.code, Busy);
-            QCOMPARE(run.message, QString());
-            QCOMPARE(installation->logged("another updater is at work"), 1);
+            installation->start(late, { QString::number(endedProcess()) });
+            QTRY_COMPARE(installation->logged("another updater is at work"), 1);
             QCOMPARE(installation->state(), untouched);
-            QCOMPARE(installation->starts(), noStarts);
+            if (!waits)
+                QVERIFY(QFile::remove(path("Halden-Launcher.tmp")));
         }
+        const UpdaterRun run = Installation::finish(late);
+        QCOMPARE(run.code, code);
+        QCOMPARE(run.message, QString());
+        QCOMPARE(installation->starts(), starts);
+    }
+
+    /// Whoever may read the folder can hold its lock.
+    void lockThatIsNeverReleasedDelaysOnly()
+    {
+        const LockHolder other(TestSupport::ApplicationFolder::path());
         QCOMPARE(installation->run(endedProcess()).code, Done);
+        QCOMPARE(installation->logged("went on without the lock, which is held for too long"), 1);
+        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(installation->starts(), oneStart("new"));
     }
 
     /// The system takes the lock back from the dead.
@@ -378,17 +406,19 @@ private slots:
     {
         installation->placeShippedUpdater();
         QProcess first;
+        QProcess second;
         {
             const ReadOnlyFolder folder(TestSupport::ApplicationFolder::path());
-            installation->start(first, { QString::number(endedProcess()) });
-            first.setReadChannel(QProcess::StandardError);
+            start(first);
             QTRY_VERIFY(first.peek(10'000).contains("trying again: "));
-            QCOMPARE(installation->run(endedProcess()).code, Busy);
+            start(second);
+            QTRY_VERIFY(second.peek(10'000).contains("another updater is at work"));
             first.kill();
             Installation::finish(first);
         }
-        QCOMPARE(installation->run(endedProcess()).code, Done);
+        QCOMPARE(Installation::finish(second).code, Done);
         QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(installation->starts(), oneStart("new"));
     }
 
     void readOnlyFolderIsLeftAsItIs()
@@ -483,7 +513,7 @@ private slots:
         QTest::newRow("waiting one taken away")
             << "old none old" << int(Nothing) << "old none none" << noStarts;
         QTest::newRow("the same one waits")
-            << "new new old" << int(Nothing) << exchanged << noStarts;
+            << "new new old" << int(Done) << exchanged << oneStart("new");
     }
 
     void leftoversOfAKilledRunAreSettled()
@@ -616,6 +646,13 @@ private:
         return installation->path(name);
     }
 
+    /// Its log is read from standard error.
+    void start(QProcess& updater) const
+    {
+        installation->start(updater, { QString::number(endedProcess()) });
+        updater.setReadChannel(QProcess::StandardError);
+    }
+
     /// Content and permissions of both launchers.
     QByteArray everything() const
     {
@@ -647,12 +684,12 @@ private:
     }
 
     /// And a second run finds nothing more to do.
-    void verifyOldLauncherStandsAlone()
+    void verifyOldLauncherStandsAlone(const QStringList& starts = noStarts)
     {
         QCOMPARE(installation->state(), "old none none");
         QCOMPARE(installation->startedVersion(), "old");
         QCOMPARE(installation->strangers(), QStringList());
-        QCOMPARE(installation->starts(), noStarts);
+        QCOMPARE(installation->starts(), starts);
         QCOMPARE(installation->run(endedProcess()).code, Nothing);
         QCOMPARE(installation->state(), "old none none");
     }

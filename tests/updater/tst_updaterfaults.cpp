@@ -18,35 +18,67 @@ namespace {
 
 const QString exchanged = "new none none";
 const QString oldAlone = "old none none";
+const QString untouched = "old new none";
 const QString traceFile = "/tmp/trace";
 
 /// A state of the player's folder, and what an updater makes of it.
 struct Scenario {
     const char* name;
+    QString launcher;
     QString waiting;
     QString kept;
     /// Interference besides the kill.
     QStringList wrapper;
     QString outcome;
+    /// What the next one makes of that, without interference.
+    QString end = outcome;
+
+    /// Whether one that does not start may stand in place for a while.
+    bool isDoubtful() const
+    {
+        return (launcher != "old" && launcher != "new") || waiting.startsWith("unstartable");
+    }
 };
 
 QList<Scenario> scenarios()
 {
+    const QStringList noLinks = Trace::fail(Trace::links(), "EPERM");
+    const QStringList noStart = Trace::fail(Trace::starts(), "EAGAIN");
     return {
-        { "exchange", "new", "none", {}, exchanged },
-        { "exchange over leftovers", "new", "old", {}, exchanged },
-        { "exchange without links", "new", "none", Trace::fail(Trace::links(), "EPERM"),
+        { "exchange", "old", "new", "none", {}, exchanged },
+        { "exchange over leftovers", "old", "new", "old", {}, exchanged },
+        { "exchange without links", "old", "new", "none", noLinks, exchanged },
+        { "program that does not start", "old", "unstartable", "none", {}, oldAlone },
+        { "web page", "old", "page", "none", {}, oldAlone },
+        { "same launcher", "old", "old", "none", {}, oldAlone },
+        { "same launcher, date cannot be set", "old", "old", "none",
+          Trace::fail("utimensat", "EPERM"), oldAlone },
+        // An earlier run ended before it could start what it had put in place.
+        { "untried program", "unstartable", "none", "old", {}, oldAlone },
+        { "untried program, web page", "unstartable", "page", "old", {}, oldAlone },
+        { "untried program, the same", "unstartable", "unstartable", "old", {}, oldAlone },
+        { "untried program, foreign one", "unstartable", "foreign", "old", {}, oldAlone },
+        { "untried program, another", "unstartable", "unstartable too", "old", {}, oldAlone },
+        { "untried program, good one", "unstartable", "new", "old", {}, exchanged },
+        { "untried launcher", "new", "none", "old", {}, exchanged },
+        { "untried launcher, web page", "new", "page", "old", {}, exchanged },
+        { "untried launcher, the same", "new", "new", "old", {}, exchanged },
+        { "untried launcher, bad one", "new", "unstartable", "old", {}, oldAlone },
+        { "launcher taken away", "none", "new", "old", {}, exchanged },
+        { "bad moment for a start", "old", "new", "none", noStart, untouched, exchanged },
+        { "the same without links", "old", "new", "none", Trace::both(noStart, noLinks), untouched,
           exchanged },
-        { "program that does not start", "foreign", "none", {}, oldAlone },
-        { "web page", "page", "none", {}, oldAlone },
-        { "same launcher", "old", "none", {}, oldAlone },
+        { "old launcher that stays", "old", "new", "none",
+          Trace::fail(Trace::removals(), "EPERM", 3), "new none old", exchanged },
     };
 }
 
 QByteArray contentOf(const QString& what)
 {
     if (what == "foreign")
-        return unstartableProgram();
+        return foreignProgram();
+    if (what.startsWith("unstartable"))
+        return unstartableProgram() + what.toUtf8();
     if (what == "page")
         return "<!DOCTYPE html>";
     return what == "old" ? Installation::oldLauncher() : Installation::newLauncher();
@@ -71,17 +103,7 @@ private slots:
 
     void killedAtEveryStateChange_data()
     {
-        QTest::addColumn<int>("scenario");
-        QTest::addColumn<int>("call");
-        for (int n = 0; n < scenarios().size(); ++n) {
-            for (int call = 0; call < killPoints.at(n).size(); ++call) {
-                const SystemCall point = killPoints.at(n).at(call);
-                QTest::addRow(
-                    "%s, before %s %d", scenarios().at(n).name, qPrintable(point.name),
-                    point.ordinal)
-                    << n << call;
-            }
-        }
+        addKillPoints();
     }
 
     void killedAtEveryStateChange()
@@ -90,6 +112,25 @@ private slots:
         QFETCH(int, call);
         QCOMPARE(
             killAndFinish(scenarios().at(scenario), killPoints.at(scenario).at(call)), QString());
+    }
+
+    void failsAtEveryStateChange_data()
+    {
+        addKillPoints();
+    }
+
+    /// Once, and from there on for good.
+    void failsAtEveryStateChange()
+    {
+        QFETCH(int, scenario);
+        QFETCH(int, call);
+        const SystemCall point = killPoints.at(scenario).at(call);
+        const QString once = failAndFinish(
+            scenarios().at(scenario), Trace::fail(point.name, "EIO", point.ordinal, point.ordinal));
+        QCOMPARE(once, QString());
+        const QString forGood = failAndFinish(
+            scenarios().at(scenario), Trace::fail(point.name, "EACCES", point.ordinal));
+        QCOMPARE(forGood, QString());
     }
 
     void exchangesUnderRandomFaults()
@@ -111,10 +152,29 @@ private slots:
 private:
     using Exchange = std::function<QString(QRandomGenerator&)>;
 
+    void addKillPoints() const
+    {
+        QTest::addColumn<int>("scenario");
+        QTest::addColumn<int>("call");
+        for (int n = 0; n < scenarios().size(); ++n) {
+            for (int call = 0; call < killPoints.at(n).size(); ++call) {
+                const SystemCall point = killPoints.at(n).at(call);
+                QTest::addRow(
+                    "%s, at %s %d", scenarios().at(n).name, qPrintable(point.name), point.ordinal)
+                    << n << call;
+            }
+        }
+    }
+
     static void arrange(const Installation& where, const Scenario& scenario)
     {
         where.reset();
+        where.placeLauncher(contentOf(scenario.launcher));
         where.placeWaiting(contentOf(scenario.waiting));
+        if (scenario.launcher == "none")
+            QFile::remove(where.path("Halden-Launcher.exe"));
+        if (scenario.waiting == "none")
+            QFile::remove(where.path("Halden-Launcher.tmp"));
         if (scenario.kept != "none")
             where.placeKept(contentOf(scenario.kept));
     }
@@ -129,8 +189,8 @@ private:
             qFatal("%s: %s", scenario.name, qPrintable(installation->state()));
         QList<SystemCall> calls = Trace::recordedChanges(traceFile);
         // One interference at a time with one call.
-        if (!scenario.wrapper.isEmpty())
-            calls.removeIf([](const SystemCall& call) { return call.name.contains("link"); });
+        const QString interference = scenario.wrapper.join(' ');
+        calls.removeIf([&](const SystemCall& call) { return interference.contains(call.name); });
         return calls;
     }
 
@@ -161,11 +221,11 @@ private:
     static QString
     wrongWithStarts(const Installation& where, const QString& outcome, qsizetype atMost)
     {
-        const qsizetype starts = where.starts().size();
+        const qsizetype starts = where.starts().filter("new ").size();
         const bool due = outcome == exchanged;
         if (due ? starts >= 1 && starts <= atMost : starts == 0)
             return {};
-        return QString("%1 launchers were started").arg(starts);
+        return QString("%1 newer launchers were started").arg(starts);
     }
 
     QString killAndFinish(const Scenario& scenario, const SystemCall& call)
@@ -174,14 +234,39 @@ private:
         const QStringList killer = Trace::both(Trace::killBefore(call), scenario.wrapper);
         if (installation->run(ended, killer).code != -1)
             return "the updater was not killed";
-        // A program that does not start may stand there until the second run.
-        const bool foreign = scenario.waiting == "foreign";
-        QString wrong = wrongWithLauncher(*installation);
-        if (!wrong.isEmpty() && !(foreign && installation->kept() == "old"))
+        QString wrong = wrongWithSafety(scenario);
+        if (!wrong.isEmpty())
             return wrong;
-        const QString unfinished = finish(*installation, scenario.outcome);
-        return unfinished.isEmpty() ? wrongWithStarts(*installation, scenario.outcome, 2)
-                                    : unfinished;
+        const QString unfinished = finish(*installation, scenario.end);
+        return unfinished.isEmpty() ? wrongWithStarts(*installation, scenario.end, 2) : unfinished;
+    }
+
+    /// A program that does not start may stand there until the second run, as long
+    /// as there is one to go back to.
+    QString wrongWithSafety(const Scenario& scenario) const
+    {
+        const bool isSafe = scenario.isDoubtful() && installation->kept() == "old";
+        return isSafe ? QString() : wrongWithLauncher(*installation);
+    }
+
+    /// Which launcher wins depends on what has failed; one does, and nothing is left.
+    QString failAndFinish(const Scenario& scenario, const QStringList& failure)
+    {
+        arrange(*installation, scenario);
+        if (installation->run(ended, Trace::both(failure, scenario.wrapper)).code < 0)
+            return "the updater did not end by itself";
+        QString wrong = wrongWithSafety(scenario);
+        if (!wrong.isEmpty())
+            return wrong;
+        const UpdaterRun second = installation->run(ended);
+        const QStringList ends{ exchanged, oldAlone };
+        if (!ends.contains(installation->state()) || !installation->strangers().isEmpty())
+            return QString("the second run ends with %1, %2")
+                .arg(second.code)
+                .arg(installation->state());
+        wrong = wrongWithLauncher(*installation);
+        const qsizetype starts = installation->starts().size();
+        return starts > 2 ? QString("%1 launchers were started").arg(starts) : wrong;
     }
 
     QString finishAfter(const Installation& where, const UpdaterRun& run, int code) const
