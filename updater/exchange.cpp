@@ -55,18 +55,21 @@ constexpr std::string_view startedAgain = "started the launcher again";
 constexpr std::string_view wasInPlace = "Halden-Launcher.tmp was the launcher in place";
 constexpr std::string_view refused = "refused ";
 constexpr std::string_view couldNotReplace = "could not replace the launcher of process ";
-constexpr std::string_view wentBack = "went back to the launcher in place";
+constexpr std::string_view wentBack = "went back to the launcher in place, after process ";
 constexpr std::array outcomes{ startedNewer, wasInPlace, refused, couldNotReplace, wentBack };
+
+/// Marks a kept launcher that cannot be removed and is of no more use.
+constexpr std::uint32_t spent = 0;
 
 } // namespace
 
-Exchange::Exchange(const Path& folder, const Log& diary, std::uint32_t launcherId)
+Exchange::Exchange(const Path& folder, const Log& diary, std::uint32_t id)
     : log(diary)
     , launcher(fileIn(folder, launcherName))
     , waiting(fileIn(folder, waitingName))
     , kept(fileIn(folder, keptName))
     , unfinished(fileIn(folder, unfinishedName))
-    , failureMark(std::string(couldNotReplace) + std::to_string(launcherId))
+    , launcherId(id)
 {
 }
 
@@ -114,7 +117,7 @@ Problem Exchange::attempt()
 Problem Exchange::findUntried()
 {
     untried = false;
-    if (!isThere(kept) || isSpent(kept))
+    if (!isThere(kept) || markOn(kept) == spent)
         return {};
     const InputFile file(kept);
     if (file.problem() || !file.isRegular())
@@ -304,7 +307,7 @@ void Exchange::close() const
     const Problem left = insist([this] {
         Problem problem = dropKept();
         if (problem)
-            std::ignore = markAsSpent(kept);
+            std::ignore = mark(kept, spent);
         return problem;
     });
     if (left)
@@ -318,16 +321,29 @@ Problem Exchange::dropKept() const
 }
 
 /// The launcher hands over as long as something is waiting. When that has been in
-/// vain twice, the player is to play all the same. Updaters of one and the same
-/// launcher count once.
+/// vain twice, the player is to play all the same. The two updaters of one launcher
+/// count once.
 ExitCode Exchange::concede() const
 {
     const std::string last = log.lastOf(outcomes);
-    if (last.starts_with(couldNotReplace) && last != failureMark)
+    const std::uint32_t noted = markOn(waiting).value_or(0);
+    const bool isTold = last.ends_with("process " + std::to_string(launcherId))
+        || noted / 2 == launcherId % (markLimit / 2);
+    if (isTold)
+        return ExitCode::CouldNotReplace;
+    const bool isSecond = last.starts_with(couldNotReplace) || (noted != 0 && noted % 2 == 0);
+    if (isSecond)
         goBack();
-    else
-        log.write(failureMark);
+    note(isSecond ? wentBack : couldNotReplace, isSecond);
     return ExitCode::CouldNotReplace;
+}
+
+/// Where nothing can be written, the waiting file itself can be dated.
+void Exchange::note(std::string_view outcome, bool isSecond) const
+{
+    const std::uint32_t number = launcherId % (markLimit / 2) * 2 + (isSecond ? 1 : 0);
+    if (!log.write(std::string(outcome) + std::to_string(launcherId)) && isThere(waiting))
+        std::ignore = mark(waiting, number);
 }
 
 /// With the newer date, the server has nothing to send until there is a still
@@ -337,16 +353,15 @@ void Exchange::goBack() const
     bool moved = false;
     if (const Problem problem = adoptNewerDate(launcher, waiting, moved))
         log.write("the launcher keeps its old date: " + *problem);
-    if (const Problem problem = moveOver(waiting, unfinished)) {
-        log.write("the newer launcher stays: " + *problem);
-        return;
-    }
+    const Problem stays = moveOver(waiting, unfinished);
+    if (stays)
+        log.write("the newer launcher stays: " + *stays);
     if (const std::optional<StartFailure> failure = startDetached(launcher)) {
         log.write("the launcher in place does not start: " + failure->problem);
-        std::ignore = moveOver(unfinished, waiting);
+        if (!stays)
+            std::ignore = moveOver(unfinished, waiting);
         return;
     }
-    log.write(wentBack);
     std::ignore = removeFile(unfinished);
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace Updater {
 
@@ -20,8 +21,8 @@ namespace Updater {
 /// and the next run sees it through, whatever else is waiting by then.
 class Exchange {
 public:
-    /// `launcherId` is the process that has handed over.
-    Exchange(const Path& folder, const Log& log, std::uint32_t launcherId);
+    /// `id` is that of the launcher that has handed over.
+    Exchange(const Path& folder, const Log& log, std::uint32_t id);
 
     ExitCode run();
 
@@ -48,6 +49,7 @@ private:
     [[nodiscard]] Problem dropKept() const;
 
     ExitCode concede() const;
+    void note(std::string_view outcome, bool isSecond) const;
     void goBack() const;
 
     const Log& log;
@@ -56,8 +58,7 @@ private:
     /// The old launcher, and the same while it may be half a copy.
     Path kept;
     Path unfinished;
-    /// What is said when the waiting launcher could not be put in place.
-    std::string failureMark;
+    std::uint32_t launcherId;
     /// What the last attempt has come to, or would come to if it were the last.
     ExitCode verdict = ExitCode::CouldNotReplace;
     /// An earlier run has put a launcher in place, and nobody knows whether it

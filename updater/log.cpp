@@ -58,14 +58,16 @@ Log::Log(Path file)
 {
 }
 
-void Log::write(std::string_view message) const
+bool Log::write(std::string_view message) const
 {
     std::string line = timeStamp(localTime());
     line.append(" [").append(std::to_string(ownProcessId())).append("] ");
     line.append(message).append("\n");
     makeRoom(line.size());
-    if (appendTo(path, line))
+    const bool isWritten = !appendTo(path, line);
+    if (!isWritten)
         std::fputs(line.c_str(), stderr);
+    return isWritten;
 }
 
 /// Half of the lines stay, so that this is rare. What another updater writes in

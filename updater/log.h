@@ -19,7 +19,8 @@ public:
 
     explicit Log(Path path);
 
-    void write(std::string_view message) const;
+    /// False if the file has not taken it.
+    bool write(std::string_view message) const; // NOLINT(modernize-use-nodiscard)
     /// The last message that begins like one of these, by whichever updater;
     /// empty if there is none.
     std::string lastOf(std::span<const std::string_view> beginnings) const;

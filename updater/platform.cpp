@@ -56,6 +56,14 @@ std::uint64_t InputFile::size() const
     return length;
 }
 
+std::optional<std::uint32_t> markOfDate(std::int64_t seconds)
+{
+    const std::int64_t number = (seconds - firstMark) / 2;
+    if (seconds < firstMark || number >= std::int64_t{ markLimit })
+        return {};
+    return static_cast<std::uint32_t>(number);
+}
+
 FolderLock::State FolderLock::state() const
 {
     return result;

@@ -138,10 +138,17 @@ bool isThere(const Path& path);
 /// Brings the modification time of `path` forward to that of `other`, never
 /// back, and says whether it has moved.
 [[nodiscard]] Problem adoptNewerDate(const Path& path, const Path& other, bool& moved);
-/// Marks a file that cannot be removed as one of no more use, by a date that no
-/// file has by chance. Needs no right to write into its folder.
-[[nodiscard]] Problem markAsSpent(const Path& path);
-bool isSpent(const Path& path);
+/// Writes a number below `markLimit` on a file, as a date that no file has by
+/// chance, of the year 1980 or so. Needs no right to write into its folder.
+[[nodiscard]] Problem mark(const Path& path, std::uint32_t number);
+std::optional<std::uint32_t> markOn(const Path& path);
+
+inline constexpr std::uint32_t markLimit = 1U << 24U;
+/// Since 1970: 2 January 1980, 03:04:06, by Greenwich. The next numbers are two
+/// seconds apart, since some disks know no single ones.
+inline constexpr std::int64_t firstMark = 315'630'246;
+/// What a date in seconds since 1970 says.
+std::optional<std::uint32_t> markOfDate(std::int64_t seconds);
 
 /// In one piece, also when another program appends at the same time. Neither a
 /// link nor a pipe is followed.

@@ -166,9 +166,6 @@ Problem copyFile(const Path& original, const Path& copy)
     return synchronise(to, copy);
 }
 
-/// 2 January 1980, 03:04:06, by Greenwich.
-constexpr timespec spentDate{ .tv_sec = 315'630'246, .tv_nsec = 0 };
-
 bool setDate(const Path& path, const timespec& date)
 {
     constexpr timespec asItIs{ .tv_sec = 0, .tv_nsec = UTIME_OMIT };
@@ -442,15 +439,18 @@ Problem adoptNewerDate(const Path& path, const Path& other, bool& moved)
     return moved ? Problem() : failure("set the date of", path, errno);
 }
 
-Problem markAsSpent(const Path& path)
+Problem mark(const Path& path, std::uint32_t number)
 {
-    return setDate(path, spentDate) ? Problem() : failure("mark", path, errno);
+    const timespec date{ .tv_sec = firstMark + std::int64_t{ 2 } * number, .tv_nsec = 0 };
+    return setDate(path, date) ? Problem() : failure("mark", path, errno);
 }
 
-bool isSpent(const Path& path)
+std::optional<std::uint32_t> markOn(const Path& path)
 {
     struct stat status { };
-    return lstat(path.c_str(), &status) == 0 && status.st_mtim.tv_sec == spentDate.tv_sec;
+    if (lstat(path.c_str(), &status) != 0)
+        return {};
+    return markOfDate(status.st_mtim.tv_sec);
 }
 
 Problem appendTo(const Path& path, std::string_view text)

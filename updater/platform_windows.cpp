@@ -200,9 +200,6 @@ bool isFinal(DWORD error)
     return std::ranges::find(errors, error) != errors.end();
 }
 
-/// 2 January 1980, 03:04:06, by Greenwich.
-constexpr FILETIME spentDate{ .dwLowDateTime = 0xC42D1700, .dwHighDateTime = 0x01A8E882 };
-
 bool writeDate(const Path& path, const FILETIME& date)
 {
     const Handle file(openFile(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING, 0));
@@ -218,12 +215,21 @@ bool readDate(const Path& path, FILETIME& date)
     return true;
 }
 
+constexpr std::int64_t ticksPerSecond = 10'000'000;
+/// Between the beginning of Windows' time and 1970.
+constexpr std::int64_t secondsTo1970 = 11'644'473'600;
+
+std::int64_t ticks(const FILETIME& time)
+{
+    return static_cast<std::int64_t>(
+        (std::uint64_t{ time.dwHighDateTime } << 32U) | time.dwLowDateTime);
+}
+
 std::int64_t ticks(const SYSTEMTIME& time)
 {
     FILETIME file{};
     SystemTimeToFileTime(&time, &file);
-    return static_cast<std::int64_t>(
-        (std::uint64_t{ file.dwHighDateTime } << 32U) | file.dwLowDateTime);
+    return ticks(file);
 }
 
 } // namespace
@@ -410,15 +416,21 @@ Problem adoptNewerDate(const Path& path, const Path& other, bool& moved)
     return moved ? Problem() : failure("set the date of", path, GetLastError());
 }
 
-Problem markAsSpent(const Path& path)
+Problem mark(const Path& path, std::uint32_t number)
 {
-    return writeDate(path, spentDate) ? Problem() : failure("mark", path, GetLastError());
+    const auto date = static_cast<std::uint64_t>(
+        (secondsTo1970 + firstMark + std::int64_t{ 2 } * number) * ticksPerSecond);
+    const FILETIME time{ .dwLowDateTime = static_cast<DWORD>(date),
+                         .dwHighDateTime = static_cast<DWORD>(date >> 32U) };
+    return writeDate(path, time) ? Problem() : failure("mark", path, GetLastError());
 }
 
-bool isSpent(const Path& path)
+std::optional<std::uint32_t> markOn(const Path& path)
 {
     FILETIME date{};
-    return readDate(path, date) && CompareFileTime(&date, &spentDate) == 0;
+    if (!readDate(path, date))
+        return {};
+    return markOfDate(ticks(date) / ticksPerSecond - secondsTo1970);
 }
 
 Problem appendTo(const Path& path, std::string_view text)
@@ -449,7 +461,7 @@ LocalTime localTime()
     GetSystemTime(&universal);
     if (SystemTimeToTzSpecificLocalTime(nullptr, &universal, &wall) == FALSE)
         wall = universal;
-    constexpr std::int64_t ticksPerMinute = 600'000'000;
+    constexpr std::int64_t ticksPerMinute = 60 * ticksPerSecond;
     return { .year = wall.wYear,
              .month = wall.wMonth,
              .day = wall.wDay,

@@ -274,6 +274,32 @@ private slots:
         }
     }
 
+    void readOnlyFolderLetsThePlayerPlay_data()
+    {
+        QTest::addColumn<bool>("log");
+        QTest::newRow("with a log") << true;
+        QTest::newRow("without a log") << false;
+    }
+
+    /// What waits cannot be removed, so each of the two updaters of a launcher that
+    /// hands over again is one too many.
+    void readOnlyFolderLetsThePlayerPlay()
+    {
+        QFETCH(bool, log);
+        if (log)
+            writeFile(path(logName), "");
+        const ReadOnlyFolder folder(TestSupport::ApplicationFolder::path());
+        const QList<int> expected{ 0, 1, 1, 2 };
+        for (int launcher = 0; launcher < 4; ++launcher) {
+            const qint64 id = 70'000 + launcher;
+            QCOMPARE(installation->run(id).code, NotReplaced);
+            QCOMPARE(installation->run(id).code, NotReplaced);
+            QCOMPARE(installation->starts().size(), expected.at(launcher));
+            QCOMPARE(installation->state(), untouched);
+        }
+        QCOMPARE(starts().first(), "old");
+    }
+
     void bothUpdatersOfOneLauncherRefuseOnce()
     {
         const QStringList held = Trace::fail(Trace::renames(), "EACCES", 1, 5);

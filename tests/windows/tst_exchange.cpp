@@ -8,6 +8,8 @@
 #include <QFile>
 #include <QProcess>
 
+#include <string>
+
 #include <windows.h>
 
 using namespace TestSupport;
@@ -17,6 +19,7 @@ namespace {
 
 const QString launcher = "Halden-Launcher.exe";
 const QString waiting = "Halden-Launcher.tmp";
+const QString kept = "Halden-Launcher.old";
 const QString updaterName = "Halden-Launcher-Updater.exe";
 
 /// As players have it, with an umlaut and a blank.
@@ -111,6 +114,60 @@ public:
 private:
     HANDLE handle;
 };
+
+std::wstring native(const QString& file)
+{
+    return QDir::toNativeSeparators(file).toStdWString();
+}
+
+/// Shared with everybody; Windows starts nothing that is open for writing.
+class FileBeingWritten {
+public:
+    explicit FileBeingWritten(const QString& file)
+        : handle(CreateFileW(
+            native(file).c_str(), GENERIC_WRITE,
+            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+            FILE_ATTRIBUTE_NORMAL, nullptr))
+    {
+        if (handle == INVALID_HANDLE_VALUE)
+            qFatal("cannot open %s", qPrintable(file));
+    }
+    ~FileBeingWritten()
+    {
+        CloseHandle(handle);
+    }
+    FileBeingWritten(const FileBeingWritten&) = delete;
+    FileBeingWritten& operator=(const FileBeingWritten&) = delete;
+
+private:
+    HANDLE handle;
+};
+
+/// The name under which updaters exclude each other in the folder.
+std::wstring lockName()
+{
+    HANDLE opened = CreateFileW(
+        native(folder()).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+        nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    BY_HANDLE_FILE_INFORMATION data{};
+    if (GetFileInformationByHandle(opened, &data) == FALSE)
+        qFatal("cannot look at the folder");
+    CloseHandle(opened);
+    const auto hexadecimal = [](DWORD number) {
+        return QString("%1").arg(number, 8, 16, QChar('0'));
+    };
+    return QString("Global\\Halden-Launcher-Updater-%1-%2%3")
+        .arg(
+            hexadecimal(data.dwVolumeSerialNumber), hexadecimal(data.nFileIndexHigh),
+            hexadecimal(data.nFileIndexLow))
+        .toStdWString();
+}
+
+void makeReadOnly(const QString& name)
+{
+    if (SetFileAttributesW(native(path(name)).c_str(), FILE_ATTRIBUTE_READONLY) == FALSE)
+        qFatal("cannot make %s read-only", qPrintable(name));
+}
 
 } // namespace
 
@@ -215,7 +272,7 @@ private slots:
         QCOMPARE(started(), QString());
     }
 
-    void theSameLauncherIsNotStartedAgain()
+    void theSameLauncherIsStartedOnceMoreWithItsNewerDate()
     {
         const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
         place(waiting, program("old"));
@@ -224,7 +281,123 @@ private slots:
         QCOMPARE(run(endedProcess()), ExitCode::NothingToDo);
         QVERIFY(!QFile::exists(path(waiting)));
         QCOMPARE(dateOf(launcher), date.addSecs(3600));
-        QCOMPARE(started(), QString());
+        QTRY_COMPARE(started(), oneStart());
+    }
+
+    void readOnlyFilesAreReplaced_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("launcher") << launcher;
+        QTest::newRow("newer launcher") << waiting;
+    }
+
+    void readOnlyFilesAreReplaced()
+    {
+        QFETCH(QString, name);
+        makeReadOnly(name);
+        QCOMPARE(run(endedProcess()), ExitCode::Done);
+        QCOMPARE(readFile(path(launcher)), program("new"));
+        QVERIFY(!QFile::exists(path(kept)));
+        QTRY_COMPARE(started(), oneStart());
+    }
+
+    void whatIsNoProgramAndReadOnlyIsRefused()
+    {
+        place(waiting, "502 Bad Gateway\n");
+        makeReadOnly(waiting);
+        QCOMPARE(run(endedProcess()), ExitCode::RefusedFile);
+        QVERIFY(!QFile::exists(path(waiting)));
+    }
+
+    /// What does not start was put in place by a run that was killed.
+    void theKeptLauncherIsNeverLost_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("a web page waits") << QByteArray("<!DOCTYPE html>");
+        QTest::newRow("the same waits") << QByteArray("no program");
+    }
+
+    void theKeptLauncherIsNeverLost()
+    {
+        QFETCH(QByteArray, content);
+        place(launcher, "no program");
+        place(kept, program("old"));
+        place(waiting, content);
+        QCOMPARE(run(endedProcess()), ExitCode::RefusedFile);
+        QCOMPARE(readFile(path(launcher)), program("old"));
+        QVERIFY(!QFile::exists(path(waiting)));
+    }
+
+    void aProgramThatIsBeingWrittenIsNotThrownAway()
+    {
+        {
+            const FileBeingWritten scanned(path(waiting));
+            QCOMPARE(run(endedProcess()), ExitCode::CouldNotReplace);
+        }
+        QVERIFY2(
+            updaterLog().contains("trying again: start Halden-Launcher.exe: "),
+            updaterLog().constData());
+        QCOMPARE(readFile(path(launcher)), program("old"));
+        QCOMPARE(readFile(path(waiting)), program("new"));
+        QCOMPARE(run(endedProcess()), ExitCode::Done);
+        QTRY_COMPARE(started(), oneStart());
+    }
+
+    void theSecondRefusalInARowLetsThePlayerPlay()
+    {
+        setDate(waiting, dateOf(launcher).addSecs(3600));
+        const QDateTime downloaded = dateOf(waiting);
+        {
+            const HeldFile scanned(path(launcher));
+            QCOMPARE(run(endedProcess()), ExitCode::CouldNotReplace);
+            QCOMPARE(started(), QString());
+            QCOMPARE(run(endedProcess()), ExitCode::CouldNotReplace);
+        }
+        QTRY_COMPARE(started(), oneStart());
+        QCOMPARE(readFile(path(launcher)), program("old"));
+        QCOMPARE(dateOf(launcher), downloaded);
+        QVERIFY(!QFile::exists(path(waiting)));
+    }
+
+    void aLockThatIsNeverReleasedDelaysOnly()
+    {
+        HANDLE mutex = CreateMutexW(nullptr, TRUE, lockName().c_str());
+        QVERIFY(mutex != nullptr);
+        const ExitCode code = run(endedProcess());
+        CloseHandle(mutex);
+        QVERIFY(updaterLog().contains("another updater is at work\n"));
+        QCOMPARE(code, ExitCode::Done);
+        QTRY_COMPARE(started(), oneStart());
+    }
+
+    void aLockOfAnotherKindIsNoObstacle()
+    {
+        HANDLE event = CreateEventW(nullptr, TRUE, FALSE, lockName().c_str());
+        QVERIFY(event != nullptr);
+        const ExitCode code = run(endedProcess());
+        CloseHandle(event);
+        QVERIFY(updaterLog().contains("went on without a lock: "));
+        QCOMPARE(code, ExitCode::Done);
+        QTRY_COMPARE(started(), oneStart());
+    }
+
+    /// As on disks that some programs make out of memory.
+    void aSystemThatTellsNoPathsMakesNoProcessTheLauncher()
+    {
+        place(updaterName, readFile(HALDEN_PATHLESS_UPDATER));
+        QCOMPARE(run(QCoreApplication::applicationPid()), ExitCode::Done);
+        QVERIFY(updaterLog().contains(" is another program; the launcher has ended\n"));
+        QTRY_COMPARE(started(), oneStart());
+    }
+
+    void aSystemThatTellsNoPathsStillTellsTheLauncher()
+    {
+        place(updaterName, readFile(HALDEN_PATHLESS_UPDATER));
+        QProcess running;
+        startLauncher(running);
+        QCOMPARE(run(running.processId()), ExitCode::GaveUpWaiting);
+        running.kill();
+        QVERIFY(running.waitForFinished());
     }
 
     void theNewLauncherKeepsItsDate()
