@@ -252,10 +252,11 @@ ExitCode Exchange::startNewer()
         putBack();
         return ExitCode::RefusedFile;
     }
+    const bool otherWaits = isThere(waiting);
     if (const Problem problem = insist([this] { return returnToWaiting(); }))
         log.write("left the newer launcher in place: " + *problem);
-    else
-        putBack();
+    else if (!putBack() && !otherWaits)
+        std::ignore = removeFile(waiting);
     return ExitCode::CouldNotReplace;
 }
 
@@ -278,14 +279,17 @@ std::optional<StartFailure> Exchange::start() const
     return failure;
 }
 
-void Exchange::putBack() const
+/// True if it has been put back.
+bool Exchange::putBack() const
 {
-    if (!isThere(kept))
+    if (!isThere(kept)) {
         log.write("there is no old launcher to put back");
-    else if (const Problem problem = insist([this] { return moveOver(kept, launcher); }))
-        log.write("could not put the old launcher back: " + *problem);
-    else
-        log.write("put the old launcher back");
+        return false;
+    }
+    const Problem problem = insist([this] { return moveOver(kept, launcher); });
+    log.write(
+        problem ? "could not put the old launcher back: " + *problem : "put the old launcher back");
+    return !problem;
 }
 
 /// The moment was wrong and the launcher may be right. Without an old one it
@@ -353,16 +357,10 @@ void Exchange::goBack() const
     bool moved = false;
     if (const Problem problem = adoptNewerDate(launcher, waiting, moved))
         log.write("the launcher keeps its old date: " + *problem);
-    const Problem stays = moveOver(waiting, unfinished);
-    if (stays)
-        log.write("the newer launcher stays: " + *stays);
-    if (const std::optional<StartFailure> failure = startDetached(launcher)) {
+    if (const std::optional<StartFailure> failure = startDetached(launcher))
         log.write("the launcher in place does not start: " + failure->problem);
-        if (!stays)
-            std::ignore = moveOver(unfinished, waiting);
-        return;
-    }
-    std::ignore = removeFile(unfinished);
+    else if (const Problem problem = removeFile(waiting))
+        log.write("the newer launcher stays: " + *problem);
 }
 
 } // namespace Updater

@@ -43,7 +43,7 @@ private:
     ExitCode startNewer();
     void startAgain();
     [[nodiscard]] std::optional<StartFailure> start() const;
-    void putBack() const;
+    bool putBack() const; // NOLINT(modernize-use-nodiscard)
     [[nodiscard]] Problem returnToWaiting() const;
     void close() const;
     [[nodiscard]] Problem dropKept() const;

@@ -220,6 +220,17 @@ private slots:
         QCOMPARE(small.state(), exchanged);
     }
 
+    /// It waits nowhere else then, so that it does not hand itself over.
+    void momentStaysWrongForAStartAndTheOldOneCannotBePutBack()
+    {
+        const QStringList heldInPlace = Trace::fail(Trace::renames(), "EACCES", 4);
+        QCOMPARE(
+            run(Trace::both(Trace::fail(Trace::starts(), "EAGAIN"), heldInPlace)), NotReplaced);
+        QCOMPARE(installation->state(), "new none old");
+        QCOMPARE(installation->strangers(), QStringList());
+        verifyItIsMadeUpFor();
+    }
+
     void sameLauncherTakesThePlaceWhereTheDateCannotBeSet()
     {
         installation->placeWaiting(Installation::oldLauncher());
