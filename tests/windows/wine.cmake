@@ -12,7 +12,10 @@ foreach(library libstdc++-6.dll libwinpthread-1.dll)
     list(APPEND HALDEN_IN_WINE --dlls "${folder}")
 endforeach()
 
-list(APPEND HALDEN_SANDBOX --read "${HALDEN_WINDOWS_SDK}")
+# One page of a Windows program lies at 0x7ffe0000, always. Wine's loader lies below
+# it, and the kernel puts the loader's heap anywhere in the gigabyte behind: without
+# fixed addresses one start of some thousands meets the page taken and fails.
+list(APPEND HALDEN_SANDBOX --fixed-addresses --read "${HALDEN_WINDOWS_SDK}")
 set(HALDEN_RUN ${HALDEN_SANDBOX} -- ${HALDEN_IN_WINE} --install --)
 set(HALDEN_RUN_TEST ${HALDEN_SANDBOX} -- ${HALDEN_IN_WINE} --install --results --)
 
