@@ -2,12 +2,12 @@
 
 QDateTime fixedReferenceTime()
 {
-    return { QDate(2000, 1, 1), QTime(10, 15, 0, 0), Qt::LocalTime };
+    return { QDate(2000, 1, 1), QTime(10, 15, 0, 0) };
 }
 
 QDateTime referenceTimeOf(const QFileInfo& file)
 {
     if (!file.exists())
         return fixedReferenceTime();
-    return file.fileTime(QFileDevice::FileModificationTime).toTimeSpec(Qt::UTC);
+    return file.fileTime(QFileDevice::FileModificationTime).toUTC();
 }

@@ -8,7 +8,7 @@ namespace {
 
 QDateTime atSecond(qint64 seconds)
 {
-    return QDateTime::fromSecsSinceEpoch(seconds, Qt::UTC);
+    return QDateTime::fromSecsSinceEpoch(seconds).toUTC();
 }
 
 /// The first second that is newer, or the beginning of time.

@@ -34,7 +34,7 @@ constexpr int statusGone = 410;
 /// What a launcher without a copy of its own sends.
 const QDateTime& oldDate()
 {
-    static const QDateTime date(QDate(2000, 1, 1), QTime(10, 15), Qt::UTC);
+    static const QDateTime date = QDateTime::fromString(u"2000-01-01T10:15:00Z", Qt::ISODate);
     return date;
 }
 

@@ -1,6 +1,7 @@
 #include "app/constants.h"
 #include "tests/chain/community.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 
 #include <QDateTime>
 #include <QNetworkAccessManager>
@@ -13,7 +14,7 @@
 namespace {
 
 // What Community dates everything.
-const QDateTime published(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+const QDateTime published = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
 
 } // namespace
 

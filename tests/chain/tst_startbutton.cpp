@@ -1,6 +1,7 @@
 #include "tests/chain/community.h"
 #include "tests/chain/player.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/certificateauthority.h"
 #include "tests/support/testmain.h"
 #include "tests/ui/mainwindowundertest.h"
 
@@ -36,6 +37,32 @@ protected:
 
 private:
     QWidget* widget;
+};
+
+/// While it lives, the community's server shows a certificate when it is started
+/// that nobody vouches for. The store of those who are trusted stays as it is: the
+/// toolkit may have read it already.
+class UntrustedServer {
+public:
+    UntrustedServer()
+    {
+        QVERIFY(run.rename("tls", "tls-away") && run.mkdir("tls"));
+        const auto shown = TestSupport::CertificateAuthority().selfSigned(
+            { "www.tarnwick.example", "download.tarnwick.example" });
+        writeFile(run.filePath("tls/fullchain.pem"), shown.certificate.toPem());
+        writeFile(run.filePath("tls/privkey.pem"), shown.key.toPem());
+    }
+
+    ~UntrustedServer()
+    {
+        QVERIFY(QDir(run.filePath("tls")).removeRecursively() && run.rename("tls-away", "tls"));
+    }
+
+    UntrustedServer(const UntrustedServer&) = delete;
+    UntrustedServer& operator=(const UntrustedServer&) = delete;
+
+private:
+    QDir run{ "/run/halden" };
 };
 
 } // namespace
@@ -96,10 +123,12 @@ private slots:
 
     void isEnabledWhenTheServerIsNotTrusted()
     {
+        // The first start of all makes the certificates.
         community.start();
-        QVERIFY(QDir("/etc/ssl").rename("certs/halden-throw-away.pem", "certs/halden-away.pem"));
+        community.stop();
+        const UntrustedServer untrusted;
+        community.start();
         verifyStartButton();
-        QVERIFY(QDir("/etc/ssl").rename("certs/halden-away.pem", "certs/halden-throw-away.pem"));
         community.stop();
         QCOMPARE(community.requests(), QStringList());
     }

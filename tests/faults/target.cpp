@@ -3,6 +3,7 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/realmsini.h"
+#include "tests/support/timezone.h"
 #include "tests/support/widgets.h"
 #include "tests/update/updatefixture.h"
 
@@ -109,12 +110,12 @@ QByteArray today(Target target)
 
 QDateTime yesterdayEvening()
 {
-    return QDateTime(QDate(2024, 1, 1), QTime(20, 0), Qt::UTC);
+    return utc(QDate(2024, 1, 1), QTime(20, 0));
 }
 
 QDateTime thisMorning()
 {
-    return QDateTime(QDate(2025, 1, 1), QTime(8, 0), Qt::UTC);
+    return utc(QDate(2025, 1, 1), QTime(8, 0));
 }
 
 HttpsServer::Handler published(Target target, const QDateTime& date)
@@ -131,7 +132,7 @@ HttpsServer::Handler published(Target target, const QDateTime& date)
 HttpsServer::Handler publishedFor(Target hit, Target target, const QDateTime& date)
 {
     const bool isOld = target == Target::Launcher && target != hit;
-    return published(target, isOld ? QDateTime(QDate(2023, 1, 1), QTime(), Qt::UTC) : date);
+    return published(target, isOld ? utc(QDate(2023, 1, 1), QTime()) : date);
 }
 
 void publishAllFor(Target hit, HttpsServer& server, const QDateTime& date)

@@ -6,6 +6,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "tests/update/updatefixture.h"
 
 using namespace TestSupport;
@@ -77,8 +78,7 @@ void tst_MachineFaults::fileDates()
     QFETCH(int, year);
     QFETCH(QString, result);
     Evening evening(target);
-    UpdateFixture::setModificationTime(
-        dated(target), QDateTime(QDate(year, 6, 1), QTime(12, 0), Qt::UTC));
+    UpdateFixture::setModificationTime(dated(target), utc(QDate(year, 6, 1), QTime(12, 0)));
     QCOMPARE(evening.play(), result);
     cells.add(fault, target, result);
 }

@@ -4,6 +4,7 @@
 #include "tests/support/patience.h"
 
 #include <QFileInfo>
+#include <QNetworkRequest>
 #include <QTest>
 
 using namespace TestSupport;
@@ -34,6 +35,14 @@ QString contentOf(const QString& path)
 }
 
 } // namespace
+
+QString loggedHeader(const QByteArray& name)
+{
+    // A request keeps its headers as a reply does.
+    QNetworkRequest request;
+    request.setRawHeader(name, "1");
+    return '"' + QString::fromLatin1(request.rawHeaderList().constFirst()) + '"';
+}
 
 QUrl onDownloadHost(const QString& path)
 {

@@ -4,6 +4,7 @@
 #include "net/filedownloader.h"
 #include "tests/support/progressreceiver.h"
 #include "tests/support/replywatcher.h"
+#include "tests/support/timezone.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -13,6 +14,10 @@
 
 /// A URL on the community's download host, where the test's server listens.
 QUrl onDownloadHost(const QString& path);
+
+/// A header's name in quotes as a failure is logged with it: in the toolkit's
+/// spelling, which is the server's or, from Qt 6.7 on, in lower case.
+QString loggedHeader(const QByteArray& name);
 
 /// One download with everything it talks to, in a target folder of its own
 /// below the application folder.
@@ -25,7 +30,7 @@ public:
     /// Where the file goes; "<application folder>/target" unless changed.
     QString folder;
     QString fileName;
-    QDateTime timestamp{ QDate(2024, 2, 29), QTime(23, 58, 59), Qt::UTC };
+    QDateTime timestamp = TestSupport::utc(QDate(2024, 2, 29), QTime(23, 58, 59));
     bool useTls = true;
 
     TestSupport::ProgressReceiver receiver;

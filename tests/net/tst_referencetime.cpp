@@ -36,7 +36,7 @@ void tst_ReferenceTime::fixedTimeIsLocal_data()
     QTest::addColumn<QByteArray>("zone");
     QTest::addColumn<QDateTime>("utc");
     const auto row = [](const char* name, const char* zone, const QDate& day, const QTime& time) {
-        QTest::newRow(name) << QByteArray(zone) << QDateTime(day, time, Qt::UTC);
+        QTest::newRow(name) << QByteArray(zone) << utc(day, time);
     };
     const QDate day(2000, 1, 1);
     row("UTC", "UTC0", day, QTime(10, 15));
@@ -65,11 +65,11 @@ void tst_ReferenceTime::modificationTimeIsUtc_data()
 {
     QTest::addColumn<QByteArray>("zone");
     QTest::addColumn<QDateTime>("modified");
-    const QDateTime winter(QDate(2024, 1, 15), QTime(12, 0), Qt::UTC);
-    const QDateTime summer(QDate(2024, 7, 15), QTime(23, 30), Qt::UTC);
+    const QDateTime winter = utc(QDate(2024, 1, 15), QTime(12, 0));
+    const QDateTime summer = utc(QDate(2024, 7, 15), QTime(23, 30));
     // The hour from 02:00 to 03:00 in Berlin comes twice on that day.
-    const QDateTime firstPass(QDate(2024, 10, 27), QTime(0, 30), Qt::UTC);
-    const QDateTime secondPass(QDate(2024, 10, 27), QTime(1, 30), Qt::UTC);
+    const QDateTime firstPass = utc(QDate(2024, 10, 27), QTime(0, 30));
+    const QDateTime secondPass = utc(QDate(2024, 10, 27), QTime(1, 30));
     for (const char* zone : { "UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2.0,M11.1.0" }) {
         QTest::addRow("winter, %s", zone) << QByteArray(zone) << winter;
         QTest::addRow("summer, %s", zone) << QByteArray(zone) << summer;
@@ -122,7 +122,7 @@ void tst_ReferenceTime::folderHasItsOwnTime()
 #ifndef Q_OS_WIN
 void tst_ReferenceTime::linkHasTheTimeOfItsTarget()
 {
-    const QDateTime modified(QDate(2024, 7, 15), QTime(23, 30), Qt::UTC);
+    const QDateTime modified = utc(QDate(2024, 7, 15), QTime(23, 30));
     const QString path = ApplicationFolder::path("file");
     writeFile(path, "content");
     QFile file(path);

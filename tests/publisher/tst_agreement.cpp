@@ -19,6 +19,7 @@
 #include <QPointer>
 #include <QSet>
 #include <QSignalSpy>
+#include <QStandardPaths>
 
 #include <optional>
 
@@ -217,7 +218,10 @@ private:
 
     static void take(const QString& path, Disk& found)
     {
-        if (path == QCoreApplication::applicationFilePath())
+        // Some toolkits keep a cache of their own.
+        static const QString toolkits
+            = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+        if (path == QCoreApplication::applicationFilePath() || path == toolkits)
             return;
         if (!QFileInfo(path).isDir()) {
             found.insert(path, md5(readFile(path)));

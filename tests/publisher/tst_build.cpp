@@ -5,6 +5,7 @@
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "update/patchmanifest.h"
 
 #include <QDir>
@@ -203,7 +204,7 @@ private slots:
     {
         putThree();
         const QList<QByteArray> contents{ "one", "two", "one", "two", "three", "one" };
-        QDateTime fileBefore(QDate(1971, 1, 1), QTime(0, 0), Qt::UTC);
+        QDateTime fileBefore = utc(QDate(1971, 1, 1), QTime(0, 0));
         QDateTime manifestBefore = fileBefore;
         StandingClock clock(QDateTime::currentDateTimeUtc());
         for (const QByteArray& content : contents) {
@@ -223,12 +224,12 @@ private slots:
     void manifestGoesLiveAtTheBeginningOfASecond()
     {
         putThree();
-        const QDateTime start = QDateTime::fromMSecsSinceEpoch(1'700'000'000'250, Qt::UTC);
+        const QDateTime start = QDateTime::fromMSecsSinceEpoch(1'700'000'000'250).toUTC();
         StandingClock clock(start);
         BuildReport report;
         QCOMPARE(build(request(), clock, report), ExitCode::Fine);
         QCOMPARE(clock.waits, 1);
-        QCOMPARE(dateOf(server(manifest)), QDateTime::fromSecsSinceEpoch(1'700'000'001, Qt::UTC));
+        QCOMPARE(dateOf(server(manifest)), QDateTime::fromSecsSinceEpoch(1'700'000'001).toUTC());
     }
 
     void oldContentStaysUntilItIsPruned()
@@ -405,7 +406,7 @@ private slots:
         putThree();
         const QString hash = placeOf("Data/a.mpq").section('/', -2, -2);
         writeFile(server("wow-client-patch/live/old place/a.mpq"), "first a");
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(server("wow-client-patch/live/old place/a.mpq"), date);
         writeFile(
             server(manifest),

@@ -3,6 +3,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -15,7 +16,7 @@ using namespace TestSupport;
 
 namespace {
 
-const QDateTime published(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+const QDateTime published = utc(QDate(2024, 5, 1), QTime(8, 0));
 const QByteArray patch(5'000, 'p');
 const QByteArray patchPath = "/wow-client-patch/live/Data/a%20b.mpq";
 const QByteArray testPatchPath = "/wow-client-patch/test/Data/a%20b.mpq";

@@ -1,6 +1,7 @@
 #include "tests/support/httpsserver.h"
 
 #include "tests/support/rawsockets.h"
+#include "tests/support/timezone.h"
 
 #include <QDeadlineTimer>
 #include <QLocale>
@@ -37,9 +38,8 @@ QByteArray reasonPhrase(int code)
 
 QDateTime fromHttpDate(const QByteArray& text)
 {
-    QDateTime time = QLocale::c().toDateTime(text, "ddd, dd MMM yyyy hh:mm:ss 'GMT'");
-    time.setTimeSpec(Qt::UTC);
-    return time;
+    const QDateTime time = QLocale::c().toDateTime(text, "ddd, dd MMM yyyy hh:mm:ss 'GMT'");
+    return utc(time.date(), time.time());
 }
 
 /// Whether a client that holds a copy of that time needs no newer one.

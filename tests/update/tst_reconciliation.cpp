@@ -20,7 +20,7 @@ using namespace UpdateFixture;
 
 namespace {
 
-const QDateTime fixedTime(QDate(2000, 1, 1), QTime(10, 15), Qt::LocalTime);
+const QDateTime fixedTime(QDate(2000, 1, 1), QTime(10, 15));
 
 /// One reconciliation of a manifest, without a window: no download starts.
 class Reconciliation {

@@ -2,6 +2,7 @@
 
 #include "core/settingshandler.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/timezone.h"
 
 #include <QFile>
 #include <QSettings>
@@ -63,7 +64,7 @@ void setModificationTime(const QString& path, const QDateTime& time)
 
 QDateTime someTime()
 {
-    return QDateTime(QDate(2024, 7, 14), QTime(21, 30, 5), Qt::UTC);
+    return utc(QDate(2024, 7, 14), QTime(21, 30, 5));
 }
 
 } // namespace UpdateFixture

@@ -2,6 +2,7 @@
 #include "tests/support/httpsserver.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "tests/support/widgets.h"
 #include "tests/updater/virtualdisplay.h"
 
@@ -23,7 +24,7 @@ namespace {
 // Where the form has the label with the version.
 const QRect versionLabel(30, 680, 221, 20);
 
-const QDateTime longAgo(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+const QDateTime longAgo = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
 const QDateTime published = longAgo.addDays(1);
 
 void placeProgram(const QString& source, const QString& name)

@@ -1,6 +1,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "tests/updater/faults.h"
 #include "tests/updater/installation.h"
 
@@ -206,7 +207,7 @@ private slots:
 
     void newLauncherKeepsItsDate()
     {
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(path("Halden-Launcher.tmp"), date);
         QCOMPARE(installation->run(endedProcess()).code, Done);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date);
@@ -259,7 +260,7 @@ private slots:
 
     void programThatDoesNotStartIsTakenBack()
     {
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(path("Halden-Launcher.exe"), date);
         installation->placeWaiting(unstartableProgram());
         QCOMPARE(installation->run(endedProcess()).code, Refused);
@@ -271,7 +272,7 @@ private slots:
     /// A copy with today's date would never be updated again.
     void copyThatIsTakenBackKeepsItsDate()
     {
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(path("Halden-Launcher.exe"), date);
         installation->placeWaiting(unstartableProgram());
         QCOMPARE(
@@ -296,7 +297,7 @@ private slots:
         QFETCH(int, hours);
         QFETCH(int, dateMovesBy);
         QFETCH(QStringList, starts);
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         installation->placeWaiting(Installation::oldLauncher());
         setDate(path("Halden-Launcher.exe"), date);
         setDate(path("Halden-Launcher.tmp"), date.addSecs(qint64{ hours } * 3600));

@@ -1,6 +1,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "updater/exitcode.h"
 
 #include <QDateTime>
@@ -274,7 +275,7 @@ private slots:
 
     void theSameLauncherIsStartedOnceMoreWithItsNewerDate()
     {
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = utc(QDate(2024, 5, 1), QTime(8, 0));
         place(waiting, program("old"));
         setDate(launcher, date);
         setDate(waiting, date.addSecs(3600));
@@ -405,7 +406,7 @@ private slots:
 
     void theNewLauncherKeepsItsDate()
     {
-        const QDateTime date(QDate(2024, 5, 1), QTime(8, 0), Qt::UTC);
+        const QDateTime date = utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(waiting, date);
         QCOMPARE(run(endedProcess()), ExitCode::Done);
         QCOMPARE(dateOf(launcher), date);
