@@ -1,38 +1,19 @@
 #include "publisher/sourcetree.h"
 
+#include "publisher/folderlist.h"
 #include "publisher/names.h"
 #include "publisher/removalplan.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QHash>
 
 #include <algorithm>
 #include <filesystem>
-#include <string>
+#include <system_error>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-/// Names that the toolkit leaves out of its lists, with a mark for what cannot
-/// be shown: they are no text in the system's encoding.
-QStringList unreadableNames([[maybe_unused]] const QString& folder)
-{
-    QStringList names;
-#ifndef Q_OS_WIN
-    std::error_code error;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(QFileInfo(folder).filesystemFilePath(), error)) {
-        const std::string raw = entry.path().filename().string();
-        const QByteArray bytes = QByteArray::fromStdString(raw);
-        if (QFile::encodeName(QFile::decodeName(bytes)) != bytes)
-            names.append(QString::fromUtf8(bytes));
-    }
-#endif
-    return names;
-}
 
 /// Why a single name cannot be published, whatever lies behind it.
 Refusal faultOfName(const QString& path, const QString& name, bool isFolder)
@@ -64,21 +45,21 @@ public:
 private:
     void visit(const QString& folder, const QString& prefix, const QStringList& above)
     {
-        // System: pipes and links that lead nowhere are looked at too.
-        const QFileInfoList found = QDir(folder).entryInfoList(
-            QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-        const QStringList unreadable = unreadableNames(folder);
-        for (const QString& name : unreadable)
+        const FolderList list = FolderList::of(folder);
+        if (!list.error.isEmpty())
+            refuseUnreadable(prefix, list.error);
+        for (const QString& name : list.undecodable)
             refuse(
                 u"name-not-unicode"_s, prefix + name,
                 u"Its name is no valid UTF-8, so players could not have it. Rename it."_s);
         QHash<QString, QString> seen;
-        for (const QFileInfo& info : found) {
-            if (isJunk(info.fileName()) && !info.isDir())
+        for (const QString& name : list.names) {
+            const QFileInfo info(folder + u'/' + name);
+            if (isJunk(name) && !info.isDir())
                 continue;
-            const QString path = prefix + info.fileName();
-            const QString twin = seen.value(info.fileName().toCaseFolded());
-            seen.insert(info.fileName().toCaseFolded(), info.fileName());
+            const QString path = prefix + name;
+            const QString twin = seen.value(name.toCaseFolded());
+            seen.insert(name.toCaseFolded(), name);
             if (!twin.isEmpty())
                 refuse(
                     u"names-differ-in-case"_s, path,
@@ -88,11 +69,28 @@ private:
         }
     }
 
+    /// Files that cannot be seen would pass for files that are not published.
+    void refuseUnreadable(const QString& prefix, const QString& error)
+    {
+        refuse(
+            u"folder-unreadable"_s, prefix.isEmpty() ? u"."_s : prefix.chopped(1),
+            u"The folder cannot be read: %1. What is in it would count as removed. Give yourself "
+            "the right to read and enter it, or see that its disk is well."_s.arg(error));
+    }
+
     void add(const QFileInfo& info, const QString& path, const QStringList& above)
     {
         const Refusal fault = faultOfName(path, info.fileName(), info.isDir());
+        std::error_code error;
+        (void)std::filesystem::symlink_status(info.filesystemFilePath(), error);
         if (!fault.id.isEmpty())
             tree.refusals.append(fault);
+        else if (error)
+            refuse(
+                u"file-unreadable"_s, path,
+                u"It cannot be looked at: %1. Give yourself the right to read and enter its "
+                u"folder, "
+                "or see that its disk is well."_s.arg(QString::fromLocal8Bit(error.message())));
         else if (info.isSymLink() && !leadsInside(info.canonicalFilePath()))
             refuse(
                 u"link-leads-out"_s, path,

@@ -6,6 +6,9 @@
 #include <QDir>
 #include <QRegularExpression>
 
+#include <cerrno>
+#include <dirent.h>
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,6 +32,22 @@ void makeLink(const QString& target, const QString& relativePath)
 }
 
 } // namespace
+
+/// After so many names reading a folder fails; -1 for never.
+static int namesUntilFailure = -1;
+
+/// Stands before the system's own.
+extern "C" dirent* readdir(DIR* folder)
+{
+    static const auto real = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
+    if (namesUntilFailure == 0) {
+        errno = EIO;
+        return nullptr;
+    }
+    if (namesUntilFailure > 0)
+        --namesUntilFailure;
+    return real(folder);
+}
 
 class tst_SourceTree : public QObject {
     Q_OBJECT
@@ -197,6 +216,47 @@ private slots:
         if (!onlyFile.isEmpty())
             put(onlyFile, "x");
         QCOMPARE(idsOf(SourceTree::scan(source()).refusals), QStringList("source-empty"));
+    }
+
+    /// Its files would count as removed, and be pruned from the server.
+    void refusesAFolderThatCannotBeRead_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("refused");
+        QTest::newRow("neither read nor entered") << 0 << "folder-unreadable Interface/AddOns";
+        QTest::newRow("not read") << 0300 << "folder-unreadable Interface/AddOns";
+        QTest::newRow("not entered") << 0600 << "file-unreadable Interface/AddOns/a.lua";
+    }
+
+    void refusesAFolderThatCannotBeRead()
+    {
+        QFETCH(int, mode);
+        put("ordinary.mpq", "x");
+        put("Interface/AddOns/a.lua", "x");
+        const QByteArray folder = QFile::encodeName(source("Interface/AddOns"));
+        QVERIFY(::chmod(folder.constData(), static_cast<mode_t>(mode)) == 0);
+        const SourceTree tree = SourceTree::scan(source());
+        QVERIFY(::chmod(folder.constData(), 0700) == 0);
+        QCOMPARE(tree.refusals.size(), 1);
+        QTEST(tree.refusals.at(0).id + ' ' + tree.refusals.at(0).path, "refused");
+        QVERIFY2(
+            tree.refusals.at(0).reason.contains("Permission denied"),
+            qPrintable(tree.refusals.at(0).reason));
+    }
+
+    /// A disk that dies gives some of the names and then an error.
+    void refusesAFolderThatCannotBeReadToItsEnd()
+    {
+        for (const char* path : { "Data/a.mpq", "Data/b.mpq", "Data/c.mpq" })
+            put(path, "x");
+        namesUntilFailure = 2;
+        const SourceTree tree = SourceTree::scan(source("Data"));
+        namesUntilFailure = -1;
+        QCOMPARE(idsOf(tree.refusals), QStringList("folder-unreadable"));
+        QCOMPARE(tree.refusals.at(0).path, QString("."));
+        QVERIFY2(
+            tree.refusals.at(0).reason.contains("Input/output error"),
+            qPrintable(tree.refusals.at(0).reason));
     }
 
     void tellsEverythingAtOnce()
