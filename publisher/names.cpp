@@ -52,16 +52,24 @@ QString urlOffsetOf(const QString& folder)
     return offset.replace(u'%', "%25"_L1).replace(u'#', "%23"_L1).replace(u'?', "%3F"_L1);
 }
 
+QByteArray pathOnTheWire(const QUrl& url)
+{
+    if (!url.isValid() || url.hasQuery() || url.hasFragment())
+        return {};
+    // What the network layer writes into its requests: it resolves dots, and more
+    // than dots, see ".c" in "Data/.c/x".
+    return url.toEncoded(
+        QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::FullyEncoded
+        | QUrl::NormalizePathSegments);
+}
+
 QString pathOnServer(const QString& kind, const QString& urlOffset, const QString& name)
 {
     const PatchManifestEntry entry{
         .save = true, .dirOnly = false, .pathOffset = {}, .urlOffset = urlOffset, .name = name
     };
-    const QUrl url = PatchLayout::patchFile(u"https://host/"_s, kind, entry);
-    if (!url.isValid() || url.hasQuery() || url.hasFragment())
-        return {};
-    const QByteArray asked = url.path(QUrl::FullyEncoded).toLatin1();
-    return QString::fromUtf8(QByteArray::fromPercentEncoding(asked)).sliced(1);
+    const QByteArray asked = pathOnTheWire(PatchLayout::patchFile(u"https://host/"_s, kind, entry));
+    return QString::fromUtf8(QByteArray::fromPercentEncoding(asked)).mid(1);
 }
 
 QString manifestNameOf(const QString& kind)

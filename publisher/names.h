@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <QUrl>
 
 // Names of files and folders on their way to a player: through an address, onto
 // a Windows disk.
@@ -16,9 +18,14 @@ bool isJunk(const QString& fileName);
 /// What would end the path in an address is written in percents.
 QString urlOffsetOf(const QString& folder);
 
+/// Path that a request for this address asks the server for, as it goes over the
+/// wire. Empty when no request comes of it, or when the address has another part
+/// behind the path, such as "#2" of "patch#2.mpq".
+QByteArray pathOnTheWire(const QUrl& url);
+
 /// Path of an entry's file on the server, relative to the manifest's folder: it
-/// is what the launcher's address asks for, percents resolved. Empty when the
-/// address has another part behind the path, such as "#2" of "patch#2.mpq".
+/// is what the launcher asks for, percents resolved, as it goes over the wire.
+/// Empty where `pathOnTheWire()` is.
 QString pathOnServer(const QString& kind, const QString& urlOffset, const QString& name);
 
 /// "live" has "patch.ini", "test" has "patchTest.ini".

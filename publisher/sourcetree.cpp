@@ -15,6 +15,28 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+/// The launcher builds the address from the very name of the file, so a file cannot
+/// be written in percents; a folder's address is apart from its name. Dots and
+/// percents act on the whole address, wherever they stand in it.
+Refusal faultOfAddress(const QString& path)
+{
+    static const QString anyHash(32, u'0');
+    const SourceFile file{ path };
+    const QString folder = serverFolderOf(file, anyHash);
+    const QString asked = pathOnServer(u"live"_s, urlOffsetOf(folder), file.name());
+    if (asked == "wow-client-patch/live/"_L1 + folder + u'/' + file.name())
+        return {};
+    const QString instead = asked.isEmpty()
+        ? u"nothing of the kind"_s
+        : u'"' + QString(asked).replace(anyHash, u"..."_s) + u'"';
+    return {
+        u"name-not-for-urls"_s, path,
+        u"Launchers would ask for "_s + instead
+            + u", where it does not lie, because of a #, ?, % or dot in its name or in that of "
+              "a folder above it. Rename it."_s
+    };
+}
+
 /// Why a single name cannot be published, whatever lies behind it.
 Refusal faultOfName(const QString& path, const QString& name, bool isFolder)
 {
@@ -23,14 +45,7 @@ Refusal faultOfName(const QString& path, const QString& name, bool isFolder)
     if (name.compare(vacantName, Qt::CaseInsensitive) == 0)
         return { u"name-reserved"_s, path,
                  u"This name stands for \"nothing\" in manifests. Rename it."_s };
-    // The launcher builds the address from the very name of the file, so a file
-    // cannot be written in percents; a folder's address is apart from its name.
-    const QString asked = "wow-client-patch/live/x/"_L1 + name;
-    if (!isFolder && pathOnServer(u"live"_s, u"x"_s, name) != asked)
-        return { u"name-not-for-urls"_s, path,
-                 u"Launchers would ask for another address, because of a #, ? or %1 in its name. "
-                 "Rename it."_s.arg(u'%') };
-    return {};
+    return isFolder ? Refusal() : faultOfAddress(path);
 }
 
 class Scan {
@@ -55,9 +70,11 @@ private:
         QHash<QString, QString> seen;
         for (const QString& name : list.names) {
             const QFileInfo info(folder + u'/' + name);
-            if (isJunk(name) && !info.isDir())
-                continue;
             const QString path = prefix + name;
+            if (isJunk(name) && !info.isDir()) {
+                tree.passedOver.append(path);
+                continue;
+            }
             const QString twin = seen.value(name.toCaseFolded());
             seen.insert(name.toCaseFolded(), name);
             if (!twin.isEmpty())
@@ -146,6 +163,12 @@ QString SourceFile::name() const
 QString SourceFile::folder() const
 {
     return path.section(u'/', 0, -2);
+}
+
+QString serverFolderOf(const SourceFile& file, const QString& md5)
+{
+    const QString above = file.folder();
+    return above.isEmpty() ? md5 : above + u'/' + md5;
 }
 
 SourceTree SourceTree::scan(const QString& root)

@@ -16,12 +16,18 @@ struct SourceFile {
     QString folder() const;
 };
 
+/// Where a file belongs on the server, relative to the folder of its kind. The
+/// content's MD5 is the last folder, so another content has another address.
+QString serverFolderOf(const SourceFile& file, const QString& md5);
+
 /// What lies in a folder that is laid out as the client folder. Folders and
 /// files are in the order of their paths' characters, the same on every machine;
 /// a folder stands before what is in it.
 struct SourceTree {
     QStringList folders;
     QList<SourceFile> files;
+    /// Files that nobody means to publish, going by their names.
+    QStringList passedOver;
     /// Everything that keeps the tree from being published.
     QList<Refusal> refusals;
 

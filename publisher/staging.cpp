@@ -38,12 +38,6 @@ QString changedMeanwhile(const SourceFile& file)
 
 } // namespace
 
-QString serverFolderOf(const SourceFile& file, const QString& md5)
-{
-    const QString above = file.folder();
-    return above.isEmpty() ? md5 : above + u'/' + md5;
-}
-
 Staging::Staging(
     const BuildRequest& buildRequest, const QHash<QString, PublishedFile>& publishedFiles,
     const HashCache& hashCache, QString stagingFolder)

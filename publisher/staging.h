@@ -54,7 +54,3 @@ private:
     const HashCache& cache;
     QString folder;
 };
-
-/// Where a file belongs on the server, relative to the folder of its kind. The
-/// content's MD5 is the last folder, so another content has another address.
-QString serverFolderOf(const SourceFile& file, const QString& md5);

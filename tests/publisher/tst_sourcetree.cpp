@@ -85,6 +85,9 @@ private slots:
         put("Data/.hidden", "x");
         const SourceTree tree = SourceTree::scan(source());
         QCOMPARE(filesOf(tree), QStringList({ "Data/.hidden", "Data/a.mpq" }));
+        QCOMPARE(
+            tree.passedOver,
+            QStringList({ ".DS_Store", "Data/a.mpq-new", "Data/desktop.ini", "Thumbs.db" }));
         QCOMPARE(idsOf(tree.refusals), QStringList());
     }
 
@@ -96,6 +99,9 @@ private slots:
         const QByteArray x = "x";
         QTest::newRow("hash in the name") << "Data/a#b.mpq" << x << "name-not-for-urls";
         QTest::newRow("percents in the name") << "a%20b.mpq" << x << "name-not-for-urls";
+        QTest::newRow("percents after a folder's") << "a#b/100%.txt" << x << "name-not-for-urls";
+        QTest::newRow("percents twice") << "50%/100%.txt" << x << "name-not-for-urls";
+        QTest::newRow("folder of a dot and a letter") << "Data/.c/x" << x << "name-not-for-urls";
         QTest::newRow("question mark") << "a?b.mpq" << x << "name-not-for-windows";
         QTest::newRow("backslash") << "a\\b.mpq" << x << "name-not-for-windows";
         QTest::newRow("device") << "Data/con.mpq" << x << "name-not-for-windows";
@@ -114,6 +120,7 @@ private slots:
         const SourceTree tree = SourceTree::scan(source());
         QTEST(idsOf(tree.refusals).join(' '), "id");
         QVERIFY2(path.startsWith(tree.refusals.at(0).path), qPrintable(tree.refusals.at(0).path));
+        QVERIFY2(!tree.refusals.at(0).reason.contains("%37"), qPrintable(path));
     }
 
     void acceptsInAFolderWhatANameMayNotHave()
