@@ -1,14 +1,16 @@
 #include "publisher/build.h"
 
 #include "publisher/clock.h"
+#include "publisher/dates.h"
 #include "publisher/filework.h"
 #include "publisher/hashcache.h"
 #include "publisher/manifestdraft.h"
 #include "publisher/names.h"
-#include "publisher/publication.h"
+#include "publisher/precheck.h"
 #include "publisher/sourcetree.h"
 #include "publisher/staging.h"
 #include "publisher/treelock.h"
+#include "update/launcherfiles.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -22,6 +24,9 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// Each fetches every file for itself.
+constexpr qint64 runsOfAStart = 2;
 
 class Build {
 public:
@@ -40,29 +45,78 @@ public:
     ExitCode run()
     {
         source = SourceTree::scan(request.source);
-        const RemovalPlan removals = RemovalPlan::make(request.removals, source, request.separator);
+        report.passedOver = source.passedOver;
+        removals = RemovalPlan::make(request.removals, source, request.separator);
         report.refusals = source.refusals + removals.refusals;
         if (!report.refusals.isEmpty())
             return ExitCode::Findings;
         if (!takeServerFolder())
             return ExitCode::InputOutput;
-        published = readPublication(manifestPath, request.kind);
-        items = Staging(request, published, cache, stagingFolder).run(source.files);
-        for (const StagedFile& item : items)
-            attempt(item.error);
-        if (succeeded()) {
-            draft(removals);
-            compare();
-            if (!request.dryRun)
-                publish();
-            if (request.prune && succeeded())
-                prune();
-        }
+        live = readPublication(manifestPath, request.kind);
+        compareNames();
+        judge();
+        if (report.refusals.isEmpty() || request.dryRun)
+            proceed();
         release();
-        return succeeded() ? ExitCode::Fine : ExitCode::InputOutput;
+        if (!succeeded())
+            return ExitCode::InputOutput;
+        return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
     }
 
 private:
+    void proceed()
+    {
+        items = Staging(request, published, cache, stagingFolder).run(source.files);
+        for (const StagedFile& item : items)
+            attempt(item.error);
+        if (!succeeded())
+            return;
+        draft();
+        compare();
+        if (!request.dryRun)
+            publish();
+        if (request.prune && succeeded())
+            prune();
+    }
+
+    /// What players may still have, the youngest first.
+    QList<Publication> formerPublications() const
+    {
+        return { live };
+    }
+
+    /// What is seen before any file is read.
+    void judge()
+    {
+        report.refusals += Precheck::changedKinds(source, formerPublications());
+        report.refusals += Precheck::manyRemoved(
+            report.removed.size(), published.size(), request.confirmedDrops);
+        if (!request.renew)
+            report.refusals += Dates::ahead(manifestPath, clock);
+        for (const auto name : { launcherFileName, updaterFileName })
+            report.notes += Dates::noteOn(request.server + u'/' + name, clock);
+    }
+
+    /// The difference as far as names tell it.
+    void compareNames()
+    {
+        QSet<QString> listed;
+        for (const SourceFile& file : source.files)
+            listed.insert(file.path);
+        for (const PublishedFile& file : published) {
+            if (!listed.contains(file.path))
+                report.removed.append({ file.path, QFileInfo(onServer(file.serverPath)).size() });
+        }
+        std::sort(report.removed.begin(), report.removed.end(), [](const auto& a, const auto& b) {
+            return a.path < b.path;
+        });
+        report.removals = removals.removals;
+        for (const PublishedRemoval& removal : live.removals) {
+            if (!report.removals.contains(removal) && !report.droppedRemovals.contains(removal))
+                report.droppedRemovals.append(removal);
+        }
+    }
+
     bool succeeded() const
     {
         return report.error.isEmpty();
@@ -83,9 +137,10 @@ private:
         if (!attempt(FileWork::createFolder(kindFolder)))
             return false;
         lock = std::make_unique<TreeLock>(request.server);
-        if (!lock->isHeld())
-            return attempt(u"another halden-publish is at work in %1"_s.arg(request.server));
+        if (!attempt(lock->error()))
+            return false;
         // What a run that was cut off has left.
+        FileWork::removeDrafts(request.server);
         QDir(stagingFolder).removeRecursively();
         return attempt(FileWork::createFolder(stagingFolder));
     }
@@ -97,7 +152,7 @@ private:
         lock.reset();
     }
 
-    void draft(const RemovalPlan& removals)
+    void draft()
     {
         manifest.entries = removals.entries;
         for (const QString& folder : source.folders)
@@ -110,20 +165,14 @@ private:
 
     void compare()
     {
-        QHash<QString, PublishedFile> gone = published;
         for (const StagedFile& item : items) {
             compareItem(item);
-            gone.remove(item.file.path);
-            report.bytesInAll += item.file.size;
+            report.bytesInAll += runsOfAStart * item.file.size;
         }
-        for (const PublishedFile& file : gone)
-            report.removed.append({ file.path, QFileInfo(onServer(file.serverPath)).size() });
-        std::sort(report.removed.begin(), report.removed.end(), [](const auto& a, const auto& b) {
-            return a.path < b.path;
-        });
-        QFile live(manifestPath);
+        QFile before(manifestPath);
         report.manifestChanged
-            = !live.open(QIODevice::ReadOnly) || live.readAll() != manifest.toIni();
+            = !before.open(QIODevice::ReadOnly) || before.readAll() != manifest.toIni();
+        report.compared = true;
     }
 
     void compareItem(const StagedFile& item)
@@ -132,10 +181,10 @@ private:
         const BuildReport::Item line{ item.file.path, item.file.size };
         if (before == published.end()) {
             report.added.append(line);
-            report.bytesToUpdate += line.size;
+            report.bytesToUpdate += runsOfAStart * line.size;
         } else if (before->hash != item.md5) {
             report.changed.append(line);
-            report.bytesToUpdate += line.size;
+            report.bytesToUpdate += runsOfAStart * line.size;
         } else if (!item.inPlace && before->serverPath == item.serverPath) {
             report.repaired.append(line);
         } else {
@@ -151,51 +200,26 @@ private:
         }
         if (request.flush && !attempt(FileWork::flushFileSystem(request.server)))
             return;
-        if (report.manifestChanged && !attempt(publishManifest()))
+        const bool exchanges = report.manifestChanged || request.renew;
+        if (exchanges && !attempt(publishManifest()))
             return;
         remember();
     }
 
-    /// Moves a copy to its place, where no live manifest leads yet.
+    /// Moves a copy to its place, where no live manifest leads yet. What is right is
+    /// left alone: another admin may own it, and its date means nothing to launchers.
     QString place(const StagedFile& item) const
     {
-        const QString target = onServer(item.serverPath);
-        const auto before = published.find(item.file.path);
-        const bool wasLive = before != published.end() && before->serverPath == item.serverPath;
-        if (item.inPlace && wasLive)
-            return {};
-        const QDateTime date = dateFor(item);
         if (item.inPlace)
-            return FileWork::dateOf(target) == date ? QString() : FileWork::setDate(target, date);
-        QString error = FileWork::createFolder(QFileInfo(target).path());
-        if (error.isEmpty())
-            error = FileWork::setDate(item.copy, date);
-        if (error.isEmpty())
-            error = FileWork::replace(item.copy, target);
-        return error;
-    }
-
-    /// A file that only moves keeps its date. Any other is newer than what it
-    /// replaces, be that the same path's last content or an older copy that an
-    /// earlier publication left at the very address.
-    QDateTime dateFor(const StagedFile& item) const
-    {
+            return {};
         const QString target = onServer(item.serverPath);
-        QDateTime replaced = FileWork::dateOf(target);
-        const auto before = published.find(item.file.path);
-        if (before != published.end()) {
-            QDateTime last = FileWork::dateOf(onServer(before->serverPath));
-            if (before->hash == item.md5 && before->serverPath != item.serverPath && last.isValid())
-                return last;
-            replaced = replaced.isValid() ? std::max(replaced, last) : last;
-        }
-        return clock.newerThan(replaced);
+        const QString error = FileWork::createFolder(QFileInfo(target).path());
+        return error.isEmpty() ? FileWork::replace(item.copy, target) : error;
     }
 
     QString publishManifest() const
     {
-        const QString fresh
-            = request.server + "/."_L1 + manifestNameOf(request.kind) + ".halden-publish"_L1;
+        const QString fresh = FileWork::draftOf(manifestPath);
         QString error = FileWork::write(fresh, manifest.toIni());
         if (error.isEmpty() && request.flush)
             error = FileWork::flush(fresh);
@@ -279,9 +303,12 @@ private:
     QString stagingFolder;
     QString manifestPath;
     HashCache cache;
+    const FileWork::PublicFiles publicFiles;
     std::unique_ptr<TreeLock> lock;
     SourceTree source;
-    QHash<QString, PublishedFile> published;
+    RemovalPlan removals;
+    Publication live;
+    const QHash<QString, PublishedFile>& published = live.files;
     QList<StagedFile> items;
     ManifestDraft manifest;
 };

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "publisher/exitcode.h"
+#include "publisher/publication.h"
 #include "publisher/refusal.h"
 #include "publisher/removals.h"
 
 #include <QChar>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 class Clock;
 
@@ -20,6 +22,10 @@ struct BuildRequest {
     /// Of the players' system.
     QChar separator = u'\\';
     RemovalRequest removals;
+    /// As many files as may be dropped from what is live, where that is many.
+    qsizetype confirmedDrops = 0;
+    /// Dates the manifest anew even if it has not changed.
+    bool renew = false;
     bool dryRun = false;
     bool prune = false;
     /// Reads every file, whatever size and date promise.
@@ -37,6 +43,8 @@ struct BuildReport {
     };
 
     QList<Refusal> refusals;
+    /// Whether the difference below has been told in spite of refusals.
+    bool compared = false;
     /// What failed, as a sentence.
     QString error;
 
@@ -48,9 +56,18 @@ struct BuildReport {
     /// Listed before and now, but wrong on the server.
     QList<Item> repaired;
     qint64 unchanged = 0;
-    /// What a player fetches who has everything of the manifest before.
+    /// What goes from players' clients, and what the manifest before removes and
+    /// this one does not.
+    QList<PublishedRemoval> removals;
+    QList<PublishedRemoval> droppedRemovals;
+    /// Files of the source that are not published, going by their names.
+    QStringList passedOver;
+    /// What else the admin should know, as sentences.
+    QStringList notes;
+    /// Traffic of a player's start who has everything of the manifest before. Both
+    /// update runs of a start fetch every file.
     qint64 bytesToUpdate = 0;
-    /// What a new player fetches.
+    /// Traffic of a new player's start.
     qint64 bytesInAll = 0;
     bool manifestChanged = false;
     /// Paths below the server folder.

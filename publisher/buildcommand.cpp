@@ -9,8 +9,11 @@
 
 #include <QCommandLineParser>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QThread>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -20,6 +23,13 @@ void addSwitches(QCommandLineParser& parser)
 {
     parser.addOptions({
         { { u"n"_s, u"dry-run"_s }, u"Tells the difference and writes nothing."_s },
+        { u"yes-remove"_s,
+          u"Confirms that this many files are dropped from what is live; asked for where that is "
+          "more than a tenth."_s,
+          u"NUMBER"_s, u"0"_s },
+        { u"renew"_s,
+          u"Dates the manifest anew even if it has not changed, so that every launcher fetches it "
+          "once more."_s },
         { u"prune"_s,
           u"Removes the kind's files that the new manifest does not name, once it is live. "
           "Players in the middle of an update may still ask for them."_s },
@@ -31,6 +41,14 @@ void addSwitches(QCommandLineParser& parser)
           u"Does not wait until everything is on the disk. Faster, but a power cut soon "
           "afterwards can leave a broken publication."_s },
     });
+}
+
+QJsonArray toJson(const QList<PublishedRemoval>& removals)
+{
+    QJsonArray array;
+    for (const PublishedRemoval& removal : removals)
+        array.append(QJsonObject{ { u"path"_s, removal.path }, { u"folder"_s, removal.isFolder } });
+    return array;
 }
 
 QJsonArray toJson(const QList<BuildReport::Item>& items)
@@ -47,6 +65,49 @@ void list(const QString& word, const QList<BuildReport::Item>& items, Output& ou
         output.line(u"%1 %2  %3"_s.arg(word, -9).arg(item.path, humanSize(item.size)));
 }
 
+void showRemovals(const BuildReport& report, Output& output)
+{
+    const auto what = [](const PublishedRemoval& removal) {
+        return removal.isFolder ? u"the folder with all that is in it"_s : u"the file"_s;
+    };
+    for (const PublishedRemoval& removal : report.removals)
+        output.line(
+            u"deletes   %1  %2, from every player's client"_s.arg(removal.path, what(removal)));
+    for (const PublishedRemoval& removal : report.droppedRemovals)
+        output.line(
+            u"keeps     %1  %2: the live manifest deletes it, this one does not. Players who have "
+            "not been online meanwhile keep it; repeat the removal for as long as there are any"_s
+                .arg(removal.path, what(removal)));
+}
+
+/// Whether the publication takes the file from players too.
+bool isDeleted(const BuildReport::Item& item, const BuildReport& report)
+{
+    const QString path = item.path.toCaseFolded();
+    return std::any_of(
+        report.removals.cbegin(), report.removals.cend(), [&](const PublishedRemoval& removal) {
+            const QString gone = removal.path.toCaseFolded();
+            return removal.isFolder ? path.startsWith(gone + u'/') : path == gone;
+        });
+}
+
+void showRemoved(const BuildReport& report, Output& output)
+{
+    list(u"removed"_s, report.removed, output);
+    const bool some = std::any_of(
+        report.removed.cbegin(), report.removed.cend(),
+        [&](const BuildReport::Item& item) { return !isDeleted(item, report); });
+    if (some)
+        output.line(u"Players keep what is removed from the manifest; --remove takes it away."_s);
+    showRemovals(report, output);
+}
+
+void showPassedOver(const BuildReport& report, Output& output)
+{
+    for (const QString& path : report.passedOver)
+        output.line(u"passed over %1  because of its name"_s.arg(path));
+}
+
 void showOutcome(const BuildRequest& request, const BuildReport& report, Output& output)
 {
     const QString manifest = manifestNameOf(request.kind);
@@ -54,26 +115,30 @@ void showOutcome(const BuildRequest& request, const BuildReport& report, Output&
         output.line(u"Dry run: nothing has been written."_s);
     else if (report.manifestChanged)
         output.line(u"Published: %1 is live."_s.arg(manifest));
+    else if (request.renew)
+        output.line(u"%1 is unchanged and has a new date."_s.arg(manifest));
     else
         output.line(u"%1 is unchanged."_s.arg(manifest));
 }
 
-void showDifference(const BuildRequest& request, const BuildReport& report, Output& output)
+void showDifference(const BuildReport& report, Output& output)
 {
+    showPassedOver(report, output);
     list(u"added"_s, report.added, output);
     list(u"changed"_s, report.changed, output);
-    list(u"removed"_s, report.removed, output);
+    showRemoved(report, output);
     list(u"repaired"_s, report.repaired, output);
     list(u"pruned"_s, report.pruned, output);
     output.line(u"%1 added, %2 changed, %3 removed, %4 unchanged."_s.arg(report.added.size())
                     .arg(report.changed.size())
                     .arg(report.removed.size())
                     .arg(report.unchanged));
-    if (!report.removed.isEmpty())
-        output.line(u"Players keep what is removed from the manifest; --remove takes it away."_s);
-    output.line(u"A player who is up to date fetches %1, a new one %2."_s.arg(
-        humanSize(report.bytesToUpdate), humanSize(report.bytesInAll)));
-    showOutcome(request, report, output);
+    output.line(
+        u"A player who is up to date fetches %1, a new one %2: every file twice, since a start "
+        "makes two update runs."_s.arg(
+            humanSize(report.bytesToUpdate), humanSize(report.bytesInAll)));
+    for (const QString& note : report.notes)
+        output.line(note);
 }
 
 void setDifference(const BuildRequest& request, const BuildReport& report, Output& output)
@@ -83,6 +148,10 @@ void setDifference(const BuildRequest& request, const BuildReport& report, Outpu
     output.set(u"added"_s, toJson(report.added));
     output.set(u"changed"_s, toJson(report.changed));
     output.set(u"removed"_s, toJson(report.removed));
+    output.set(u"removals"_s, toJson(report.removals));
+    output.set(u"droppedRemovals"_s, toJson(report.droppedRemovals));
+    output.set(u"passedOver"_s, QJsonArray::fromStringList(report.passedOver));
+    output.set(u"notes"_s, QJsonArray::fromStringList(report.notes));
     output.set(u"repaired"_s, toJson(report.repaired));
     output.set(u"pruned"_s, toJson(report.pruned));
     output.set(u"unchanged"_s, report.unchanged);
@@ -116,6 +185,9 @@ QString faultOf(const QCommandLineParser& parser)
         return uR"(--separator is / or \)"_s;
     if (parser.value(u"jobs"_s).toInt() < 1)
         return u"--jobs is a number from 1"_s;
+    bool isNumber = false;
+    if (parser.value(u"yes-remove"_s).toLongLong(&isNumber) < 0 || !isNumber)
+        return u"--yes-remove is the number of files that are dropped"_s;
     const int realms = parser.value(u"realms"_s).toInt();
     if (realms < 1 || realms > mostRealms)
         return u"--realms is a number from 1 to %1"_s.arg(mostRealms);
@@ -133,12 +205,37 @@ BuildRequest requestOf(const QCommandLineParser& parser)
         .removals = { .files = parser.values(u"remove"_s),
                       .folders = parser.values(u"remove-folder"_s),
                       .realms = parser.value(u"realms"_s).toInt() },
+        .confirmedDrops = parser.value(u"yes-remove"_s).toLongLong(),
+        .renew = parser.isSet(u"renew"_s),
         .dryRun = parser.isSet(u"dry-run"_s),
         .prune = parser.isSet(u"prune"_s),
         .rehash = parser.isSet(u"rehash"_s),
         .flush = !parser.isSet(u"no-flush"_s),
         .threads = parser.value(u"jobs"_s).toInt(),
     };
+}
+
+/// Adds what a list beside the source says. Returns what went wrong, as a sentence.
+QString addRemovalsOfFile(const QCommandLineParser& parser, BuildRequest& request, Output& output)
+{
+    const QString beside = request.source + ".removals"_L1;
+    const QString path = parser.isSet(u"removals"_s) ? parser.value(u"removals"_s) : beside;
+    if (path == beside && !QFileInfo::exists(path))
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return u"the removals in %1 cannot be read: %2. Give yourself the right to, or name "
+               u"another "
+               "file with --removals"_s.arg(path, file.errorString());
+    output.line(u"Removals of %1 are taken along."_s.arg(path));
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (const QString& line : lines) {
+        const QString entry = line.trimmed();
+        const bool isFolder = entry.endsWith(u'/') || entry.endsWith(u'\\');
+        if (!entry.isEmpty() && !entry.startsWith(u'#'))
+            (isFolder ? request.removals.folders : request.removals.files).append(entry);
+    }
+    return {};
 }
 
 } // namespace
@@ -173,6 +270,10 @@ void BuildCommand::configure(QCommandLineParser& parser) const
           u"Removes this folder and all that is in it from every player's client; repeatable "
           "for one name."_s,
           u"PATH"_s },
+        { u"removals"_s,
+          u"Removes what this file lists too, one path a line, folders with a slash at the end; "
+          "SOURCE.removals, beside the source, if it is there."_s,
+          u"FILE"_s },
         { u"realms"_s, u"Removals reach players with up to this many realm entries."_s, u"NUMBER"_s,
           u"16"_s },
     });
@@ -185,17 +286,26 @@ ExitCode BuildCommand::run(const QCommandLineParser& parser, Output& output)
         output.error(fault);
         return ExitCode::Usage;
     }
-    const BuildRequest request = requestOf(parser);
+    BuildRequest request = requestOf(parser);
+    if (const QString fault = addRemovalsOfFile(parser, request, output); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::InputOutput;
+    }
     Clock clock;
     BuildReport report;
     const ExitCode code = build(request, clock, report);
-    if (code == ExitCode::Fine) {
-        showDifference(request, report, output);
-        setDifference(request, report, output);
-    } else if (code == ExitCode::Findings) {
-        showRefusals(report.refusals, output);
-    } else {
+    if (code == ExitCode::InputOutput) {
         output.error(report.error);
+        return code;
     }
+    setDifference(request, report, output);
+    if (report.compared)
+        showDifference(report, output);
+    else
+        showRemoved(report, output);
+    if (code == ExitCode::Findings)
+        showRefusals(report.refusals, output);
+    else
+        showOutcome(request, report, output);
     return code;
 }

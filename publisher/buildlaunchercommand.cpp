@@ -63,6 +63,8 @@ void BuildLauncherCommand::configure(QCommandLineParser& parser) const
         { u"launcher"_s, u"The launcher to publish."_s, u"FILE"_s },
         { u"updater"_s, u"The updater to publish."_s, u"FILE"_s },
         { { u"n"_s, u"dry-run"_s }, u"Tells the difference and writes nothing."_s },
+        { u"renew"_s,
+          u"Dates both anew even if they have not changed: every player fetches them once more."_s },
         { u"no-flush"_s, u"Does not wait until both are on the disk."_s },
     });
 }
@@ -78,6 +80,7 @@ ExitCode BuildLauncherCommand::run(const QCommandLineParser& parser, Output& out
         .updater = parser.value(u"updater"_s),
         .server = QDir::cleanPath(QFileInfo(parser.positionalArguments().at(0)).absoluteFilePath()),
         .dryRun = parser.isSet(u"dry-run"_s),
+        .renew = parser.isSet(u"renew"_s),
         .flush = !parser.isSet(u"no-flush"_s),
     };
     Clock clock;

@@ -11,6 +11,8 @@ QDateTime atSecond(qint64 seconds)
     return QDateTime::fromSecsSinceEpoch(seconds).toUTC();
 }
 
+constexpr qint64 longestWait = 10; // seconds
+
 /// The first second that is newer, or the beginning of time.
 qint64 secondAfter(const QDateTime& replaced)
 {
@@ -32,17 +34,16 @@ void Clock::waitUntil(const QDateTime& time)
         QThread::msleep(static_cast<unsigned long>(left));
 }
 
-QDateTime Clock::newerThan(const QDateTime& replaced) const
+bool Clock::isAhead(const QDateTime& date) const
 {
-    return atSecond(std::max(now().toSecsSinceEpoch(), secondAfter(replaced)));
+    return date.isValid() && now().secsTo(date) > longestWait;
 }
 
 QDateTime Clock::nextAfter(const QDateTime& replaced)
 {
     const qint64 next = now().toSecsSinceEpoch() + 1;
-    // A clock that is behind is not waited for; it may be a year.
-    if (secondAfter(replaced) > next)
-        return atSecond(secondAfter(replaced));
-    waitUntil(atSecond(next));
-    return atSecond(next);
+    const QDateTime date
+        = atSecond(isAhead(replaced) ? next : std::max(next, secondAfter(replaced)));
+    waitUntil(date);
+    return date;
 }

@@ -15,11 +15,13 @@ public:
     /// Returns when `now()` has reached this time.
     virtual void waitUntil(const QDateTime& time);
 
-    /// Now, in whole seconds as HTTP tells them, but newer than `replaced` even
-    /// where this machine's clock is behind. `replaced` may be invalid.
-    QDateTime newerThan(const QDateTime& replaced) const;
-    /// The same for what players ask for with the date of their own copy: waits
-    /// until the next second has begun, since a copy that was downloaded earlier
-    /// in the present one would pass for up to date.
+    /// Whether a date lies further ahead than one waits for: then this clock is
+    /// wrong, or the one was by which the date was set.
+    bool isAhead(const QDateTime& date) const;
+    /// The date of what takes the place of a file that is dated `replaced`, in
+    /// whole seconds as HTTP tells them. Players ask with the date of their own
+    /// copy, so this waits until the second has begun: a copy that was downloaded
+    /// earlier in it would pass for up to date. `replaced` may be invalid; where it
+    /// is ahead it does not count, since no copy of a player is as late.
     QDateTime nextAfter(const QDateTime& replaced);
 };

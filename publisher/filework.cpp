@@ -7,7 +7,9 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <filesystem>
+#include <system_error>
 
 #ifdef Q_OS_LINUX
 #include <fcntl.h>
@@ -26,11 +28,37 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qint64 chunk = qint64(256) << 10; // stays in a core's own cache
+constexpr QLatin1StringView draftSuffix(".halden-publish");
 constexpr qint64 settlingTime = 2000; // milliseconds, the coarsest of file systems
+
+/// What the admin can do about a failure, in the system's words.
+QString wayOut(const QString& words)
+{
+    const auto isAbout = [&](std::errc code) {
+        return words == QString::fromLocal8Bit(std::make_error_code(code).message());
+    };
+    if (isAbout(std::errc::permission_denied) || isAbout(std::errc::operation_not_permitted))
+        return u"Give yourself, or a group of yours, the right to it"_s;
+    if (isAbout(std::errc::no_space_on_device))
+        return u"Make room on that disk, with --prune for instance"_s;
+    if (isAbout(std::errc::no_such_file_or_directory))
+        return u"See where it has gone"_s;
+    return u"See that the disk is well and mounted for writing"_s;
+}
+
+QString sentence(const QString& path, const QString& words)
+{
+    return u"%1: %2. %3, and run the same command again"_s.arg(path, words, wayOut(words));
+}
+
+QString sentence(const QString& path, const std::error_code& error)
+{
+    return sentence(path, QString::fromLocal8Bit(error.message()));
+}
 
 QString failure(const QFileDevice& file)
 {
-    return u"%1: %2"_s.arg(file.fileName(), file.errorString());
+    return sentence(file.fileName(), file.errorString());
 }
 
 bool openToRead(QFile& file)
@@ -98,6 +126,18 @@ void reserve([[maybe_unused]] const QFile& target, [[maybe_unused]] qint64 size)
 std::filesystem::path native(const QString& path)
 {
     return QFileInfo(path).filesystemFilePath();
+}
+
+/// As setgid folders have it from the system, for the right to write too.
+void admitGroupOf(const QString& above, const QString& folder, std::error_code& error)
+{
+    using std::filesystem::perms;
+    const perms given = std::filesystem::status(native(above), error).permissions();
+    if (error || (given & perms::group_write) == perms::none)
+        return;
+    std::filesystem::permissions(
+        native(folder), perms::group_write | (given & perms::set_gid),
+        std::filesystem::perm_options::add, error);
 }
 
 } // namespace
@@ -181,16 +221,38 @@ QString write(const QString& path, const QByteArray& content)
 
 QString createFolder(const QString& path)
 {
-    return QDir().mkpath(path) ? QString() : u"%1: the folder cannot be created"_s.arg(path);
+    if (QFileInfo(path).isDir())
+        return {};
+    const QString above = QFileInfo(path).path();
+    if (above != path) {
+        if (const QString error = createFolder(above); !error.isEmpty())
+            return error;
+    }
+    std::error_code error;
+    if (std::filesystem::create_directory(native(path), error))
+        admitGroupOf(above, path, error);
+    return error ? sentence(u"the folder %1 cannot be created"_s.arg(path), error) : QString();
+}
+
+QString draftOf(const QString& target)
+{
+    const QFileInfo info(target);
+    return info.path() + "/."_L1 + info.fileName() + draftSuffix;
+}
+
+void removeDrafts(const QString& folder)
+{
+    const QFileInfoList drafts
+        = QDir(folder).entryInfoList({ ".*"_L1 + draftSuffix }, QDir::Files | QDir::Hidden);
+    for (const QFileInfo& draft : drafts)
+        QFile::remove(draft.filePath());
 }
 
 QString replace(const QString& path, const QString& target)
 {
     std::error_code error;
     std::filesystem::rename(native(path), native(target), error);
-    if (error)
-        return u"%1: %2"_s.arg(target, QString::fromLocal8Bit(error.message()));
-    return {};
+    return error ? sentence(target, error) : QString();
 }
 
 QString flush(const QString& path)
@@ -203,7 +265,7 @@ QString flush(const QString& path)
 #else
     const bool flushed = fsync(file.handle()) == 0;
 #endif
-    return flushed ? QString() : u"%1: cannot be flushed to the disk"_s.arg(path);
+    return flushed ? QString() : sentence(path, { errno, std::generic_category() });
 }
 
 QString flushFileSystem([[maybe_unused]] const QString& folder)
@@ -217,7 +279,23 @@ QString flushFileSystem([[maybe_unused]] const QString& folder)
 #elif defined(Q_OS_UNIX)
     sync();
 #endif
-    return flushed ? QString() : u"%1: the file system cannot be flushed"_s.arg(folder);
+    return flushed ? QString() : sentence(folder, { errno, std::generic_category() });
 }
+
+#ifdef Q_OS_WIN
+PublicFiles::PublicFiles() = default;
+
+PublicFiles::~PublicFiles() = default;
+#else
+PublicFiles::PublicFiles()
+    : before(umask(S_IWGRP | S_IWOTH))
+{
+}
+
+PublicFiles::~PublicFiles()
+{
+    umask(static_cast<mode_t>(before));
+}
+#endif
 
 } // namespace FileWork

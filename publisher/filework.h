@@ -5,8 +5,9 @@
 
 class Progress;
 
-/// Reading, copying and putting in place. Failures come back as sentences;
-/// an empty one means that all went well.
+/// Reading, copying and putting in place. Failures come back as sentences that tell
+/// what, why in the system's words, and what to do; an empty one means that all
+/// went well.
 namespace FileWork {
 
 struct Digest {
@@ -35,8 +36,14 @@ QDateTime dateOf(const QString& path);
 QString setDate(const QString& path, const QDateTime& date);
 
 QString write(const QString& path, const QByteArray& content);
-/// Creates the folder and the missing ones above it.
+/// Creates the folder and the missing ones above it. Where a group may write into
+/// the folder above, it may into the new one, and files there go to the same group.
 QString createFolder(const QString& path);
+/// Where a file is made ready that is to take the place of `target`: hidden, beside
+/// it.
+QString draftOf(const QString& target);
+/// Removes drafts from a folder whose makers have died.
+void removeDrafts(const QString& folder);
 /// Renames a file onto another one, which it replaces at one blow.
 QString replace(const QString& path, const QString& target);
 
@@ -45,5 +52,18 @@ QString flush(const QString& path);
 /// Returns when everything written to the folder's file system has reached the
 /// disk, names and folders included.
 QString flushFileSystem(const QString& folder);
+
+/// While it lives, what this process makes can be read by everybody, as a web
+/// server needs it, and written by its owner: whatever the admin's own umask is.
+class PublicFiles {
+public:
+    PublicFiles();
+    PublicFiles(const PublicFiles&) = delete;
+    PublicFiles& operator=(const PublicFiles&) = delete;
+    ~PublicFiles();
+
+private:
+    unsigned before = 0;
+};
 
 } // namespace FileWork

@@ -1,6 +1,7 @@
 #include "publisher/launcherrelease.h"
 
 #include "publisher/clock.h"
+#include "publisher/dates.h"
 #include "publisher/filework.h"
 #include "publisher/treelock.h"
 #include "update/launcherfiles.h"
@@ -54,6 +55,10 @@ public:
             if (const Refusal refusal = judge(path); !refusal.id.isEmpty())
                 report.refusals.append(refusal);
         }
+        if (!request.renew) {
+            for (const auto name : { updaterFileName, launcherFileName })
+                report.refusals += Dates::ahead(request.server + u'/' + name, clock);
+        }
         if (!report.refusals.isEmpty())
             return ExitCode::Findings;
         const bool done = takeServerFolder() && publish(request.updater, updaterFileName)
@@ -75,8 +80,11 @@ private:
         if (!attempt(FileWork::createFolder(request.server)))
             return false;
         lock = std::make_unique<TreeLock>(request.server);
-        return lock->isHeld()
-            || attempt(u"another halden-publish is at work in %1"_s.arg(request.server));
+        if (!attempt(lock->error()))
+            return false;
+        // What a run that was cut off has left.
+        FileWork::removeDrafts(request.server);
+        return true;
     }
 
     bool publish(const QString& source, QLatin1StringView name)
@@ -87,16 +95,18 @@ private:
         if (!attempt(fresh.error))
             return false;
         const bool same = isThere && FileWork::hash(target, nullptr).md5 == fresh.md5;
-        const QString change = same ? u"unchanged"_s : isThere ? u"changed"_s : u"added"_s;
+        const QString change = same && request.renew ? u"renewed"_s
+            : same                                   ? u"unchanged"_s
+            : isThere                                ? u"changed"_s
+                                                     : u"added"_s;
         report.items.append({ name, QFileInfo(source).size(), change });
-        return same || request.dryRun || attempt(exchange(source, target, name, fresh.md5));
+        return (same && !request.renew) || request.dryRun
+            || attempt(exchange(source, target, fresh.md5));
     }
 
-    QString exchange(
-        const QString& source, const QString& target, QLatin1StringView name,
-        const QString& md5) const
+    QString exchange(const QString& source, const QString& target, const QString& md5) const
     {
-        const QString copy = request.server + "/."_L1 + name + ".halden-publish"_L1;
+        const QString copy = FileWork::draftOf(target);
         const FileWork::Digest written = FileWork::copy(source, copy, nullptr);
         QString error = written.error;
         if (error.isEmpty() && written.md5 != md5)
@@ -115,6 +125,7 @@ private:
     const LauncherRequest& request;
     Clock& clock;
     LauncherReport& report;
+    const FileWork::PublicFiles publicFiles;
     std::unique_ptr<TreeLock> lock;
 };
 

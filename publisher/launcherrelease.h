@@ -15,6 +15,8 @@ struct LauncherRequest {
     /// What the web server serves.
     QString server;
     bool dryRun = false;
+    /// Dates both anew even if they have not changed.
+    bool renew = false;
     /// Waits for the disk before a file takes the place of the older one.
     bool flush = true;
 };
@@ -24,7 +26,7 @@ struct LauncherReport {
         /// As launchers ask for it.
         QString name;
         qint64 size = 0;
-        /// "added", "changed" or "unchanged".
+        /// "added", "changed", "renewed" or "unchanged".
         QString change;
     };
 

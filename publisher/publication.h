@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QHash>
+#include <QList>
+#include <QSet>
 #include <QString>
 
 /// What a manifest publishes already.
@@ -12,6 +14,23 @@ struct PublishedFile {
     QString serverPath;
 };
 
-/// The files of a manifest by their path in the client folder. A manifest that
-/// is missing publishes nothing.
-QHash<QString, PublishedFile> readPublication(const QString& manifestPath, const QString& kind);
+/// What goes from every player's client.
+struct PublishedRemoval {
+    /// Relative to the client folder, with "/".
+    QString path;
+    bool isFolder = false;
+
+    friend bool operator==(const PublishedRemoval&, const PublishedRemoval&) = default;
+};
+
+/// What a manifest does for players, in terms of their client folder.
+struct Publication {
+    /// By their path in the client folder.
+    QHash<QString, PublishedFile> files;
+    /// Folders with an entry of their own.
+    QSet<QString> folders;
+    QList<PublishedRemoval> removals;
+};
+
+/// A manifest that is missing publishes nothing.
+Publication readPublication(const QString& manifestPath, const QString& kind);

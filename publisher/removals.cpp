@@ -11,6 +11,12 @@ namespace {
 /// Why the path names nothing in a client; empty when it does.
 QString faultOfPath(const QString& path)
 {
+    if (path.startsWith(u'/'))
+        return u"It begins with a slash. Give a path below the client folder, such as "
+               "Data/deDE/patch-x.mpq."_s;
+    if (path.endsWith(u'/'))
+        return u"It ends in a slash, so it is a folder: give it to --remove-folder, or give the "
+               "file without the slash."_s;
     const QStringList parts = path.split(u'/');
     for (const QString& part : parts) {
         if (part.isEmpty() || part == "."_L1 || part == ".."_L1)
@@ -53,12 +59,18 @@ public:
     void add(const QStringList& given, bool dirOnly)
     {
         for (const QString& raw : given) {
-            const QString path = QString(raw).replace(u'\\', u'/');
+            QString path = QString(raw).replace(u'\\', u'/');
+            while (dirOnly && path.size() > 1 && path.endsWith(u'/'))
+                path.chop(1); // as shells complete it
             const Refusal refusal = judge(path);
-            if (refusal.id.isEmpty())
-                removals.append(removal(path.section(u'/', 0, -2), dirOnly, separator));
-            else
+            if (plan.removals.contains({ path, dirOnly }))
+                continue; // named twice, on the command line and in a list
+            if (!refusal.id.isEmpty()) {
                 plan.refusals.append(refusal);
+                continue;
+            }
+            plan.removals.append({ path, dirOnly });
+            removals.append(removal(path.section(u'/', 0, -2), dirOnly, separator));
         }
     }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "publisher/manifestdraft.h"
+#include "publisher/publication.h"
 #include "publisher/refusal.h"
 
 #include <QChar>
@@ -22,6 +23,8 @@ struct RemovalRequest {
 /// launcher can remove a single name per manifest: see removalplan.h.
 struct RemovalPlan {
     QList<ManifestDraft::Entry> entries;
+    /// The same in terms of the client folder.
+    QList<PublishedRemoval> removals;
     QList<Refusal> refusals;
 
     static RemovalPlan

@@ -17,10 +17,12 @@ public:
     TreeLock& operator=(const TreeLock&) = delete;
     ~TreeLock();
 
-    /// False while another process, or another object, holds the folder.
-    bool isHeld() const;
+    /// Why the folder is not held: another process, or another object, holds it,
+    /// or there are no locks to be had. Empty when it is.
+    QString error() const;
 
 private:
+    QString trouble;
 #ifdef Q_OS_WIN
     std::unique_ptr<QLockFile> lock;
 #else

@@ -12,7 +12,10 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <cerrno>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 using namespace TestSupport;
 using namespace BuildFixture;
@@ -36,6 +39,12 @@ void damage(const QString& path, const QByteArray& content)
     setDate(path, date);
 }
 
+mode_t modeOf(const QString& path)
+{
+    struct stat status { };
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777 : 0;
+}
+
 void putThree()
 {
     put("patched_wow.exe", "program");
@@ -44,6 +53,18 @@ void putThree()
 }
 
 } // namespace
+
+/// With which locking a folder fails; 0 for not at all.
+static int errorOfLocking = 0;
+
+/// Stands before the system's own.
+extern "C" int flock(int handle, int operation)
+{
+    if (errorOfLocking == 0)
+        return static_cast<int>(syscall(SYS_flock, handle, operation));
+    errno = errorOfLocking;
+    return -1;
+}
 
 class tst_Build : public QObject {
     Q_OBJECT
@@ -61,8 +82,9 @@ private slots:
         const BuildReport report = published();
         const QStringList paths{ "Data/a.mpq", "Data/deDE/b.mpq", "patched_wow.exe" };
         QCOMPARE(pathsOf(report.added), paths);
-        QCOMPARE(report.bytesToUpdate, 21);
-        QCOMPARE(report.bytesInAll, 21);
+        // Both update runs of a start fetch every file.
+        QCOMPARE(report.bytesToUpdate, 2 * 21);
+        QCOMPARE(report.bytesInAll, 2 * 21);
         QVERIFY(report.manifestChanged);
         QStringList expected{ manifest };
         for (const QString& path : paths)
@@ -162,63 +184,259 @@ private slots:
         put("Data/a.mpq", "second a");
         put("Data/c.mpq", "new");
         QFile::remove(source("patched_wow.exe"));
-        const BuildReport report = published();
+        BuildRequest dropping = request();
+        dropping.confirmedDrops = 1;
+        const BuildReport report = published(dropping);
         QCOMPARE(pathsOf(report.added), QStringList("Data/c.mpq"));
         QCOMPARE(pathsOf(report.changed), QStringList("Data/a.mpq"));
         QCOMPARE(pathsOf(report.removed), QStringList("patched_wow.exe"));
         QCOMPARE(report.removed.at(0).size, 7);
         QCOMPARE(report.unchanged, 1);
-        QCOMPARE(report.bytesToUpdate, 11);
-        QCOMPARE(report.bytesInAll, 18);
+        QCOMPARE(report.bytesToUpdate, 2 * 11);
+        QCOMPARE(report.bytesInAll, 2 * 18);
     }
 
-    void changedFileIsNewerThanTheOneItReplaces_data()
+    void manifestIsNewerThanTheOneItReplaces_data()
     {
         QTest::addColumn<int>("clockAhead");
-        QTest::addColumn<bool>("newerThanClock");
-        QTest::newRow("a clock that goes right") << 3600 << false;
-        QTest::newRow("within the same second") << 0 << true;
-        QTest::newRow("a clock a year behind") << -365 * 86400 << true;
+        QTest::addColumn<int>("seconds");
+        QTest::newRow("a clock that goes right") << 3600 << 3601;
+        QTest::newRow("within the same second") << 0 << 1;
+        QTest::newRow("a clock some seconds behind") << -8 << 1;
     }
 
-    void changedFileIsNewerThanTheOneItReplaces()
+    /// And never dated ahead: what a clock lacks is waited for.
+    void manifestIsNewerThanTheOneItReplaces()
     {
         QFETCH(int, clockAhead);
-        QFETCH(bool, newerThanClock);
         putThree();
         published();
-        const QDateTime before = dateOf(server(placeOf("Data/a.mpq")));
-        const QDateTime manifestBefore = dateOf(server(manifest));
+        const QDateTime before = dateOf(server(manifest));
         put("Data/a.mpq", "second a");
         StandingClock clock(before.addSecs(clockAhead));
         BuildReport report;
         QCOMPARE(build(request(), clock, report), ExitCode::Fine);
-        const QDateTime after = dateOf(server(placeOf("Data/a.mpq")));
-        QVERIFY(after.toSecsSinceEpoch() > before.toSecsSinceEpoch());
-        QCOMPARE(after == before.addSecs(1), newerThanClock);
-        QVERIFY(dateOf(server(manifest)).toSecsSinceEpoch() > manifestBefore.toSecsSinceEpoch());
+        QTEST(int(before.secsTo(dateOf(server(manifest)))), "seconds");
+        QCOMPARE(clock.now(), dateOf(server(manifest)));
     }
 
-    /// Every state of the file, back and forth: each is newer than the last.
+    void refusesToPublishAheadOfTheClock_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("changed") << QByteArray("second a");
+        QTest::newRow("unchanged") << QByteArray("first a");
+    }
+
+    /// One publication under a wrong clock must not draw all later ones with it.
+    void refusesToPublishAheadOfTheClock()
+    {
+        QFETCH(QByteArray, content);
+        putThree();
+        published();
+        const QDateTime wrong = dateOf(server(manifest));
+        put("Data/a.mpq", content);
+        StandingClock clock(wrong.addDays(-365));
+        BuildReport report;
+        QCOMPARE(build(request(), clock, report), ExitCode::Findings);
+        QCOMPARE(idsOf(report.refusals), QStringList("date-ahead"));
+        QVERIFY(report.refusals.at(0).reason.contains("--renew"));
+        QCOMPARE(dateOf(server(manifest)), wrong);
+        QCOMPARE(clock.waits, 0);
+
+        // The way back: no player's copy is dated as far ahead.
+        BuildRequest renewing = request();
+        renewing.renew = true;
+        BuildReport renewed;
+        QCOMPARE(build(renewing, clock, renewed), ExitCode::Fine);
+        QCOMPARE(dateOf(server(manifest)), clock.now());
+    }
+
+    void renewDatesAnUnchangedManifest()
+    {
+        putThree();
+        published();
+        const QByteArray content = readFile(server(manifest));
+        const QDateTime before = dateOf(server(manifest));
+        BuildRequest renewing = request();
+        renewing.renew = true;
+        const BuildReport report = published(renewing);
+        QVERIFY(!report.manifestChanged);
+        QCOMPARE(readFile(server(manifest)), content);
+        QVERIFY(dateOf(server(manifest)) > before);
+    }
+
+    void saysThatALauncherIsDatedAhead()
+    {
+        putThree();
+        writeFile(server("Halden-Launcher.exe"), "x");
+        setDate(server("Halden-Launcher.exe"), QDateTime(QDate(2100, 1, 1), QTime(0, 0), Qt::UTC));
+        const QStringList notes = published().notes;
+        QCOMPARE(notes.size(), 1);
+        QVERIFY2(notes.at(0).startsWith("Halden-Launcher.exe: "), qPrintable(notes.at(0)));
+        QVERIFY2(notes.at(0).contains("2100-01-01"), qPrintable(notes.at(0)));
+    }
+
+    /// Every state of the file, back and forth: the manifest is newer each time.
     void rollBackIsNewerToo()
     {
         putThree();
         const QList<QByteArray> contents{ "one", "two", "one", "two", "three", "one" };
-        QDateTime fileBefore = utc(QDate(1971, 1, 1), QTime(0, 0));
-        QDateTime manifestBefore = fileBefore;
+        QDateTime before = utc(QDate(1971, 1, 1), QTime(0, 0));
         StandingClock clock(QDateTime::currentDateTimeUtc());
         for (const QByteArray& content : contents) {
             put("Data/a.mpq", content);
             BuildReport report;
             QCOMPARE(build(request(), clock, report), ExitCode::Fine);
             QCOMPARE(readFile(server(placeOf("Data/a.mpq"))), content);
-            const QDateTime file = dateOf(server(placeOf("Data/a.mpq")));
-            QVERIFY2(file > fileBefore, content.constData());
-            QVERIFY2(dateOf(server(manifest)) > manifestBefore, content.constData());
-            fileBefore = file;
-            manifestBefore = dateOf(server(manifest));
+            QVERIFY2(dateOf(server(manifest)) > before, content.constData());
+            before = dateOf(server(manifest));
             clock.forward(-5);
         }
+    }
+
+    /// Files that another admin has published are his, and may be written by no one
+    /// else.
+    void rollBackLeavesWhatIsInPlaceAlone()
+    {
+        putThree();
+        published();
+        const QString first = server(placeOf("Data/a.mpq"));
+        const QDateTime date = utc(QDate(2024, 5, 1), QTime(8, 0));
+        setDate(first, date);
+        QVERIFY(QFile::setPermissions(first, QFile::ReadOwner | QFile::ReadGroup));
+        put("Data/a.mpq", "second a");
+        published();
+        put("Data/a.mpq", "first a");
+        published();
+        QCOMPARE(dateOf(first), date);
+        QCOMPARE(modeOf(first), mode_t(0440));
+    }
+
+    void publishesForEverybodyToRead_data()
+    {
+        QTest::addColumn<int>("modeOfServer");
+        QTest::addColumn<int>("modeOfFolders");
+        QTest::newRow("one admin") << 0755 << 0755;
+        QTest::newRow("a group of admins") << 02775 << 02775;
+        QTest::newRow("a group that only reads") << 02755 << 02755;
+    }
+
+    void publishesForEverybodyToRead()
+    {
+        QFETCH(int, modeOfServer);
+        putThree();
+        QDir().mkpath(server());
+        QVERIFY(
+            ::chmod(QFile::encodeName(server()).constData(), static_cast<mode_t>(modeOfServer))
+            == 0);
+        const mode_t before = ::umask(077);
+        published();
+        ::umask(before);
+        const QString file = placeOf("Data/deDE/b.mpq");
+        QCOMPARE(modeOf(server(manifest)), mode_t(0644));
+        QCOMPARE(modeOf(server(file)), mode_t(0644));
+        for (QString folder = file.section('/', 0, -2); !folder.isEmpty();
+             folder = folder.section('/', 0, -2))
+            QTEST(int(modeOf(server(folder))), "modeOfFolders");
+    }
+
+    void manyFilesAreDroppedOnlyOnAWord_data()
+    {
+        QTest::addColumn<int>("dropped");
+        QTest::addColumn<int>("confirmed");
+        QTest::addColumn<bool>("refused");
+        QTest::newRow("a tenth") << 2 << 0 << false;
+        QTest::newRow("more") << 3 << 0 << true;
+        QTest::newRow("more, with another number") << 3 << 2 << true;
+        QTest::newRow("more, with its number") << 3 << 3 << false;
+    }
+
+    void manyFilesAreDroppedOnlyOnAWord()
+    {
+        QFETCH(int, dropped);
+        QFETCH(int, confirmed);
+        QFETCH(bool, refused);
+        for (int i = 0; i < 20; ++i)
+            put(QString("Data/%1.mpq").arg(i), "x");
+        published();
+        const QByteArray before = readFile(server(manifest));
+        for (int i = 0; i < dropped; ++i)
+            QFile::remove(source(QString("Data/%1.mpq").arg(i)));
+        StandingClock clock(dateOf(server(manifest)).addSecs(60));
+        BuildRequest dropping = request();
+        dropping.confirmedDrops = confirmed;
+        dropping.prune = true;
+        BuildReport report;
+        QCOMPARE(build(dropping, clock, report), refused ? ExitCode::Findings : ExitCode::Fine);
+        QCOMPARE(idsOf(report.refusals), refused ? QStringList("many-removed") : QStringList());
+        QCOMPARE(report.removed.size(), dropped);
+        QCOMPARE(readFile(server(manifest)) == before, refused);
+        QCOMPARE(filesBelow(server()).size(), refused ? 21 : 21 - dropped);
+    }
+
+    void refusesWhatWasOfAnotherKind_data()
+    {
+        QTest::addColumn<QString>("before");
+        QTest::addColumn<QString>("after");
+        QTest::addColumn<QString>("refused");
+        QTest::newRow("file to folder") << "Data/x"
+                                        << "Data/x/y"
+                                        << "folder-was-file Data/x";
+        QTest::newRow("folder to file") << "Data/x/y"
+                                        << "Data/x"
+                                        << "file-was-folder Data/x";
+        QTest::newRow("outer folder to file") << "Data/x/y/z"
+                                              << "Data/X"
+                                              << "file-was-folder Data/X";
+        QTest::newRow("file to folder in another case") << "Data/X"
+                                                        << "Data/x/y"
+                                                        << "folder-was-file Data/x";
+        QTest::newRow("what every client has") << "Data/x"
+                                               << "Data"
+                                               << "file-was-folder Data";
+        QTest::newRow("elsewhere") << "Data/x"
+                                   << "Interface/x/y"
+                                   << "";
+    }
+
+    /// The cache of a player who has the old kind never takes the new one.
+    void refusesWhatWasOfAnotherKind()
+    {
+        QFETCH(QString, before);
+        QFETCH(QString, after);
+        put(before, "x");
+        published();
+        const QByteArray live = readFile(server(manifest));
+        QDir(source()).removeRecursively();
+        put(after, "x");
+        StandingClock clock(dateOf(server(manifest)).addSecs(60));
+        BuildRequest next = request();
+        next.confirmedDrops = 1;
+        BuildReport report;
+        const bool fine = build(next, clock, report) == ExitCode::Fine;
+        QStringList refused;
+        for (const Refusal& refusal : std::as_const(report.refusals))
+            refused.append(refusal.id + ' ' + refusal.path);
+        QTEST(refused.join(", "), "refused");
+        QCOMPARE(fine, refused.isEmpty());
+        QCOMPARE(readFile(server(manifest)) == live, !fine);
+    }
+
+    void tellsTheRemovalsThatAreNotRepeated()
+    {
+        putThree();
+        BuildRequest removing = request();
+        removing.removals
+            = { .files = { "Data/old.mpq" }, .folders = { "Interface/old.mpq/" }, .realms = 2 };
+        const BuildReport first = published(removing);
+        const PublishedRemoval file{ "Data/old.mpq", false };
+        const PublishedRemoval folder{ "Interface/old.mpq", true };
+        QCOMPARE(first.removals, QList({ file, folder }));
+        QVERIFY(first.droppedRemovals.isEmpty());
+        removing.removals.folders.clear();
+        const BuildReport second = published(removing);
+        QCOMPARE(second.removals, QList({ file }));
+        QCOMPARE(second.droppedRemovals, QList({ folder }));
     }
 
     void manifestGoesLiveAtTheBeginningOfASecond()
@@ -294,7 +512,7 @@ private slots:
         QCOMPARE(QFileInfo::exists(server()), publishedBefore);
         QVERIFY(report.manifestChanged);
         QCOMPARE(pathsOf(report.changed).contains("Data/a.mpq"), publishedBefore);
-        QCOMPARE(report.bytesToUpdate, publishedBefore ? 8 : 22);
+        QCOMPARE(report.bytesToUpdate, 2 * (publishedBefore ? 8 : 22));
         QCOMPARE(pathsOf(report.pruned), publishedBefore ? QStringList(old) : QStringList());
     }
 
@@ -326,13 +544,10 @@ private slots:
         putThree();
         published();
         const QString copy = server(placeOf("Data/a.mpq"));
-        const QDateTime before = dateOf(copy);
         writeFile(copy, "broken");
-        setDate(copy, before);
         const BuildReport report = published();
         QCOMPARE(pathsOf(report.repaired), QStringList("Data/a.mpq"));
         QCOMPARE(readFile(copy), QByteArray("first a"));
-        QVERIFY(dateOf(copy) > before);
         QVERIFY(!report.manifestChanged);
     }
 
@@ -406,8 +621,6 @@ private slots:
         putThree();
         const QString hash = placeOf("Data/a.mpq").section('/', -2, -2);
         writeFile(server("wow-client-patch/live/old place/a.mpq"), "first a");
-        const QDateTime date = utc(QDate(2024, 5, 1), QTime(8, 0));
-        setDate(server("wow-client-patch/live/old place/a.mpq"), date);
         writeFile(
             server(manifest),
             "[General]\nnumberOfFiles=1\nfile1=a.mpq\nfile1-urlOffset=old place\nfile1-hash="
@@ -415,7 +628,6 @@ private slots:
         const BuildReport report = published();
         QCOMPARE(report.unchanged, 1);
         QCOMPARE(pathsOf(report.added), QStringList({ "Data/deDE/b.mpq", "patched_wow.exe" }));
-        QCOMPARE(dateOf(server(placeOf("Data/a.mpq"))), date);
     }
 
     void refusalPublishesNothing()
@@ -449,12 +661,49 @@ private slots:
         QCOMPARE(pathsOf(again.removed), QStringList());
     }
 
+    void lockThatIsNotToBeHadIsTold_data()
+    {
+        QTest::addColumn<int>("error");
+        QTest::addColumn<QString>("told");
+        QTest::newRow("another publisher") << EWOULDBLOCK << "another halden-publish is at work";
+        QTest::newRow("a mount without locks") << ENOLCK << "No locks available";
+        QTest::newRow("a mount that knows none") << ENOSYS << "Function not implemented";
+    }
+
+    void lockThatIsNotToBeHadIsTold()
+    {
+        QFETCH(int, error);
+        QFETCH(QString, told);
+        putThree();
+        StandingClock clock(QDateTime::currentDateTimeUtc());
+        BuildReport report;
+        errorOfLocking = error;
+        const ExitCode code = build(request(), clock, report);
+        errorOfLocking = 0;
+        QCOMPARE(code, ExitCode::InputOutput);
+        QVERIFY2(report.error.contains(told), qPrintable(report.error));
+        QCOMPARE(report.error.contains("another halden-publish"), error == EWOULDBLOCK);
+    }
+
+    void lockWithoutRightIsTold()
+    {
+        putThree();
+        QDir().mkpath(server("wow-client-patch/live"));
+        QFile::setPermissions(server(), QFile::WriteOwner | QFile::ExeOwner);
+        StandingClock clock(QDateTime::currentDateTimeUtc());
+        BuildReport report;
+        const ExitCode code = build(request(), clock, report);
+        QFile::setPermissions(server(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QCOMPARE(code, ExitCode::InputOutput);
+        QVERIFY2(report.error.contains("Permission denied"), qPrintable(report.error));
+    }
+
     void secondPublisherIsTurnedAway()
     {
         putThree();
         QDir().mkpath(server());
         const TreeLock other(server());
-        QVERIFY(other.isHeld());
+        QCOMPARE(other.error(), QString());
         StandingClock clock(QDateTime::currentDateTimeUtc());
         BuildReport report;
         QCOMPARE(build(request(), clock, report), ExitCode::InputOutput);

@@ -87,7 +87,7 @@ private slots:
         QTest::newRow("next version") << QByteArrayList{ "1", "2", "3" } << 60;
         QTest::newRow("roll back") << QByteArrayList{ "1", "2", "1" } << 60;
         QTest::newRow("roll back at once") << QByteArrayList{ "1", "2", "1" } << 0;
-        QTest::newRow("clock behind") << QByteArrayList{ "1", "2", "1" } << -86400;
+        QTest::newRow("clock some seconds behind") << QByteArrayList{ "1", "2", "1" } << -8;
     }
 
     void changedProgramIsNewerThanEveryCopy()
@@ -105,6 +105,62 @@ private slots:
             before = date;
             clock.forward(forward);
         }
+    }
+
+    /// One release under a wrong clock must not draw all later ones with it, and a
+    /// launcher dated tomorrow fetches itself at every start.
+    void refusesToPublishAheadOfTheClock_data()
+    {
+        QTest::addColumn<QByteArray>("version");
+        QTest::newRow("changed") << QByteArray("2");
+        QTest::newRow("unchanged") << QByteArray("1");
+    }
+
+    void refusesToPublishAheadOfTheClock()
+    {
+        QFETCH(QByteArray, version);
+        makeProgram("launcher", "1");
+        QCOMPARE(run(), ExitCode::Fine);
+        const QDateTime wrong = dateOf(server(launcherOnServer));
+        makeProgram("launcher", version);
+        clock.forward(-86400);
+        QCOMPARE(run(), ExitCode::Findings);
+        QCOMPARE(idsOf(report.refusals), QStringList({ "date-ahead", "date-ahead" }));
+        QCOMPARE(report.refusals.at(1).path, launcherOnServer);
+        QCOMPARE(dateOf(server(launcherOnServer)), wrong);
+
+        LauncherRequest renewing = release();
+        renewing.renew = true;
+        QCOMPARE(run(renewing), ExitCode::Fine);
+        QCOMPARE(dateOf(server(launcherOnServer)), clock.now());
+        QVERIFY(changes().contains(updaterOnServer + " renewed"));
+    }
+
+    /// A run that was killed leaves its copy in the folder that is served.
+    void clearsWhatAKilledRunHasLeft_data()
+    {
+        QTest::addColumn<bool>("patch");
+        QTest::newRow("build-launcher") << false;
+        QTest::newRow("build") << true;
+    }
+
+    void clearsWhatAKilledRunHasLeft()
+    {
+        QFETCH(bool, patch);
+        const QStringList left{ ".Halden-Launcher.exe.halden-publish",
+                                ".patch.ini.halden-publish" };
+        for (const QString& name : left)
+            writeFile(server(name), "half");
+        writeFile(server(".htaccess"), "x");
+        put("Data/a.mpq", "x");
+        if (patch)
+            published();
+        else
+            QCOMPARE(run(), ExitCode::Fine);
+        const QStringList after = filesBelow(server()).keys();
+        QVERIFY(after.contains(".htaccess"));
+        for (const QString& name : left)
+            QVERIFY2(!after.contains(name), qPrintable(name));
     }
 
     void dryRunWritesNothing()

@@ -26,6 +26,13 @@ QStringList pathsIn(const QJsonValue& items)
     return paths;
 }
 
+/// The commands go by the machine's clock.
+void publishedBefore()
+{
+    published();
+    setDate(server("patch.ini"), QDateTime::currentDateTimeUtc().addDays(-1));
+}
+
 } // namespace
 
 class tst_PublisherCommands : public QObject {
@@ -99,6 +106,7 @@ private slots:
         row("no realms", { "build", from, to, "--realms", "0" }, "--realms");
         row("too many realms", { "build", from, to, "--realms", "101" }, "--realms");
         row("no number of realms", { "build", from, to, "--realms", "many" }, "--realms");
+        row("dropped files in words", { "build", from, to, "--yes-remove", "all" }, "--yes-remove");
         row("no jobs", { "build", from, to, "--jobs", "0" }, "--jobs");
         row("launcher without server", { "build-launcher" }, "server folder");
         row("no launcher", { "build-launcher", to, "--updater", "/bin/true" }, "--launcher");
@@ -127,7 +135,8 @@ private slots:
             run.text,
             QString("added     Data/a.mpq  7 B\n"
                     "1 added, 0 changed, 0 removed, 0 unchanged.\n"
-                    "A player who is up to date fetches 7 B, a new one 7 B.\n"
+                    "A player who is up to date fetches 14 B, a new one 14 B: every file twice, "
+                    "since a start makes two update runs.\n"
                     "Published: patch.ini is live.\n"));
         QCOMPARE(run.messages, QString());
     }
@@ -135,30 +144,120 @@ private slots:
     void buildTellsWhatRemovalMeans()
     {
         put("Data/b.mpq", "b");
-        published();
+        publishedBefore();
         QFile::remove(source("Data/a.mpq"));
         const CommandRun run({ "build", source(), server(), "--dry-run", "--prune" });
         QVERIFY2(run.text.contains("removed   Data/a.mpq"), qPrintable(run.text));
         QVERIFY2(run.text.contains("pruned    wow-client-patch/live/Data"), qPrintable(run.text));
         QVERIFY2(run.text.contains("Players keep what is removed"), qPrintable(run.text));
-        QVERIFY2(run.text.contains("Dry run: nothing has been written."), qPrintable(run.text));
+        // As the publication itself would.
+        QCOMPARE(run.code, ExitCode::Findings);
+        QVERIFY2(run.text.contains("--yes-remove 1. [many-removed]"), qPrintable(run.text));
+        QVERIFY2(run.text.endsWith("Nothing has been published.\n"), qPrintable(run.text));
+    }
+
+    void buildTellsTheRemovals_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<bool>("keeps");
+        QTest::newRow("folder") << QStringList{ "--remove-folder", "Interface" } << true;
+        QTest::newRow("folder, as shells complete it")
+            << QStringList{ "--remove-folder", "Interface/" } << true;
+        QTest::newRow("the file that is dropped")
+            << QStringList{ "--remove", "Data/a.mpq" } << false;
+        QTest::newRow("the folder of the file")
+            << QStringList{ "--remove-folder", "Data" } << false;
+    }
+
+    void buildTellsTheRemovals()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(bool, keeps);
+        put("b.mpq", "b");
+        publishedBefore();
+        QDir(source("Data")).removeRecursively();
+        const QStringList arguments
+            = QStringList{ "build", source(), server(), "--no-flush", "--yes-remove", "1" }
+            + options;
+        const QString removed
+            = options.at(1).endsWith('/') ? options.at(1).chopped(1) : options.at(1);
+        const CommandRun dry(arguments + QStringList{ "--dry-run" });
+        QCOMPARE(dry.code, ExitCode::Fine);
+        QVERIFY2(dry.text.contains("deletes   " + removed + ' '), qPrintable(dry.text));
+        QCOMPARE(dry.text.contains("--remove takes it away"), keeps);
+        const CommandRun run(arguments + QStringList{ "--json" });
+        QCOMPARE(run.json["removals"][0]["path"].toString(), removed);
+        QCOMPARE(run.json["removals"][0]["folder"].toBool(), options.at(0) != "--remove");
+
+        const CommandRun next({ "build", source(), server(), "--no-flush" });
+        QVERIFY2(next.text.contains("keeps     " + removed + ' '), qPrintable(next.text));
+    }
+
+    void removalsAreTakenFromAList_data()
+    {
+        QTest::addColumn<QString>("list");
+        QTest::addColumn<QStringList>("options");
+        QTest::newRow("beside the source") << source() + ".removals" << QStringList();
+        QTest::newRow("elsewhere")
+            << source() + "-list" << QStringList{ "--removals", source() + "-list" };
+    }
+
+    void removalsAreTakenFromAList()
+    {
+        QFETCH(QString, list);
+        QFETCH(QStringList, options);
+        writeFile(list, "# of last year\r\n\nInterface/AddOns/Old/\n  Data/Old  \n");
+        const QStringList arguments{ "build", source(), server(), "--no-flush", "--json" };
+        const CommandRun run(arguments + options);
+        QCOMPARE(run.code, ExitCode::Fine);
+        const QJsonArray removals = run.json["removals"].toArray();
+        QCOMPARE(pathsIn(removals), QStringList({ "Data/Old", "Interface/AddOns/Old" }));
+        QVERIFY(!removals.at(0)["folder"].toBool());
+        QVERIFY(removals.at(1)["folder"].toBool());
+    }
+
+    void listOfRemovalsThatCannotBeReadIsTold()
+    {
+        const CommandRun run({ "build", source(), server(), "--removals", source("missing") });
+        QCOMPARE(run.code, ExitCode::InputOutput);
+        QVERIFY2(run.messages.contains("No such file"), qPrintable(run.messages));
+        QVERIFY2(run.messages.contains("--removals"), qPrintable(run.messages));
+    }
+
+    void buildTellsWhatItPassesOver()
+    {
+        put("Data/brand-new", "x");
+        const QStringList arguments{ "build", source(), server(), "--no-flush", "--dry-run" };
+        const CommandRun text(arguments);
+        QVERIFY2(text.text.contains("passed over Data/brand-new "), qPrintable(text.text));
+        const QJsonObject json = CommandRun(arguments + QStringList{ "--json" }).json;
+        QCOMPARE(json["passedOver"][0].toString(), QString("Data/brand-new"));
+    }
+
+    void renewalIsTold()
+    {
+        const QStringList arguments{ "build", source(), server(), "--no-flush", "--renew" };
+        QCOMPARE(CommandRun(arguments).code, ExitCode::Fine);
+        const CommandRun again(arguments);
+        QVERIFY2(again.text.contains("unchanged and has a new date"), qPrintable(again.text));
     }
 
     void buildTellsMachines()
     {
         put("Data/b.mpq", "b");
-        published();
+        publishedBefore();
         put("Data/a.mpq", "second a");
         put("c.mpq", "c");
         QFile::remove(source("Data/b.mpq"));
-        const CommandRun run({ "build", source(), server(), "--json", "--no-flush", "--prune" });
+        const CommandRun run({ "build", source(), server(), "--json", "--no-flush", "--prune",
+                               "--yes-remove", "1" });
         const QJsonObject json = run.json;
         QCOMPARE(pathsIn(json["added"]), QStringList("c.mpq"));
         QCOMPARE(pathsIn(json["changed"]), QStringList("Data/a.mpq"));
         QCOMPARE(pathsIn(json["removed"]), QStringList("Data/b.mpq"));
         QCOMPARE(pathsIn(json["pruned"]).size(), 2);
-        QCOMPARE(json["bytesToUpdate"].toInt(), 9);
-        QCOMPARE(json["bytesInAll"].toInt(), 9);
+        QCOMPARE(json["bytesToUpdate"].toInt(), 2 * 9);
+        QCOMPARE(json["bytesInAll"].toInt(), 2 * 9);
         QCOMPARE(json["unchanged"].toInt(), 0);
         QCOMPARE(json["kind"].toString(), QString("live"));
         QVERIFY(json["manifestChanged"].toBool());

@@ -88,7 +88,8 @@ private slots:
         QTest::newRow("path from the root") << QStringList("/Data/x") << none << "removal-path";
         QTest::newRow("path with a drive") << QStringList("C:\\Data\\x") << none << "removal-path";
         QTest::newRow("path that leads out") << QStringList("../x") << none << "removal-path";
-        QTest::newRow("folder with a slash") << none << QStringList("Data/x/") << "removal-path";
+        QTest::newRow("file with a slash") << QStringList("Data/x/") << none << "removal-path";
+        QTest::newRow("no folder but a slash") << none << QStringList("/") << "removal-path";
         QTest::newRow("client folder") << none << QStringList(".") << "removal-path";
         QTest::newRow("wildcard") << QStringList("Data/*.mpq") << none << "removal-path";
         QTest::newRow("file of the source")
