@@ -6,6 +6,7 @@
 #include "publisher/hashcache.h"
 #include "publisher/manifestdraft.h"
 #include "publisher/names.h"
+#include "publisher/parallel.h"
 #include "publisher/precheck.h"
 #include "publisher/sourcetree.h"
 #include "publisher/staging.h"
@@ -19,7 +20,9 @@
 #include <QSet>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -66,13 +69,13 @@ public:
 private:
     void proceed()
     {
-        items = Staging(request, published, cache, stagingFolder).run(source.files);
+        items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
         for (const StagedFile& item : items)
             attempt(item.error);
         if (!succeeded())
             return;
-        draft();
         compare();
+        draft();
         if (!request.dryRun)
             publish();
         if (request.prune && succeeded())
@@ -100,8 +103,9 @@ private:
     /// The difference as far as names tell it.
     void compareNames()
     {
-        QSet<QString> listed;
-        for (const SourceFile& file : source.files)
+        QSet<QStringView> listed;
+        listed.reserve(source.files.size());
+        for (const SourceFile& file : std::as_const(source.files))
             listed.insert(file.path);
         for (const PublishedFile& file : published) {
             if (!listed.contains(file.path))
@@ -142,7 +146,9 @@ private:
         // What a run that was cut off has left.
         FileWork::removeDrafts(request.server);
         QDir(stagingFolder).removeRecursively();
-        return attempt(FileWork::createFolder(stagingFolder));
+        for (int thread = 0; thread < request.threads; ++thread)
+            attempt(FileWork::createFolder(stagingFolder + u'/' + QString::number(thread)));
+        return succeeded();
     }
 
     void release()
@@ -161,31 +167,40 @@ private:
             manifest.entries.append(ManifestDraft::file(
                 item.file.path, urlOffsetOf(serverFolderOf(item.file, item.md5)), item.md5,
                 request.separator));
+        text = manifest.toIni();
+        report.manifestChanged = !isLive(text);
+        if (!report.manifestChanged && !request.renew)
+            manifest = {};
+    }
+
+    bool isLive(const QByteArray& content) const
+    {
+        QFile before(manifestPath);
+        return before.open(QIODevice::ReadOnly) && before.size() == content.size()
+            && before.readAll() == content;
     }
 
     void compare()
     {
-        for (const StagedFile& item : items) {
+        for (const StagedFile& item : std::as_const(items)) {
             compareItem(item);
             report.bytesInAll += runsOfAStart * item.file.size;
         }
-        QFile before(manifestPath);
-        report.manifestChanged
-            = !before.open(QIODevice::ReadOnly) || before.readAll() != manifest.toIni();
+        live = {};
         report.compared = true;
     }
 
     void compareItem(const StagedFile& item)
     {
-        const auto before = published.find(item.file.path);
+        const auto before = published.constFind(item.file.path);
         const BuildReport::Item line{ item.file.path, item.file.size };
-        if (before == published.end()) {
+        if (before == published.cend()) {
             report.added.append(line);
             report.bytesToUpdate += runsOfAStart * line.size;
         } else if (before->hash != item.md5) {
             report.changed.append(line);
             report.bytesToUpdate += runsOfAStart * line.size;
-        } else if (!item.inPlace && before->serverPath == item.serverPath) {
+        } else if (!item.inPlace && before->serverPath == item.serverPath(request.kind)) {
             report.repaired.append(line);
         } else {
             ++report.unchanged;
@@ -194,33 +209,48 @@ private:
 
     void publish()
     {
-        for (const StagedFile& item : items) {
-            if (!attempt(place(item)))
-                return;
-        }
-        if (request.flush && !attempt(FileWork::flushFileSystem(request.server)))
+        placeAll();
+        if (!succeeded() || (request.flush && !attempt(FileWork::flushFileSystem(request.server))))
             return;
-        const bool exchanges = report.manifestChanged || request.renew;
-        if (exchanges && !attempt(publishManifest()))
-            return;
+        // True whether or not the manifest goes live, and what follows needs room.
         remember();
+        if (report.manifestChanged || request.renew)
+            attempt(publishManifest());
+    }
+
+    void placeAll()
+    {
+        StagedFile* const first = items.data();
+        std::atomic_bool failed = false;
+        Parallel::run(request.threads, items.size(), [&](qsizetype i, int) {
+            if (failed)
+                return;
+            first[i].error = place(first[i], i);
+            failed = failed || !first[i].error.isEmpty();
+        });
+        for (const StagedFile& item : std::as_const(items))
+            attempt(item.error);
     }
 
     /// Moves a copy to its place, where no live manifest leads yet. What is right is
     /// left alone: another admin may own it, and its date means nothing to launchers.
-    QString place(const StagedFile& item) const
+    QString place(StagedFile& item, qsizetype number) const
     {
         if (item.inPlace)
             return {};
-        const QString target = onServer(item.serverPath);
-        const QString error = FileWork::createFolder(QFileInfo(target).path());
-        return error.isEmpty() ? FileWork::replace(item.copy, target) : error;
+        const QString copy = Staging::copyOf(stagingFolder, item.copiedBy, number);
+        const QString target = onServer(item.serverPath(request.kind));
+        QString error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
+        if (error.isEmpty())
+            error = FileWork::replace(copy, target);
+        item.served = FileStamp::of(target);
+        return error;
     }
 
-    QString publishManifest() const
+    QString publishManifest()
     {
         const QString fresh = FileWork::draftOf(manifestPath);
-        QString error = FileWork::write(fresh, manifest.toIni());
+        QString error = FileWork::write(fresh, std::exchange(text, {}));
         if (error.isEmpty() && request.flush)
             error = FileWork::flush(fresh);
         if (error.isEmpty())
@@ -240,13 +270,12 @@ private:
 
     void remember()
     {
-        for (const StagedFile& item : items) {
-            const QString path = request.source + u'/' + item.file.path;
-            if (FileWork::isSettled(path))
-                cache.remember(path, item.stamp, item.md5);
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        for (const StagedFile& item : std::as_const(items)) {
+            if (item.file.stamp.isSettled(now))
+                cache.remember(request.source + u'/' + item.file.path, item.file.stamp, item.md5);
             // Nobody else writes here, so what has just been placed is known.
-            const QString target = onServer(item.serverPath);
-            cache.remember(target, FileWork::stamp(target), item.md5);
+            cache.remember(onServer(item.serverPath(request.kind)), item.served, item.md5);
         }
         cache.save();
     }
@@ -255,7 +284,7 @@ private:
     {
         QSet<QString> named;
         for (const StagedFile& item : items)
-            named.insert(item.serverPath);
+            named.insert(item.serverPath(request.kind));
         QDirIterator files(
             kindFolder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
         while (files.hasNext()) {
@@ -311,6 +340,7 @@ private:
     const QHash<QString, PublishedFile>& published = live.files;
     QList<StagedFile> items;
     ManifestDraft manifest;
+    QByteArray text;
 };
 
 } // namespace

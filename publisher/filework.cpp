@@ -7,18 +7,19 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
 
 #ifdef Q_OS_LINUX
-#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #endif
 #ifdef Q_OS_WIN
 #include <io.h>
 #else
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -28,8 +29,9 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qint64 chunk = qint64(256) << 10; // stays in a core's own cache
+// Less is sooner copied than shared.
+constexpr qint64 leastToShare = chunk;
 constexpr QLatin1StringView draftSuffix(".halden-publish");
-constexpr qint64 settlingTime = 2000; // milliseconds, the coarsest of file systems
 
 /// What the admin can do about a failure, in the system's words.
 QString wayOut(const QString& words)
@@ -83,24 +85,31 @@ bool writeAll(QFile& file, QByteArrayView rest)
     return true;
 }
 
-/// Feeds the rest of `source` to the hash and, unless it is null, to `copy`.
+/// Feeds what is in `source` to the hash and, unless it is null, to `copy`.
 FileWork::Digest pump(QFile& source, QFile* copy, Progress* progress)
 {
+    FileWork::Digest digest{ .md5 = {}, .stamp = FileStamp::of(source) };
     QCryptographicHash hash(QCryptographicHash::Md5);
-    QByteArray buffer(chunk, Qt::Uninitialized);
-    for (;;) {
-        const qint64 got = source.read(buffer.data(), buffer.size());
-        if (got < 0)
-            return { {}, failure(source) };
-        if (got == 0)
-            return { QString::fromLatin1(hash.result().toHex()), {} };
-        const QByteArrayView piece(buffer.constData(), got);
+    const qint64 expected = digest.stamp.size;
+    QByteArray buffer(std::clamp<qint64>(expected, 1, chunk), Qt::Uninitialized);
+    qint64 got = 1;
+    // What the file has gained meanwhile shows in its stamp.
+    for (qint64 done = 0; got > 0 && (expected < 0 || done < expected); done += got) {
+        got = source.read(buffer.data(), buffer.size());
+        const QByteArrayView piece(buffer.constData(), std::max<qint64>(got, 0));
         hash.addData(piece);
-        if (copy != nullptr && !writeAll(*copy, piece))
-            return { {}, failure(*copy) };
+        if (got < 0)
+            digest.error = failure(source);
+        else if (copy != nullptr && !writeAll(*copy, piece))
+            digest.error = failure(*copy);
+        if (!digest.error.isEmpty())
+            return digest;
         if (progress != nullptr)
             progress->addBytes(got);
     }
+    digest.md5 = QString::fromLatin1(hash.result().toHex());
+    digest.steady = FileStamp::of(source) == digest.stamp;
+    return digest;
 }
 
 /// Whether the target now shares the source's blocks.
@@ -148,7 +157,7 @@ Digest hash(const QString& path, Progress* progress)
 {
     QFile file(path);
     if (!openToRead(file))
-        return { {}, failure(file) };
+        return { .md5 = {}, .error = failure(file) };
     return pump(file, nullptr, progress);
 }
 
@@ -157,44 +166,21 @@ Digest copy(const QString& source, const QString& target, Progress* progress)
     QFile from(source);
     QFile to(target);
     if (!openToRead(from))
-        return { {}, failure(from) };
+        return { .md5 = {}, .error = failure(from) };
     if (!openToWrite(to))
-        return { {}, failure(to) };
-    if (cloned(from, to)) {
-        to.close();
-        return hash(target, progress);
+        return { .md5 = {}, .error = failure(to) };
+    if (from.size() <= leastToShare)
+        return pump(from, &to, progress);
+    const FileStamp before = FileStamp::of(from);
+    if (!cloned(from, to)) {
+        reserve(to, before.size);
+        return pump(from, &to, progress);
     }
-    reserve(to, from.size());
-    return pump(from, &to, progress);
-}
-
-QString stamp(const QString& path)
-{
-#ifdef Q_OS_WIN
-    const QFileInfo info(path);
-    if (!info.isFile())
-        return {};
-    return u"%1 %2"_s.arg(info.size()).arg(info.lastModified().toMSecsSinceEpoch());
-#else
-    struct stat status { };
-    if (::stat(QFile::encodeName(path).constData(), &status) != 0 || !S_ISREG(status.st_mode))
-        return {};
-    // The date of the last change to the inode betrays whoever sets dates back.
-    return u"%1 %2.%3 %4.%5 %6"_s.arg(status.st_size)
-        .arg(status.st_mtim.tv_sec)
-        .arg(status.st_mtim.tv_nsec)
-        .arg(status.st_ctim.tv_sec)
-        .arg(status.st_ctim.tv_nsec)
-        .arg(status.st_ino);
-#endif
-}
-
-bool isSettled(const QString& path)
-{
-    const QFileInfo info(path);
-    const QDateTime latest
-        = std::max(info.lastModified(), info.fileTime(QFileDevice::FileMetadataChangeTime));
-    return latest.msecsTo(QDateTime::currentDateTime()) > settlingTime;
+    to.close();
+    Digest digest = hash(target, progress);
+    digest.stamp = before;
+    digest.steady = FileStamp::of(from) == before;
+    return digest;
 }
 
 QDateTime dateOf(const QString& path)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "publisher/filestamp.h"
+
 #include <QDateTime>
 #include <QString>
 
@@ -13,23 +15,21 @@ namespace FileWork {
 struct Digest {
     /// Lower-case hexadecimal.
     QString md5;
-    QString error;
+    QString error = {};
+    /// What the file looked like before it was read.
+    FileStamp stamp = {};
+    /// Whether it looked the same afterwards.
+    bool steady = true;
 };
 
 /// `progress` may be null.
 Digest hash(const QString& path, Progress* progress);
 
-/// Copies a file, which shares the source's blocks until either is changed
-/// where the file system can do that, and tells the MD5 of the copy as it is
-/// written: a source that changes meanwhile shows. An existing target is
-/// overwritten. `progress` may be null.
+/// Copies a file and tells the MD5 of the copy as it is written: a source that
+/// changes meanwhile shows. Large copies share the source's blocks until either is
+/// changed where the file system can do that. An existing target is overwritten.
+/// `progress` may be null.
 Digest copy(const QString& source, const QString& target, Progress* progress);
-
-/// Size, dates and number of a file, for comparison; empty when it is missing.
-QString stamp(const QString& path);
-/// Whether the file's dates lie far enough back for a later change to show in
-/// its stamp, coarse as the clocks of file systems are.
-bool isSettled(const QString& path);
 
 /// The file's modification date.
 QDateTime dateOf(const QString& path);

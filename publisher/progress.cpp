@@ -94,9 +94,11 @@ QString Progress::line(const QString& title, Count done, Count total, qint64 mil
 
 void Progress::draw()
 {
+    if (!visible)
+        return;
     // Whoever finds another thread drawing goes on with its work.
     const std::unique_lock lock(drawing, std::try_to_lock);
-    if (!visible || !lock.owns_lock() || clock.elapsed() - lastDrawn < betweenDrawings)
+    if (!lock.owns_lock() || clock.elapsed() - lastDrawn < betweenDrawings)
         return;
     lastDrawn = clock.elapsed();
     const QString text = line(title, done(), total, lastDrawn);

@@ -1,13 +1,27 @@
 #include "publisher/publication.h"
 
+#include "publisher/manifestdraft.h"
 #include "publisher/names.h"
 #include "publisher/removalplan.h"
-#include "update/patchmanifest.h"
 
 #include <QDir>
 #include <QFile>
 
+#include <functional>
+#include <utility>
+
 namespace {
+
+using TakeEntry = std::function<void(const ManifestDraft::Entry&)>;
+
+/// For manifests written by hand.
+void readAsLaunchersDo(const QString& manifestPath, const TakeEntry& take)
+{
+    // An entry without a path offset means "Data", whatever the separator.
+    const PatchManifest manifest(manifestPath, u'/');
+    for (qint64 n = 1; n <= manifest.entryCount(); ++n)
+        take({ manifest.entry(n), manifest.hash(n) });
+}
 
 /// Relative to the client folder, with "/".
 QString pathInClient(const PatchManifestEntry& entry, const QString& name)
@@ -17,28 +31,18 @@ QString pathInClient(const PatchManifestEntry& entry, const QString& name)
     return path.startsWith(u'/') ? path.sliced(1) : path;
 }
 
-void takeFile(
-    const PatchManifestEntry& entry, const QString& hash, const QString& kind, Publication& target)
-{
-    const QString path = pathInClient(entry, entry.name);
-    const QString place = pathOnServer(kind, entry.urlOffset, entry.name);
-    target.files.insert(path, { path, hash, QDir::cleanPath(place) });
-}
+/// Makes a publication of the entries as they come.
+class Reader {
+public:
+    explicit Reader(QString manifestKind)
+        : kind(std::move(manifestKind))
+    {
+    }
 
-} // namespace
-
-Publication readPublication(const QString& manifestPath, const QString& kind)
-{
-    Publication publication;
-    if (!QFile::exists(manifestPath))
-        return publication;
-    // An entry without a path offset means "Data", whatever the separator.
-    const PatchManifest manifest(manifestPath, u'/');
-    QString firstName;
-    for (qint64 n = 1; n <= manifest.entryCount(); ++n) {
-        const PatchManifestEntry entry = manifest.entry(n);
-        const QString hash = manifest.hash(n);
-        if (n == 1)
+    void take(const ManifestDraft::Entry& given)
+    {
+        const PatchManifestEntry& entry = given.content;
+        if (++count == 1)
             firstName = entry.name;
         if (!entry.save)
             publication.removals.append(
@@ -46,8 +50,36 @@ Publication readPublication(const QString& manifestPath, const QString& kind)
                   entry.dirOnly });
         else if (entry.dirOnly)
             publication.folders.insert(pathInClient(entry, entry.name));
-        else if (!isNamePlate(entry, hash))
-            takeFile(entry, hash, kind, publication);
+        else if (!isNamePlate(entry, given.hash))
+            takeFile(entry, given.hash);
     }
-    return publication;
+
+    Publication publication;
+
+private:
+    void takeFile(const PatchManifestEntry& entry, const QString& hash)
+    {
+        const QString path = pathInClient(entry, entry.name);
+        const QString place = pathOnServer(kind, entry.urlOffset, entry.name);
+        publication.files.insert(path, { path, hash, QDir::cleanPath(place) });
+    }
+
+    QString kind;
+    QString firstName;
+    qint64 count = 0;
+};
+
+} // namespace
+
+Publication readPublication(const QString& manifestPath, const QString& kind)
+{
+    QFile manifest(manifestPath);
+    if (!manifest.open(QIODevice::ReadOnly))
+        return {};
+    Reader own(kind);
+    if (ManifestDraft::readIni(manifest.readAll(), [&](const auto& entry) { own.take(entry); }))
+        return own.publication;
+    Reader foreign(kind);
+    readAsLaunchersDo(manifestPath, [&](const auto& entry) { foreign.take(entry); });
+    return foreign.publication;
 }

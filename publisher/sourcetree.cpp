@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -75,8 +76,8 @@ private:
                 tree.passedOver.append(path);
                 continue;
             }
-            const QString twin = seen.value(name.toCaseFolded());
-            seen.insert(name.toCaseFolded(), name);
+            QString& spelling = seen[name.toCaseFolded()];
+            const QString twin = std::exchange(spelling, name);
             if (!twin.isEmpty())
                 refuse(
                     u"names-differ-in-case"_s, path,
@@ -97,7 +98,19 @@ private:
 
     void add(const QFileInfo& info, const QString& path, const QStringList& above)
     {
-        const Refusal fault = faultOfName(path, info.fileName(), info.isDir());
+        // One look at the file decides in all but the rarest cases.
+        const FileStamp plain = FileStamp::ofUnlinked(info.filePath());
+        const bool isFolder = !plain.isFile() && info.isDir();
+        const Refusal fault = faultOfName(path, info.fileName(), isFolder);
+        if (fault.id.isEmpty() && plain.size > 0)
+            tree.files.append({ path, plain.size, plain });
+        else
+            addUncommon(info, path, above, fault);
+    }
+
+    void addUncommon(
+        const QFileInfo& info, const QString& path, const QStringList& above, const Refusal& fault)
+    {
         std::error_code error;
         (void)std::filesystem::symlink_status(info.filesystemFilePath(), error);
         if (!fault.id.isEmpty())
@@ -123,7 +136,7 @@ private:
                 u"Launchers take an empty answer for \"not modified\" and never get it. Give it "
                 "at least one byte."_s);
         else
-            tree.files.append({ path, info.size() });
+            tree.files.append({ path, info.size(), FileStamp::of(info.filePath()) });
     }
 
     void enter(const QFileInfo& info, const QString& path, const QStringList& above)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "publisher/filestamp.h"
 #include "publisher/refusal.h"
 
 #include <QList>
@@ -10,6 +11,8 @@ struct SourceFile {
     /// Relative to the source, with "/".
     QString path;
     qint64 size = 0;
+    /// As it was seen.
+    FileStamp stamp = {};
 
     QString name() const;
     /// Empty for a file directly in the source.

@@ -3,29 +3,36 @@
 #include "publisher/build.h"
 #include "publisher/filework.h"
 #include "publisher/hashcache.h"
+#include "publisher/parallel.h"
 #include "publisher/progress.h"
 #include "publisher/publication.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QThreadPool>
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
+// Files below this size are read in the order of their paths.
+constexpr qint64 large = qint64(64) << 10;
+
 /// Positions of the items, the largest first, so that no core is left alone
 /// with a large one at the end.
 QList<qsizetype> largestFirst(const QList<StagedFile>& items)
 {
     QList<qsizetype> order(items.size());
-    for (qsizetype i = 0; i < order.size(); ++i)
-        order[i] = i;
+    std::iota(order.begin(), order.end(), 0);
+    const auto rank = [&](qsizetype i) {
+        const qint64 size = items.at(i).file.size;
+        return size < large ? 0 : size;
+    };
     std::stable_sort(order.begin(), order.end(), [&](qsizetype one, qsizetype other) {
-        return items.at(one).file.size > items.at(other).file.size;
+        return rank(one) > rank(other);
     });
     return order;
 }
@@ -38,6 +45,17 @@ QString changedMeanwhile(const SourceFile& file)
 
 } // namespace
 
+QString StagedFile::serverPath(const QString& kind) const
+{
+    return "wow-client-patch/"_L1 + kind + u'/' + serverFolderOf(file, md5) + u'/' + file.name();
+}
+
+/// Each thread has a folder of its own, so that none waits for another's entry.
+QString Staging::copyOf(const QString& folder, int thread, qsizetype number)
+{
+    return folder + u'/' + QString::number(thread) + u'/' + QString::number(number);
+}
+
 Staging::Staging(
     const BuildRequest& buildRequest, const QHash<QString, PublishedFile>& publishedFiles,
     const HashCache& hashCache, QString stagingFolder)
@@ -48,83 +66,75 @@ Staging::Staging(
 {
 }
 
-void Staging::inParallel(
-    const QList<qsizetype>& order, const std::function<void(qsizetype)>& work) const
-{
-    QThreadPool pool;
-    pool.setMaxThreadCount(request.threads);
-    for (const qsizetype i : order) {
-        if (request.threads > 1)
-            pool.start([&work, i] { work(i); });
-        else
-            work(i);
-    }
-    pool.waitForDone();
-}
-
-QList<StagedFile> Staging::run(const QList<SourceFile>& files)
+QList<StagedFile> Staging::run(QList<SourceFile> files)
 {
     QList<StagedFile> items;
+    items.reserve(files.size());
     Progress::Count total;
-    for (const SourceFile& file : files) {
-        items.append({ .file = file });
+    for (SourceFile& file : files) {
         ++total.files;
         total.bytes += file.size;
+        items.append({ .file = std::move(file) });
     }
+    files.clear();
     Progress progress(u"publishing"_s, total);
     StagedFile* const first = items.data();
-    const QList<qsizetype> order = largestFirst(items);
-    inParallel(order, [&](qsizetype i) { stage(first[i], i, progress); });
+    Parallel::run(
+        request.threads, largestFirst(items), [&](qsizetype i) { return first[i].file.size; },
+        [&](qsizetype i, int thread) {
+            stage(first[i], { thread, copyOf(folder, thread, i) }, progress);
+        });
     return items;
 }
 
-void Staging::stage(StagedFile& item, qsizetype number, Progress& progress) const
+void Staging::stage(StagedFile& item, const Shelf& shelf, Progress& progress) const
 {
-    const QString path = request.source + u'/' + item.file.path;
-    const QString copy = folder + u'/' + QString::number(number);
-    item.stamp = FileWork::stamp(path);
     if (!request.rehash)
-        item.md5 = cache.find(path);
+        item.md5 = cache.find(request.source + u'/' + item.file.path, item.file.stamp);
     if (item.md5.isEmpty())
-        read(item, copy, progress);
+        read(item, shelf, progress);
     else
         progress.addBytes(item.file.size);
     if (item.error.isEmpty())
-        compareWithTree(item, copy);
-    if (item.error.isEmpty() && FileWork::stamp(path) != item.stamp)
-        item.error = changedMeanwhile(item.file);
+        compareWithTree(item, shelf);
     progress.addFile();
 }
 
-void Staging::read(StagedFile& item, const QString& copy, Progress& progress) const
+void Staging::read(StagedFile& item, const Shelf& shelf, Progress& progress) const
 {
     const QString path = request.source + u'/' + item.file.path;
-    const bool copies = !request.dryRun && isCertainlyNew(item.file);
-    const FileWork::Digest digest
-        = copies ? FileWork::copy(path, copy, &progress) : FileWork::hash(path, &progress);
-    item.md5 = digest.md5;
-    item.error = digest.error;
-    if (copies)
-        item.copy = copy;
+    if (request.dryRun || !isCertainlyNew(item.file)) {
+        take(item, FileWork::hash(path, &progress));
+    } else {
+        take(item, FileWork::copy(path, shelf.path, &progress));
+        item.copiedBy = shelf.thread;
+    }
 }
 
-void Staging::compareWithTree(StagedFile& item, const QString& copy) const
+/// What has come out of reading the source.
+void Staging::take(StagedFile& item, const FileWork::Digest& digest)
 {
-    item.serverPath = "wow-client-patch/"_L1 + request.kind + u'/'
-        + serverFolderOf(item.file, item.md5) + u'/' + item.file.name();
-    item.inPlace = hashInTree(request.server + u'/' + item.serverPath) == item.md5;
-    if (item.inPlace && !item.copy.isEmpty()) {
-        QFile::remove(item.copy);
-        item.copy.clear();
-    }
-    if (item.inPlace || request.dryRun || !item.copy.isEmpty())
-        return;
-    item.copy = copy;
-    const FileWork::Digest digest
-        = FileWork::copy(request.source + u'/' + item.file.path, copy, nullptr);
     item.error = digest.error;
-    if (digest.error.isEmpty() && digest.md5 != item.md5)
+    const bool sameContent = item.md5.isEmpty() || item.md5 == digest.md5;
+    if (digest.error.isEmpty() && !(digest.steady && sameContent))
         item.error = changedMeanwhile(item.file);
+    item.md5 = digest.md5;
+    item.file.stamp = digest.stamp;
+}
+
+void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
+{
+    const QString place = request.server + u'/' + item.serverPath(request.kind);
+    item.served = FileStamp::of(place);
+    item.inPlace = item.served.isFile() && hashInTree(place, item.served) == item.md5;
+    if (item.inPlace && item.copiedBy >= 0) {
+        QFile::remove(shelf.path);
+        item.copiedBy = -1;
+    }
+    if (item.inPlace || request.dryRun || item.copiedBy >= 0)
+        return;
+    item.copiedBy = shelf.thread;
+    take(item, FileWork::copy(request.source + u'/' + item.file.path, shelf.path, nullptr));
 }
 
 /// A file that the live manifest lacks, or has in another size, is read and
@@ -136,10 +146,8 @@ bool Staging::isCertainlyNew(const SourceFile& file) const
         || QFileInfo(request.server + u'/' + before->serverPath).size() != file.size;
 }
 
-QString Staging::hashInTree(const QString& path) const
+QString Staging::hashInTree(const QString& path, const FileStamp& stamp) const
 {
-    if (FileWork::stamp(path).isEmpty())
-        return {};
-    const QString known = request.rehash ? QString() : cache.find(path);
+    const QString known = request.rehash ? QString() : cache.find(path, stamp);
     return known.isEmpty() ? FileWork::hash(path, nullptr).md5 : known;
 }

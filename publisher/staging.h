@@ -1,12 +1,11 @@
 #pragma once
 
+#include "publisher/filework.h"
 #include "publisher/sourcetree.h"
 
 #include <QHash>
 #include <QList>
 #include <QString>
-
-#include <functional>
 
 class HashCache;
 class Progress;
@@ -16,17 +15,23 @@ struct PublishedFile;
 /// A source file on its way to the server folder.
 struct StagedFile {
     SourceFile file;
-    /// What the file looked like before it was read.
-    QString stamp = {};
     QString md5 = {};
-    /// Where it belongs, relative to the server folder.
-    QString serverPath = {};
-    /// Its copy, ready to be moved there; empty when the file is there already
-    /// or nothing is to be written.
-    QString copy = {};
+    /// What lies in its place on the server.
+    FileStamp served = {};
+    /// The thread that has made a copy of it, ready to be moved to its place;
+    /// negative when the file is there already or nothing is to be written.
+    int copiedBy = -1;
     /// Whether a right copy was in its place before.
     bool inPlace = false;
+    /// Whether the manifest that is live leads there.
+    bool wasLive = false;
+    /// Where it leads instead for this path, and whether to the same content.
+    QString before = {};
+    bool sameBefore = false;
     QString error = {};
+
+    /// Where it belongs, relative to the server folder.
+    QString serverPath(const QString& kind) const;
 };
 
 /// Hashes the source's files and copies what the server folder lacks, on all
@@ -38,16 +43,23 @@ public:
         const BuildRequest& request, const QHash<QString, PublishedFile>& published,
         const HashCache& cache, QString folder);
 
-    QList<StagedFile> run(const QList<SourceFile>& files);
+    QList<StagedFile> run(QList<SourceFile> files);
+    /// Where the copy of an item is kept.
+    static QString copyOf(const QString& folder, int thread, qsizetype number);
 
 private:
-    void
-    inParallel(const QList<qsizetype>& order, const std::function<void(qsizetype)>& work) const;
-    void stage(StagedFile& item, qsizetype number, Progress& progress) const;
-    void read(StagedFile& item, const QString& copy, Progress& progress) const;
-    void compareWithTree(StagedFile& item, const QString& copy) const;
+    /// Where a copy would be made, and by which thread.
+    struct Shelf {
+        int thread;
+        QString path;
+    };
+
+    void stage(StagedFile& item, const Shelf& shelf, Progress& progress) const;
+    void read(StagedFile& item, const Shelf& shelf, Progress& progress) const;
+    static void take(StagedFile& item, const FileWork::Digest& digest);
+    void compareWithTree(StagedFile& item, const Shelf& shelf) const;
     bool isCertainlyNew(const SourceFile& file) const;
-    QString hashInTree(const QString& path) const;
+    QString hashInTree(const QString& path, const FileStamp& stamp) const;
 
     const BuildRequest& request;
     const QHash<QString, PublishedFile>& published;

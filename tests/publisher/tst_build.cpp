@@ -1,5 +1,4 @@
 #include "publisher/build.h"
-#include "publisher/filework.h"
 #include "publisher/hashcache.h"
 #include "publisher/treelock.h"
 #include "tests/publisher/buildfixture.h"
@@ -577,35 +576,11 @@ private slots:
         damage(copy, "FIRST A");
         // The cache vouches for the damaged copy as it looks now.
         HashCache lying = HashCache::forTarget(server("wow-client-patch/live"));
-        lying.remember(copy, FileWork::stamp(copy), placeOf("Data/a.mpq").section('/', -2, -2));
+        lying.remember(copy, FileStamp::of(copy), placeOf("Data/a.mpq").section('/', -2, -2));
         lying.save();
         BuildRequest again = request();
         again.rehash = rehash;
         QTEST(pathsOf(published(again).repaired), "repaired");
-    }
-
-    void brokenCacheIsIgnored_data()
-    {
-        QTest::addColumn<QByteArray>("content");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("cut short") << QByteArray("{\"/x\":[\"1");
-        QTest::newRow("other types") << QByteArray("{\"/x\":7,\"/y\":[[],{}]}");
-    }
-
-    void brokenCacheIsIgnored()
-    {
-        QFETCH(QByteArray, content);
-        const QString path = ApplicationFolder::path("cache/hashes.json");
-        writeFile(path, content);
-        put("a", "x");
-        HashCache cache(path);
-        QCOMPARE(cache.find("/x"), QString());
-        QCOMPARE(cache.find(source("a")), QString());
-        cache.remember(source("a"), FileWork::stamp(source("a")), "0cc");
-        cache.save();
-        QCOMPARE(HashCache(path).find(source("a")), QString("0cc"));
-        damage(source("a"), "y");
-        QCOMPARE(HashCache(path).find(source("a")), QString());
     }
 
     void sourceEditedInPlaceIsNoticed()

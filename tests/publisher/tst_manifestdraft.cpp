@@ -4,6 +4,8 @@
 
 #include <QRegularExpression>
 
+#include <optional>
+
 using namespace TestSupport;
 
 namespace {
@@ -15,6 +17,15 @@ QString written(const QByteArray& manifest)
     const QString path = ApplicationFolder::path(QString("patch-%1.ini").arg(++count));
     writeFile(path, manifest);
     return path;
+}
+
+/// What is read without the settings layer; nothing if it is needed.
+std::optional<ManifestDraft> readBack(const QByteArray& text)
+{
+    ManifestDraft draft;
+    const bool whole = ManifestDraft::readIni(
+        text, [&](const ManifestDraft::Entry& entry) { draft.entries.append(entry); });
+    return whole ? std::optional(draft) : std::nullopt;
 }
 
 } // namespace
@@ -79,6 +90,41 @@ private slots:
         QCOMPARE(manifest.name(3), name);
         QCOMPARE(manifest.hash(3), QString("0cc2"));
         QCOMPARE(draft.differenceTo(path), QString());
+        // Without the settings layer the same.
+        const std::optional<ManifestDraft> read = readBack(draft.toIni());
+        QVERIFY(read);
+        QCOMPARE(read->entries.size(), 3);
+        QCOMPARE(read->differenceTo(path), QString());
+    }
+
+    /// Whatever the settings layer might read differently is left to it.
+    void onlyItsOwnTextIsReadWithoutTheSettingsLayer()
+    {
+        ManifestDraft draft;
+        draft.entries = { ManifestDraft::folder("Data", '\\'),
+                          ManifestDraft::file("Data/@\"ä\\.mpq", "Data/0cc", "0cc", '\\'),
+                          { { .save = false,
+                              .dirOnly = true,
+                              .pathOffset = "A\\B",
+                              .urlOffset = "",
+                              .name = "c" },
+                            "" } };
+        const QByteArray text = draft.toIni();
+        QVERIFY(readBack(text));
+        for (qsizetype size = 0; size < text.size(); ++size)
+            QVERIFY2(!readBack(text.left(size)), qPrintable(QString::number(size)));
+        for (qsizetype i = 0; i < text.size(); ++i) {
+            for (const char byte : { '"', '\\', '\n', '@', '=', ';', '0', '9', '\xff' }) {
+                QByteArray other = text;
+                other[i] = byte;
+                const std::optional<ManifestDraft> read = readBack(other);
+                QVERIFY2(!read || read->toIni() == other, other.constData());
+                other = text.left(i) + byte + text.sliced(i);
+                QVERIFY2(!readBack(other) || readBack(other)->toIni() == other, other.constData());
+            }
+        }
+        for (const char* line : { "\n", "x=1\n", "file1-save=true\n", "[Other]\n", " " })
+            QVERIFY2(!readBack(text + line), line);
     }
 
     void separatorOfThePlayers_data()

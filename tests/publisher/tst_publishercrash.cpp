@@ -139,7 +139,7 @@ private slots:
         // On one file, since a sanitizer writes too.
         QTest::newRow("full disk, at a patch file") << "write"
                                                     << "ENOSPC"
-                                                    << "wow-client-patch/.halden-publish/0";
+                                                    << "wow-client-patch/.halden-publish/0/0";
         QTest::newRow("full disk, at the manifest") << "write"
                                                     << "ENOSPC"
                                                     << ".patch.ini.halden-publish";
