@@ -13,7 +13,7 @@ CheckedManifest read(
 }
 
 QList<Finding> findings(
-    const CheckedManifest& manifest, const CheckedPlayers& players, const QList<Effect>& run,
+    const CheckedManifest& manifest, const CheckedPlayers& players, const RehearsedRun& run,
     const QString& tree)
 {
     QList<Finding> found = CheckReading::findings(manifest.path, manifest.subject);

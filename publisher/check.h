@@ -13,7 +13,7 @@ CheckedManifest read(
 /// All findings about one manifest, in the order of its entries. `run` is its
 /// rehearsal, `tree` the published files or empty.
 QList<Finding> findings(
-    const CheckedManifest& manifest, const CheckedPlayers& players, const QList<Effect>& run,
+    const CheckedManifest& manifest, const CheckedPlayers& players, const RehearsedRun& run,
     const QString& tree);
 
 } // namespace Check

@@ -141,15 +141,15 @@ public:
             path.prepend(players.separator);
     }
 
-    QJsonObject json() const
+    QJsonObject json(int realm) const
     {
         QJsonObject object{
             { u"action"_s, word(effect.action) },
             { u"entry"_s, effect.entry },
             { u"path"_s, path },
         };
-        if (effect.realm > 0)
-            object.insert(u"realm"_s, effect.realm);
+        if (realm > 0)
+            object.insert(u"realm"_s, realm);
         if (effect.action == Action::FetchFile)
             object.insert(u"from"_s, effect.source);
         if (effect.outcome == Outcome::Failed)
@@ -194,11 +194,12 @@ countOf(const CheckedManifest& manifest, const QList<Effect>& run, Action action
 /// What is the same for several realm entries stands on one line.
 class EffectList {
 public:
-    void add(const QString& text, int realm)
+    void add(const QString& text, const QList<int>& alike)
     {
         if (!realms.contains(text))
             texts.append(text);
-        realms[text].append(realm);
+        for (const int realm : alike)
+            realms[text].append(realm);
     }
 
     void print(Output& output) const
@@ -208,8 +209,10 @@ public:
     }
 
 private:
-    static QString realmNote(const QList<qint64>& numbers)
+    static QString realmNote(QList<qint64> numbers)
     {
+        std::sort(numbers.begin(), numbers.end());
+        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
         if (numbers == QList<qint64>{ 0 })
             return {};
         const QString list = Findings::numberList(numbers);
@@ -220,14 +223,22 @@ private:
     QHash<QString, QList<qint64>> realms;
 };
 
+/// The realm entries in whose clients it happens. Only what happens while a client
+/// is installed is the same for several.
+QList<int> realmsOf(const Effect& effect, const RehearsedRun& run)
+{
+    return effect.phase == Phase::Installation ? run.realmsLike(effect.realm)
+                                               : QList<int>{ effect.realm };
+}
+
 /// What the rehearsal comes to: numbers, and each removal by itself, since
 /// removals differ from one realm entry to the next.
 void describe(
-    const CheckedManifest& manifest, const Request& request, const QList<Effect>& run,
+    const CheckedManifest& manifest, const Request& request, const RehearsedRun& run,
     Output& output)
 {
     const auto count = [&](Action action, int realm) {
-        return countOf(manifest, run, action, realm);
+        return countOf(manifest, run.effects, action, realm);
     };
     output.line(
         u"%1: each of the two update runs of a new player makes %2 folders in the cache, fetches "
@@ -238,21 +249,35 @@ void describe(
             .arg(count(Action::CreateFolder, 1))
             .arg(count(Action::InstallFile, 1)));
     EffectList list;
-    for (const Effect& effect : run) {
+    for (const Effect& effect : run.effects) {
         const bool aimsAtNothing = effect.phase == Phase::Reconciliation
             && removesOnlyByPlates(manifest.content.entry(effect.entry));
         if (request.details || (isRemoval(effect) && !aimsAtNothing))
-            list.add(EffectView(effect, request.players).text(), effect.realm);
+            list.add(EffectView(effect, request.players).text(), realmsOf(effect, run));
     }
     list.print(output);
 }
 
-QJsonObject
-toJson(const CheckedManifest& manifest, const Request& request, const QList<Effect>& run)
+/// Every effect, in the order in which it happens.
+QJsonArray effectsToJson(const RehearsedRun& run, const CheckedPlayers& players)
 {
     QJsonArray effects;
-    for (const Effect& effect : run)
-        effects.append(EffectView(effect, request.players).json());
+    for (const Effect& effect : run.effects) {
+        if (effect.phase != Phase::Installation)
+            effects.append(EffectView(effect, players).json(effect.realm));
+    }
+    for (int realm = 1; realm <= run.likeRealm.size(); ++realm) {
+        for (const Effect& effect : run.effects) {
+            if (effect.phase == Phase::Installation && effect.realm == run.likeRealm.at(realm - 1))
+                effects.append(EffectView(effect, players).json(realm));
+        }
+    }
+    return effects;
+}
+
+QJsonObject toJson(const CheckedManifest& manifest, const Request& request, const RehearsedRun& run)
+{
+    const QJsonArray effects = effectsToJson(run, request.players);
     return {
         { u"manifest"_s, manifest.subject },
         { u"kind"_s, manifest.kind },
@@ -269,9 +294,10 @@ ExitCode inspect(const Request& request, const QCommandLineParser& parser, Outpu
     for (const Request::Manifest& named : request.manifests) {
         const CheckedManifest manifest = Check::read(
             named.path, QFileInfo(named.path).fileName(), named.kind, request.players);
-        const QList<Effect> run = CheckEffects::firstRun(manifest, request.players);
+        const RehearsedRun run = CheckEffects::firstRun(manifest, request.players);
         describe(manifest, request, run, output);
-        manifests.append(toJson(manifest, request, run));
+        if (output.form() == Output::Form::Json)
+            manifests.append(toJson(manifest, request, run));
         found += Check::findings(manifest, request.players, run, request.tree);
     }
     output.set(u"manifests"_s, manifests);

@@ -309,18 +309,20 @@ public:
     {
     }
 
-    void add(FindingId id, qint64 entry, int realm, const QString& path)
+    void add(FindingId id, qint64 entry, const QList<int>& realms, const QString& path)
     {
         Group& group = groups[{ entry, id }];
         if (group.realms.isEmpty())
             group.path = path;
-        group.realms.append(realm);
+        for (const int realm : realms)
+            group.realms.append(realm);
     }
 
-    QList<Finding> findings() const
+    QList<Finding> findings()
     {
         QList<Finding> found;
-        for (auto group = groups.cbegin(); group != groups.cend(); ++group) {
+        for (auto group = groups.begin(); group != groups.end(); ++group) {
+            std::sort(group->realms.begin(), group->realms.end());
             const auto& [entry, id] = group.key();
             found.append(manifest.finding(id, entry, sentence(id, *group)));
         }
@@ -369,19 +371,99 @@ QList<Effect> effectsOf(const QList<Effect>& run, int realm)
     return own;
 }
 
-QList<Finding> removalFindings(
-    const CheckedManifest& manifest, const CheckedPlayers& players, const QList<Effect>& run)
+bool isRemoval(const PatchManifestEntry& entry)
 {
+    return !entry.save;
+}
+
+QList<Finding> removalFindings(
+    const CheckedManifest& manifest, const CheckedPlayers& players, const RehearsedRun& run)
+{
+    const QList<PatchManifestEntry>& entries = manifest.content.entries;
+    // Nothing else can be wrong with what a manifest removes.
+    if (std::none_of(entries.cbegin(), entries.cend(), isRemoval))
+        return {};
     RealmFindings gathered(manifest);
     for (int realm = 1; realm <= players.realms; ++realm) {
-        const QList<Effect> own = effectsOf(run, realm);
+        const QList<int> alike = run.realmsLike(realm);
+        if (alike.isEmpty())
+            continue;
+        const QList<Effect> own = effectsOf(run.effects, realm);
         RealmCheck(manifest, players.separator, realm, own)
             .run([&](FindingId id, qint64 entry, const QString& path) {
-                gathered.add(id, entry, realm, path);
+                gathered.add(id, entry, alike, path);
             });
     }
     return gathered.findings();
 }
+
+/// Which realm entries a manifest treats alike.
+class RealmClasses {
+public:
+    RealmClasses(const CheckedManifest& checked, const CheckedPlayers& players)
+        : manifest(checked)
+        , separator(players.separator)
+        , isPlain(!hasRemovals())
+        , isConfined(!leavesItsFolders())
+    {
+    }
+
+    /// For each realm entry the first one that is like it.
+    QList<int> of(int realms) const
+    {
+        QList<int> likeRealm;
+        QHash<QString, int> firstOfName;
+        for (int realm = 1; realm <= realms; ++realm) {
+            int first = realm;
+            if (isConfined && !isAimedAt(realm)) {
+                first = firstOfName.value(nameFor(realm), realm);
+                firstOfName.insert(nameFor(realm), first);
+            }
+            likeRealm.append(first);
+        }
+        return likeRealm;
+    }
+
+private:
+    bool hasRemovals() const
+    {
+        const QList<PatchManifestEntry>& entries = manifest.content.entries;
+        return std::any_of(entries.cbegin(), entries.cend(), isRemoval);
+    }
+
+    /// A path may lead from one client into another.
+    bool leavesItsFolders() const
+    {
+        const auto climbs = [this](const PatchManifestEntry& entry) {
+            return (entry.pathOffset.contains(".."_L1) || entry.name.contains(".."_L1))
+                && RehearsalTree::split(entry.pathOffset + u'/' + entry.name, separator)
+                       .contains(".."_L1);
+        };
+        const QList<PatchManifestEntry>& entries = manifest.content.entries;
+        const QHash<qint64, QString>& further = manifest.content.furtherNames;
+        return std::any_of(entries.cbegin(), entries.cend(), climbs)
+            || std::any_of(further.cbegin(), further.cend(), [](const QString& name) {
+                   return name.contains(".."_L1);
+               });
+    }
+
+    /// While the cache is compared, a removal acts on the realm of its own number.
+    bool isAimedAt(int realm) const
+    {
+        return realm <= manifest.content.count() && isRemoval(manifest.content.entry(realm));
+    }
+
+    /// What removals take from the entry with the realm's number.
+    QString nameFor(int realm) const
+    {
+        return isPlain ? QString() : manifest.content.name(realm);
+    }
+
+    const CheckedManifest& manifest;
+    QChar separator;
+    bool isPlain;
+    bool isConfined;
+};
 
 /// Removal n looks for realm entry n, and a player with fewer has none.
 QList<Finding> rootFindings(
@@ -407,6 +489,17 @@ QList<Finding> rootFindings(
 
 } // namespace
 
+QList<int> RehearsedRun::realmsLike(int realm) const
+{
+    QList<int> realms;
+    for (int other = 1; other <= likeRealm.size(); ++other) {
+        if (likeRealm.at(other - 1) == realm)
+            realms.append(other);
+    }
+    const bool ownOnly = realm < 1 || realm > likeRealm.size();
+    return ownOnly ? QList<int>{ realm } : realms;
+}
+
 namespace CheckEffects {
 
 QString shownPath(const QString& path, QChar separator)
@@ -422,7 +515,7 @@ QString shownPath(const QString& path, QChar separator)
     return names.join(separator);
 }
 
-QList<Effect> firstRun(const CheckedManifest& manifest, const CheckedPlayers& players)
+RehearsedRun firstRun(const CheckedManifest& manifest, const CheckedPlayers& players)
 {
     const bool test = manifest.kind == "test"_L1;
     RehearsedPlayer player;
@@ -435,14 +528,22 @@ QList<Effect> firstRun(const CheckedManifest& manifest, const CheckedPlayers& pl
     Rehearsal rehearsal(
         player, test ? std::nullopt : std::optional(manifest.content),
         test ? std::optional(manifest.content) : std::nullopt, completeServer(manifest));
-    return rehearsal.run(tree);
+    RehearsedRun run;
+    run.likeRealm = RealmClasses(manifest, players).of(players.realms);
+    run.effects = rehearsal.reconcile(tree);
+    run.effects += rehearsal.download(tree);
+    for (int realm = 1; realm <= players.realms; ++realm) {
+        if (run.likeRealm.at(realm - 1) == realm)
+            run.effects += rehearsal.installRealm(tree, realm);
+    }
+    return run;
 }
 
 QList<Finding>
-findings(const CheckedManifest& manifest, const CheckedPlayers& players, const QList<Effect>& run)
+findings(const CheckedManifest& manifest, const CheckedPlayers& players, const RehearsedRun& run)
 {
-    return FolderCheck(manifest, players.separator, run).findings()
-        + removalFindings(manifest, players, run) + rootFindings(manifest, players, run);
+    return FolderCheck(manifest, players.separator, run.effects).findings()
+        + removalFindings(manifest, players, run) + rootFindings(manifest, players, run.effects);
 }
 
 } // namespace CheckEffects

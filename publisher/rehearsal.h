@@ -107,6 +107,8 @@ public:
     bool hasDownloads() const;
     QList<Effect> download(RehearsalTree& tree);
     QList<Effect> install(RehearsalTree& tree) const;
+    /// The same for one realm entry.
+    QList<Effect> installRealm(RehearsalTree& tree, int realm) const;
 
 private:
     struct Queued {
@@ -115,7 +117,6 @@ private:
     };
 
     QList<Effect> reconcileKind(RehearsalTree& tree, const QString& kind);
-    QList<Effect> installRealm(RehearsalTree& tree, int realm) const;
     void queueIfChanged(const RehearsalTree& tree, const QString& kind, qint64 n);
     Effect removalByNumber(const QString& kind, qint64 n) const;
     Effect removalByRealm(const QString& kind, qint64 n, int realm) const;

@@ -39,7 +39,7 @@ qsizetype inspect(const QString& path, quint32 index)
     readAsLauncher(path, players.separator);
     const CheckedManifest manifest
         = Check::read(path, u"patch.ini"_s, index % 3 == 0 ? u"test"_s : u"live"_s, players);
-    const QList<Effect> run = CheckEffects::firstRun(manifest, players);
+    const RehearsedRun run = CheckEffects::firstRun(manifest, players);
     qsizetype characters = 0;
     const QList<Finding> findings
         = Check::findings(manifest, players, run, index % 5 == 0 ? u"/"_s : QString());

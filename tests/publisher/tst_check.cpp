@@ -1,3 +1,4 @@
+#include "publisher/check.h"
 #include "publisher/checkreading.h"
 #include "publisher/finding.h"
 #include "tests/publisher/commandrun.h"
@@ -244,6 +245,35 @@ private slots:
             QStringList({ "remove-file Data\\old.mpq", "create-cache-folder live\\Data",
                           "fetch live\\Data\\a.mpq", "remove-file Data\\old.mpq",
                           "create-folder Data", "install Data\\a.mpq" }));
+    }
+
+    /// What is rehearsed once for several realm entries would come out the same for
+    /// each of them.
+    void realmEntriesThatAreAlike_data()
+    {
+        QTest::addColumn<QStringList>("rows");
+        QTest::addColumn<QList<int>>("like");
+        QTest::newRow("no removal") << dataFolder + file(2, "a.mpq") << QList<int>{ 1, 1, 1, 1 };
+        QTest::newRow("name plates") << file(1, "x", "halden-vacant", "")
+                + file(2, "x", "halden-vacant", "") + removal(3, "halden-vacant")
+                                     << QList<int>{ 1, 1, 3, 4 };
+        QTest::newRow("aimed at a realm")
+            << dataFolder + removal(2, "a") + file(3, "Data") << QList<int>{ 1, 2, 1, 4 };
+        QTest::newRow("other names") << file(1, "a") + file(2, "b") + file(3, "a") + file(4, "b")
+                + removal(5, "c") << QList<int>{ 1, 2, 1, 2 };
+        QTest::newRow("into another client")
+            << dataFolder + file(2, "a.mpq", "..\\\\client 2") << QList<int>{ 1, 2, 3, 4 };
+    }
+
+    void realmEntriesThatAreAlike()
+    {
+        QFETCH(QStringList, rows);
+        CheckedPlayers players;
+        players.realms = 4;
+        const CheckedManifest checked
+            = Check::read(manifest(count(5) + rows), "patch.ini", "live", players);
+        const RehearsedRun run = CheckEffects::firstRun(checked, players);
+        QTEST(run.likeRealm, "like");
     }
 
     /// Whatever the settings layer writes, it also reads as it was meant.
