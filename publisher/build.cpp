@@ -67,8 +67,26 @@ public:
     }
 
 private:
+    /// Bytes that are to be copied, found by reading and without copying.
+    qint64 bytesToCopy()
+    {
+        BuildRequest looking = request;
+        looking.dryRun = true;
+        qint64 bytes = 0;
+        const QList<StagedFile> found
+            = Staging(looking, published, cache, stagingFolder).run(source.files);
+        for (const StagedFile& item : found)
+            bytes += item.inPlace ? 0 : item.file.size;
+        return bytes;
+    }
+
     void proceed()
     {
+        const auto needed = [this] {
+            return bytesToCopy();
+        };
+        if (!request.dryRun && !attempt(Precheck::withoutRoom(request.server, source, needed)))
+            return;
         items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
         for (const StagedFile& item : items)
             attempt(item.error);

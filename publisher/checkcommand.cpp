@@ -95,14 +95,20 @@ std::optional<Request> readRequest(const QCommandLineParser& parser, Output& out
 bool isReadable(const Request& request, Output& output)
 {
     if (!request.tree.isEmpty() && !QFileInfo(request.tree).isDir()) {
-        output.error(u"there is no folder %1"_s.arg(request.tree));
+        output.error(
+            u"there is no folder \"%1\"; --tree takes the folder that the web server serves"_s.arg(
+                request.tree));
         return false;
     }
     for (const Request::Manifest& manifest : request.manifests) {
         const QFileInfo file(manifest.path);
         const bool expected = QDir(request.tree) == file.dir();
         if (!file.isReadable() && !expected) {
-            output.error(u"cannot read %1"_s.arg(manifest.path));
+            output.error(
+                u"\"%1\" cannot be read: %2. Name a server tree, or a manifest that you may read"_s
+                    .arg(
+                        manifest.path,
+                        file.exists() ? u"no right to"_s : u"there is no such file or folder"_s));
             return false;
         }
     }

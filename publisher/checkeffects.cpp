@@ -137,6 +137,11 @@ private:
         const bool conflict = folders.contains(place(entry.pathOffset + u'/' + entry.name));
         if (effect.outcome != Outcome::Failed || !fetched.contains(effect.entry) || conflict)
             return;
+        if (place(entry.pathOffset + u'/' + entry.name) == place(u"Data"_s)) {
+            add(FindingId::TargetConflict, effect.entry,
+                u"Every client has a folder \"Data\", so no file of this name can be installed."_s);
+            return;
+        }
         add(FindingId::FolderTooLate, effect.entry,
             "The folder \""_L1 + entry.pathOffset + "\" comes after \""_L1 + entry.name
                 + "\": in a client that lacks the folder, an update run cannot install the file "
@@ -504,14 +509,26 @@ namespace CheckEffects {
 
 QString shownPath(const QString& path, QChar separator)
 {
-    QStringList names = RehearsalTree::canonical(path, u'/').split(u'/', Qt::SkipEmptyParts);
-    if (separator == u'\\')
-        names = names.join(u'/').replace(u'\\', u'/').split(u'/', Qt::SkipEmptyParts);
-    const bool cache = names.value(0) == "launcher"_L1;
-    if (cache)
-        names = names.mid(2);
-    else if (names.value(0).startsWith("client "_L1))
-        names.removeFirst();
+    const QStringList walked = RehearsalTree::split(path, separator);
+    QStringList names;
+    for (const QString& name : walked) {
+        if (name == ".."_L1 && !names.isEmpty())
+            names.removeLast();
+        else if (name != "."_L1 && name != ".."_L1)
+            names.append(name);
+    }
+    qsizetype depth = 0; // of the folder that the path is shown from
+    if (walked.value(0) == "launcher"_L1)
+        depth = 2;
+    else if (walked.value(0).startsWith("client "_L1))
+        depth = 1;
+    const QStringList base = walked.first(std::min(depth, walked.size()));
+    qsizetype common = 0;
+    while (common < base.size() && names.value(common) == base.at(common))
+        ++common;
+    names = names.mid(common);
+    for (; common < depth; ++common)
+        names.prepend(u".."_s); // it leads out, and must not look as if it did not
     return names.join(separator);
 }
 

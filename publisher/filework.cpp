@@ -43,6 +43,8 @@ QString wayOut(const QString& words)
         return u"Give yourself, or a group of yours, the right to it"_s;
     if (isAbout(std::errc::no_space_on_device))
         return u"Make room on that disk, with --prune for instance"_s;
+    if (isAbout(std::errc::file_exists) || isAbout(std::errc::not_a_directory))
+        return u"Move away the file that is in the folder's place"_s;
     if (isAbout(std::errc::no_such_file_or_directory))
         return u"See where it has gone"_s;
     return u"See that the disk is well and mounted for writing"_s;

@@ -15,8 +15,10 @@ struct Description {
 };
 
 constexpr std::array descriptions{
-    Description{ FindingId::ManifestMissing, "manifest-missing",
-                 "Publish the manifest under this name, beside the folder wow-client-patch." },
+    Description{
+        FindingId::ManifestMissing, "manifest-missing",
+        "Publish it with `halden-publish build`, which writes the manifest into the served "
+        "folder, beside wow-client-patch." },
     Description{ FindingId::ManifestMalformed, "manifest-malformed",
                  "Write it as an INI file in UTF-8, or let `halden-publish build` write it." },
     Description{ FindingId::ValueMisread, "value-misread",
@@ -72,8 +74,10 @@ constexpr std::array descriptions{
                  "Publish the right file, or set the hash to the MD5 of the one that is there." },
     Description{ FindingId::FileEmpty, "file-empty",
                  "Publish a file of at least one byte, or drop the entry." },
-    Description{ FindingId::FileNotPublished, "file-not-published",
-                 "Put the file there, or correct the url offset." },
+    Description{
+        FindingId::FileNotPublished, "file-not-published",
+        "Publish again with `halden-publish build`, which puts the file there; in a manifest "
+        "written by hand, correct the url offset." },
     Description{ FindingId::RemovalNeverEffective, "removal-never-effective",
                  "Let entries 1 to the largest number of realms that players have all bear the "
                  "name that is to go, and let no entry put it back." },
@@ -99,8 +103,10 @@ constexpr std::array descriptions{
                  "intermediate certificates." },
     Description{ FindingId::CertificateExpiring, "certificate-expiring",
                  "Renew the certificate, and see why it was not renewed by itself." },
-    Description{ FindingId::FileMissing, "file-missing",
-                 "Upload the file, or correct the url offset in the manifest." },
+    Description{
+        FindingId::FileMissing, "file-missing",
+        "Publish again with `halden-publish build`, which puts it there, and copy the folder "
+        "to the server if it lies elsewhere." },
     Description{ FindingId::FileUnreachable, "file-unreachable",
                  "Ask for the address with a browser and read the server's error log." },
     Description{ FindingId::LauncherFileMissing, "launcher-file-missing",
@@ -126,6 +132,28 @@ constexpr std::array descriptions{
     Description{ FindingId::PatchFileNotModified, "patch-file-not-modified",
                  "Ignore If-Modified-Since below wow-client-patch (nginx: if_modified_since "
                  "off;)." },
+    Description{ FindingId::DateAhead, "date-ahead",
+                 "Set the clocks right, this machine's and the server's. If an earlier publication "
+                 "had a wrong one, `halden-publish build --renew` dates the manifest now, and "
+                 "`build-launcher --renew` the launcher's files." },
+    Description{ FindingId::CachedTooLong, "cached-too-long",
+                 "Send Cache-Control: no-cache with everything but patch files (nginx: add_header "
+                 "Cache-Control no-cache;)." },
+    Description{ FindingId::NotAProgram, "not-a-program",
+                 "Publish it with `halden-publish build-launcher`, and purge it from any cache in "
+                 "front of the server." },
+    Description{ FindingId::DiffersFromTree, "differs-from-tree",
+                 "Purge it from any cache in front of the server, and see that this tree is what "
+                 "the server serves; copy it there if they are two." },
+    Description{ FindingId::MissingInTree, "missing-in-tree",
+                 "Name the folder that the server serves, or publish into this one with "
+                 "`halden-publish build` and `build-launcher`." },
+    Description{ FindingId::InfoMissing, "info-missing",
+                 "Write launcher.info into the served folder, a bit of HTML, and let the server "
+                 "give it out at /alert." },
+    Description{ FindingId::InfoFreezes, "info-freezes",
+                 "Shorten the text, take out absurd numbers (widths, padding, sizes, spans) and "
+                 "tables within tables." },
 };
 
 const Description& describe(FindingId id)
@@ -139,7 +167,7 @@ constexpr bool isInOrder()
         if (descriptions[i].id != static_cast<FindingId>(i))
             return false;
     }
-    return static_cast<std::size_t>(FindingId::PatchFileNotModified) + 1 == descriptions.size();
+    return static_cast<std::size_t>(FindingId::InfoFreezes) + 1 == descriptions.size();
 }
 static_assert(isInOrder(), "the table follows the enumeration");
 
@@ -176,8 +204,7 @@ QString toText(const Finding& finding)
 {
     const QString entry
         = finding.entry > 0 ? u", entry "_s + QString::number(finding.entry) : QString();
-    return finding.subject + entry + ": "_L1 + finding.text + " ["_L1 + finding.identifier()
-        + "]\n    "_L1 + finding.wayOut();
+    return finding.subject + entry + ": "_L1 + finding.text + " ["_L1 + finding.identifier() + u']';
 }
 
 QJsonObject toJson(const Finding& finding)

@@ -67,6 +67,14 @@ enum class FindingId {
     ExactDateAnsweredInFull,
     EarlierDateNotAnswered,
     PatchFileNotModified,
+    DateAhead,
+    CachedTooLong,
+    NotAProgram,
+    DiffersFromTree,
+    MissingInTree,
+    // The text in the launcher's window.
+    InfoMissing,
+    InfoFreezes,
 };
 
 /// One thing that would go wrong for players, and the way out of it.
@@ -89,7 +97,7 @@ namespace Findings {
 
 /// Every identifier in the order of the enumeration.
 QStringList identifiers();
-/// How the finding is shown: two lines, the second one the way out.
+/// How the finding is shown, above its way out.
 QString toText(const Finding& finding);
 QJsonObject toJson(const Finding& finding);
 /// "1", "2 and 3", "1, 2 and 5 to 8".

@@ -36,7 +36,8 @@ bool acceptsKnownOnly(const QCommandLineParser& parser, Output& output)
     for (const QString& identifier : accepted) {
         if (known.contains(identifier))
             continue;
-        output.error("there is no finding \""_L1 + identifier + u'"');
+        output.error(u"there is no finding \"%1\"; those that can be accepted are %2"_s.arg(
+            identifier, known.join(", "_L1)));
         return false;
     }
     return true;
@@ -54,6 +55,7 @@ ExitCode conclude(const QList<Finding>& findings, const QCommandLineParser& pars
         object.insert(u"accepted"_s, !counts);
         objects.append(object);
         output.line((counts ? QString() : u"(accepted) "_s) + Findings::toText(finding));
+        output.line("    "_L1 + finding.wayOut());
     }
     output.set(u"findings"_s, objects);
     const qsizetype passed = findings.size() - counting;

@@ -60,7 +60,8 @@ runCommand(Command& command, const QStringList& arguments, QIODevice& result, Ou
     if (accepted)
         code = command.run(parser, output);
     else
-        output.error(parser.errorText());
+        output.error(u"%1 (%2 %3 --help tells all options)"_s.arg(
+            parser.errorText(), programName, command.name()));
     output.finish(code);
     return code;
 }
@@ -85,8 +86,13 @@ ExitCode runCommandLine(
     Output output(result, messages);
     if (found != commands.end())
         return runCommand(**found, arguments.mid(1), result, output);
-    if (!word.isEmpty())
+    if (arguments.contains("--json"_L1))
+        output.setForm(Output::Form::Json);
+    if (word.isEmpty() || word == "--json"_L1)
+        output.error(u"give a command"_s);
+    else
         output.error(u"there is no command \"%1\""_s.arg(word));
     messages.write(overview(commands).toUtf8());
+    output.finish(ExitCode::Usage);
     return ExitCode::Usage;
 }

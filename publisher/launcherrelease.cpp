@@ -3,6 +3,7 @@
 #include "publisher/clock.h"
 #include "publisher/dates.h"
 #include "publisher/filework.h"
+#include "publisher/programfault.h"
 #include "publisher/treelock.h"
 #include "update/launcherfiles.h"
 #include "updater/programheader.h"
@@ -11,7 +12,6 @@
 #include <QFileInfo>
 
 #include <memory>
-#include <span>
 
 using namespace Qt::StringLiterals;
 
@@ -23,21 +23,17 @@ Refusal judge(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return { u"file-unreadable"_s, path, file.errorString() };
+        return { u"file-unreadable"_s, path,
+                 u"It cannot be read: %1. Give yourself the right to."_s.arg(file.errorString()) };
     const QByteArray head = file.read(static_cast<qint64>(Updater::programHeadSize));
-    const auto bytes
-        = std::as_bytes(std::span(head.constData(), static_cast<std::size_t>(head.size())));
-    // Players on Linux are developers, on machines of any kind; their programs are
-    // published the same way.
-    const Updater::ProgramKind kind = head.startsWith("\x7f")
-        ? Updater::ProgramKind{ Updater::ProgramFormat::Elf, {} }
-        : Updater::windowsProgram;
-    const char* const fault
-        = Updater::findFault(kind, bytes, static_cast<std::uint64_t>(file.size()));
-    if (fault == nullptr)
+    const QString fault = faultOfProgram(head, file.size());
+    if (fault.isEmpty())
         return {};
-    return { u"not-a-program"_s, path,
-             u"Players' updaters would throw it away: it %1."_s.arg(QLatin1StringView(fault)) };
+    return {
+        u"not-a-program"_s, path,
+        u"Players' updaters would throw it away: it %1. Build it anew, or name the right file."_s
+            .arg(fault)
+    };
 }
 
 class Release {

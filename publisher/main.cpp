@@ -5,8 +5,21 @@
 
 #include <cstdio>
 
+namespace {
+
+/// What the toolkit finds worth a warning is no word to an admin: whatever matters
+/// is told by the commands, with a way on.
+void leaveOut(QtMsgType type, const QMessageLogContext&, const QString& text)
+{
+    if (type == QtFatalMsg)
+        std::fprintf(stderr, "halden-publish: %s\n", qPrintable(text));
+}
+
+} // namespace
+
 int main(int argc, char* argv[])
 {
+    qInstallMessageHandler(leaveOut);
     const QCoreApplication application(argc, argv);
     QFile result;
     QFile messages;

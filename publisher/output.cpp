@@ -5,6 +5,25 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/// Names may hold line ends and what terminals obey.
+QString onOneLine(const QString& text)
+{
+    QString shown;
+    for (const QChar character : text) {
+        if (character == u'\n')
+            shown += "\\n"_L1;
+        else if (character.category() == QChar::Other_Control)
+            shown += u"\\x%1"_s.arg(character.unicode(), 2, 16, QChar(u'0'));
+        else
+            shown += character;
+    }
+    return shown;
+}
+
+} // namespace
+
 Output::Output(QIODevice& result, QIODevice& messages)
     : resultDevice(result)
     , messageDevice(messages)
@@ -24,7 +43,7 @@ Output::Form Output::form() const
 void Output::line(const QString& text)
 {
     if (chosenForm == Form::Text)
-        resultDevice.write(text.toUtf8() + '\n');
+        resultDevice.write(onOneLine(text).toUtf8() + '\n');
 }
 
 void Output::set(const QString& key, const QJsonValue& value)
@@ -34,7 +53,7 @@ void Output::set(const QString& key, const QJsonValue& value)
 
 void Output::error(const QString& sentence)
 {
-    messageDevice.write("halden-publish: " + sentence.toUtf8() + '\n');
+    messageDevice.write("halden-publish: " + onOneLine(sentence).toUtf8() + '\n');
     errors.append(sentence);
 }
 

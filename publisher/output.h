@@ -23,7 +23,7 @@ public:
     void setForm(Form form);
     Form form() const;
 
-    /// A line of the result; not in JSON.
+    /// A line of the result, whatever is in it; not in JSON.
     void line(const QString& text = {});
     /// A member of the JSON document; not in text.
     void set(const QString& key, const QJsonValue& value);

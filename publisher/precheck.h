@@ -3,6 +3,9 @@
 #include "publisher/refusal.h"
 
 #include <QList>
+#include <QString>
+
+#include <functional>
 
 struct BuildRequest;
 struct Publication;
@@ -19,5 +22,12 @@ QList<Refusal> changedKinds(const SourceTree& source, const QList<Publication>& 
 /// Whether more is dropped than an admin does by mistake, unless `confirmed` is
 /// the very number.
 QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed);
+
+/// Whether the server folder can be written and has room for what a publication
+/// has to copy, as a sentence with the way out; empty when it has. What lies there
+/// already takes no room: only where that decides, `needed` is asked for the exact
+/// number of bytes.
+QString
+withoutRoom(const QString& server, const SourceTree& source, const std::function<qint64()>& needed);
 
 } // namespace Precheck

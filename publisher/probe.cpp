@@ -3,10 +3,15 @@
 #include "app/constants.h"
 #include "publisher/checkedmanifest.h"
 #include "publisher/checkreading.h"
+#include "publisher/dates.h"
+#include "publisher/filework.h"
+#include "publisher/programfault.h"
 #include "publisher/removalplan.h"
 #include "update/launcherfiles.h"
+#include "updater/programheader.h"
 
 #include <QCryptographicHash>
+#include <QFile>
 #include <QFileInfo>
 #include <QNetworkReply>
 #include <QSslConfiguration>
@@ -23,7 +28,6 @@ namespace {
 
 constexpr int mostAtOnce = 4;
 constexpr int mostRedirects = 5;
-constexpr int inactivityLimitInMilliseconds = 60'000;
 constexpr qint64 beginningSize = 1024;
 
 constexpr int statusOk = 200;
@@ -61,14 +65,14 @@ bool isRedirect(int status)
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
 }
 
-QNetworkRequest
-makeRequest(const QUrl& url, const QDateTime& ifModifiedSince, QSsl::SslProtocol protocol)
+QNetworkRequest makeRequest(
+    const QUrl& url, const QDateTime& ifModifiedSince, QSsl::SslProtocol protocol, int seconds)
 {
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::UserAgentHeader, applicationDisplayName);
     if (ifModifiedSince.isValid())
         request.setHeader(QNetworkRequest::IfModifiedSinceHeader, ifModifiedSince);
-    request.setTransferTimeout(inactivityLimitInMilliseconds);
+    request.setTransferTimeout(1000 * seconds);
     // The same offer that the launcher's network layer makes; made by hand, the
     // bytes arrive as they were sent.
     request.setRawHeader("Accept-Encoding", "gzip, deflate");
@@ -92,17 +96,44 @@ void takeHeaders(const QNetworkReply& reply, ProbeAnswer& answer)
     if (reply.hasRawHeader("Content-Length"))
         answer.length = reply.rawHeader("Content-Length").trimmed().toLongLong();
     answer.encoding = reply.rawHeader("Content-Encoding").trimmed().toLower();
+    answer.cacheControl = reply.rawHeader("Cache-Control").trimmed().toLower();
     answer.lastModified = reply.header(QNetworkRequest::LastModifiedHeader).toDateTime();
     answer.date
         = QDateTime::fromString(QString::fromLatin1(reply.rawHeader("Date")), Qt::RFC2822Date);
 }
 
+void takeError(const QNetworkReply& reply, ProbeAnswer& answer)
+{
+    const QNetworkReply::NetworkError error = reply.error();
+    answer.error = reply.errorString();
+    answer.isSilent
+        = error == QNetworkReply::OperationCanceledError || error == QNetworkReply::TimeoutError;
+    answer.isNobodyThere = error == QNetworkReply::ConnectionRefusedError
+        || error == QNetworkReply::HostNotFoundError;
+}
+
+/// For how many seconds caches may hand out the answer without asking.
+qint64 secondsInCaches(const QByteArray& cacheControl)
+{
+    qint64 seconds = 0;
+    for (const QByteArray& part : cacheControl.split(',')) {
+        const QByteArray directive = part.trimmed();
+        if (directive == "no-cache" || directive == "no-store")
+            return 0;
+        const QByteArray value = directive.mid(directive.indexOf('=') + 1);
+        if (directive.startsWith("max-age=") || directive.startsWith("s-maxage="))
+            seconds = std::max(seconds, QByteArray(value).replace('"', "").toLongLong());
+    }
+    return seconds;
+}
+
 /// Takes in what has arrived of one body.
 class BodyReader {
 public:
-    explicit BodyReader(bool hashOnly)
+    BodyReader(bool hashOnly, qint64 beginning)
         : hash(QCryptographicHash::Md5)
         , hashesOnly(hashOnly)
+        , kept(beginning)
     {
     }
 
@@ -111,7 +142,7 @@ public:
         const QByteArray bytes = reply.readAll();
         received += bytes.size();
         hash.addData(bytes);
-        if (!hashesOnly || body.size() < beginningSize)
+        if (!hashesOnly || body.size() < kept)
             body += bytes;
         return bytes.size();
     }
@@ -122,6 +153,7 @@ public:
 
 private:
     bool hashesOnly;
+    qint64 kept;
 };
 
 } // namespace
@@ -197,20 +229,22 @@ void Probe::askOn()
 
 void Probe::send(const Question& question)
 {
-    QNetworkReply* reply
-        = manager.get(makeRequest(question.url, question.ifModifiedSince, question.tls));
-    const auto reader = std::make_shared<BodyReader>(question.body == Body::Hash);
+    QNetworkReply* reply = manager.get(
+        makeRequest(question.url, question.ifModifiedSince, question.tls, asked.secondsOfSilence));
+    const auto reader
+        = std::make_shared<BodyReader>(question.body == Body::Hash, question.beginning);
     const auto answer = std::make_shared<ProbeAnswer>();
     answer->url = question.url;
-    const auto read = [this, reply, reader, answer, body = question.body] {
-        const qint64 bytes = reader->read(*reply);
-        if (body == Body::Hash)
-            emit received(bytes);
-        if (body != Body::Beginning || reader->received < beginningSize || reply->isFinished())
-            return;
-        takeHeaders(*reply, *answer);
-        reply->abort();
-    };
+    const auto read
+        = [this, reply, reader, answer, body = question.body, beginning = question.beginning] {
+              const qint64 bytes = reader->read(*reply);
+              if (body == Body::Hash)
+                  emit received(bytes);
+              if (body != Body::Beginning || reader->received < beginning || reply->isFinished())
+                  return;
+              takeHeaders(*reply, *answer);
+              reply->abort();
+          };
     connect(reply, &QNetworkReply::readyRead, this, read);
     connect(reply, &QNetworkReply::encrypted, this, [this, reply] {
         takeCertificates(reply->sslConfiguration().peerCertificateChain());
@@ -225,7 +259,7 @@ void Probe::send(const Question& question)
             takeHeaders(*reply, *answer);
             const bool served = answer->status != 0 && reply->error() >= 200;
             if (reply->error() != QNetworkReply::NoError && !served)
-                answer->error = reply->errorString();
+                takeError(*reply, *answer);
         }
         answer->toTheEnd = !cutByUs;
         answer->body = reader->body;
@@ -269,6 +303,7 @@ void Probe::takeFirstAnswer(const ProbeAnswer& answer)
     askManifest(u"patch.ini"_s, u"live"_s);
     if (asked.test)
         askManifest(u"patchTest.ini"_s, u"test"_s);
+    askInfo();
     askLauncherFile(QString(launcherFileName));
     askLauncherFile(QString(updaterFileName));
     askForMissing(u"halden-probe-asks-for-what-is-not-there.exe"_s);
@@ -285,19 +320,50 @@ void Probe::explainFailure(const ProbeAnswer& failure)
             "Launchers do not trust the certificate: "_L1 + failure.certificateError + '.'_L1);
         return;
     }
+    if (failure.isSilent)
+        add(FindingId::ServerUnreachable, host,
+            u"The server has said nothing for %1 seconds."_s.arg(asked.secondsOfSilence));
+    else if (failure.isNobodyThere)
+        add(FindingId::ServerUnreachable, host,
+            "The server cannot be asked: "_L1 + failure.error + '.'_L1);
+    else
+        askForOldVersions(failure.error);
+}
+
+void Probe::askForOldVersions(const QString& error)
+{
     // The manager would go on with the old settings for the same host.
     manager.clearConnectionCache();
     ask({ address(u"patch.ini"_s), oldDate(), Body::Beginning,
-          [this, host, error = failure.error](const ProbeAnswer& answer) {
+          [this, error](const ProbeAnswer& answer) {
               isServerReached = answer.status != 0;
-              if (isServerReached)
-                  add(FindingId::TlsVersionMissing, host,
-                      u"The server does not speak TLS 1.2, and launchers speak nothing else."_s);
+              if (!isServerReached)
+                  askWithoutTls(error);
               else
-                  add(FindingId::ServerUnreachable, host,
-                      "The server cannot be asked: "_L1 + error + '.'_L1);
+                  add(FindingId::TlsVersionMissing, asked.baseUrl.host(),
+                      u"The server does not speak TLS 1.2, and launchers speak nothing else."_s);
           },
           QSsl::AnyProtocol });
+}
+
+/// A server that answers plain http where TLS is spoken looks like none at all.
+void Probe::askWithoutTls(const QString& error)
+{
+    constexpr int portOfHttps = 443;
+    QUrl plain = address(u"patch.ini"_s);
+    plain.setPort(plain.port(portOfHttps));
+    plain.setScheme(u"http"_s);
+    ask({ plain, oldDate(), Body::Beginning,
+          [this, error, port = plain.port()](const ProbeAnswer& answer) {
+              isServerReached = answer.status != 0;
+              if (isServerReached)
+                  add(FindingId::ServerWithoutTls, asked.baseUrl.host(),
+                      u"The server answers plain http on port %1 and speaks no TLS there."_s.arg(
+                          port));
+              else
+                  add(FindingId::ServerUnreachable, asked.baseUrl.host(),
+                      "The server cannot be asked: "_L1 + error + '.'_L1);
+          } });
 }
 
 void Probe::takeCertificates(const QList<QSslCertificate>& chain)
@@ -320,6 +386,9 @@ void Probe::takeManifest(const QString& name, const QString& kind, const ProbeAn
 {
     if (!isUsable(name, 0, FindingId::ManifestMissing, answer))
         return;
+    checkDate(name, answer);
+    checkCaching(name, answer);
+    compareManifest(name, answer);
     askDates(name, answer);
     askFilesOf(name, kind, answer.body);
 }
@@ -347,14 +416,102 @@ void Probe::askFilesOf(const QString& name, const QString& kind, const QByteArra
     }
 }
 
+void Probe::compareManifest(const QString& name, const ProbeAnswer& answer)
+{
+    if (asked.tree.isEmpty())
+        return;
+    QFile local(asked.tree + u'/' + name);
+    if (!local.open(QIODevice::ReadOnly)) {
+        notInTree.insert(name);
+        add(FindingId::MissingInTree, name,
+            u"%1 has no such file to compare with (%2)."_s.arg(asked.tree, local.errorString()));
+    } else if (local.readAll() != answer.body) {
+        add(FindingId::DiffersFromTree, name,
+            u"The server sends another manifest than the one in %1, dated %2: players do not get "
+            "what is published."_s.arg(asked.tree, Dates::shown(answer.lastModified)));
+    }
+}
+
+/// Launchers ask by date: a file from the future is newer than every copy.
+void Probe::checkDate(const QString& name, const ProbeAnswer& answer)
+{
+    constexpr qint64 tolerance = 10; // seconds
+    const QDateTime here = QDateTime::currentDateTimeUtc();
+    const QDateTime now = answer.date.isValid() ? std::min(here, answer.date.toUTC()) : here;
+    if (!answer.lastModified.isValid() || now.secsTo(answer.lastModified) <= tolerance)
+        return;
+    const QString server
+        = answer.date.isValid() ? u", the server's %1"_s.arg(Dates::shown(answer.date)) : QString();
+    add(FindingId::DateAhead, name,
+        u"It is dated %1. This machine's clock says %2%3: until then every start fetches it anew."_s
+            .arg(Dates::shown(answer.lastModified), Dates::shown(here), server));
+}
+
+void Probe::checkCaching(const QString& name, const ProbeAnswer& answer)
+{
+    if (const qint64 seconds = secondsInCaches(answer.cacheControl); seconds > 0)
+        add(FindingId::CachedTooLong, name,
+            u"Caches on the way may hand out an old copy for %1 seconds: the server sends "
+            "\"Cache-Control: %2\"."_s.arg(seconds)
+                .arg(QString::fromLatin1(answer.cacheControl)));
+}
+
+/// Asked for without a date that matters, so nothing is compared with it.
+void Probe::askInfo()
+{
+    if (asked.infoUrl.isEmpty())
+        return;
+    ++files;
+    ask({ asked.infoUrl, oldDate(), Body::Beginning, [this](const ProbeAnswer& answer) {
+             emit fileDone();
+             takeInfo(answer);
+         } });
+}
+
+void Probe::takeInfo(const ProbeAnswer& answer)
+{
+    const QString subject = asked.infoUrl.path();
+    if (!answer.certificateError.isEmpty())
+        add(FindingId::CertificateUntrusted, asked.infoUrl.host(),
+            "Launchers do not trust the certificate: "_L1 + answer.certificateError + '.'_L1);
+    else if (isUsable(subject, 0, FindingId::InfoMissing, answer))
+        checkCaching(subject, answer);
+}
+
 void Probe::askLauncherFile(const QString& name)
 {
     ++files;
-    ask({ address(name), oldDate(), Body::Beginning, [this, name](const ProbeAnswer& answer) {
-             emit fileDone();
-             if (isUsable(name, 0, FindingId::LauncherFileMissing, answer))
-                 askDates(name, answer);
-         } });
+    const bool compares = asked.deep || !asked.tree.isEmpty();
+    Question question{ address(name), oldDate(), compares ? Body::Hash : Body::Beginning,
+                       [this, name](const ProbeAnswer& answer) {
+                           emit fileDone();
+                           takeLauncherFile(name, answer);
+                       } };
+    question.beginning = Updater::programHeadSize;
+    ask(std::move(question));
+}
+
+void Probe::takeLauncherFile(const QString& name, const ProbeAnswer& answer)
+{
+    if (!isUsable(name, 0, FindingId::LauncherFileMissing, answer))
+        return;
+    checkDate(name, answer);
+    checkCaching(name, answer);
+    askDates(name, answer);
+    const QString fault = faultOfProgram(answer.body, std::max(answer.length, answer.received));
+    if (!fault.isEmpty())
+        add(FindingId::NotAProgram, name,
+            u"What the server sends is no launcher: it %1. Players' updaters throw it away."_s.arg(
+                fault));
+    if (asked.tree.isEmpty())
+        return;
+    const FileWork::Digest local = FileWork::hash(asked.tree + u'/' + name, nullptr);
+    if (!local.error.isEmpty())
+        add(FindingId::MissingInTree, name, u"It cannot be compared: "_s + local.error + u'.');
+    else if (local.md5.toLatin1() != answer.md5)
+        add(FindingId::DiffersFromTree, name,
+            u"The server sends another file than the one in %1, dated %2: players do not get what "
+            "is published."_s.arg(asked.tree, Dates::shown(answer.lastModified)));
 }
 
 void Probe::askForMissing(const QString& name)
@@ -374,7 +531,7 @@ void Probe::askDates(const QString& name, const ProbeAnswer& answer)
     const QDateTime exact = answer.lastModified.toUTC();
     const QDateTime later = exact.isValid() && serverTime <= exact ? exact.addSecs(1) : serverTime;
     ask({ address(name), later, Body::Beginning, [this, name](const ProbeAnswer& again) {
-             if (again.status != statusNotModified)
+             if (again.status == statusOk)
                  add(FindingId::LaterDateAnsweredInFull, name,
                      u"The file is sent in full to launchers whose copy has a later date: every "
                      "start downloads it again, and a launcher that downloads itself hands over to "
@@ -383,7 +540,7 @@ void Probe::askDates(const QString& name, const ProbeAnswer& answer)
     if (!exact.isValid())
         return;
     ask({ address(name), exact, Body::Beginning, [this, name](const ProbeAnswer& again) {
-             if (again.status != statusNotModified)
+             if (again.status == statusOk)
                  add(FindingId::ExactDateAnsweredInFull, name,
                      u"The file is sent in full to launchers whose copy has the very same date."_s);
          } });
@@ -446,7 +603,7 @@ bool Probe::isUsable(
             FindingId::FileUnreachable,
             "Only "_L1 + QString::number(answer.received) + " of "_L1
                 + QString::number(answer.length) + " bytes arrive."_L1);
-    if (isHtml(answer.body) && !isNamedLikePage(answer.url))
+    if (isHtml(answer.body) && !isNamedLikePage(answer.url) && missing != FindingId::InfoMissing)
         return fail(
             FindingId::ErrorPage,
             u"The server sends a web page in place of the file, with status 200: launchers "
@@ -469,14 +626,17 @@ bool Probe::isUsable(
 
 void Probe::compareWithTree(const PatchFile& file, const ProbeAnswer& answer)
 {
-    const QFileInfo local(asked.tree + file.serverPath);
-    if (asked.tree.isEmpty() || file.serverPath.isEmpty() || !local.isFile() || answer.length < 0
-        || answer.length == local.size())
+    if (asked.tree.isEmpty() || file.serverPath.isEmpty() || notInTree.contains(file.manifest))
         return;
-    add(FindingId::LengthWrong, file.manifest,
-        file.url.toString() + " has "_L1 + QString::number(answer.length)
-            + " bytes on the server, "_L1 + QString::number(local.size()) + " in the tree."_L1,
-        file.entry);
+    const QFileInfo local(asked.tree + file.serverPath);
+    if (!local.isFile())
+        add(FindingId::MissingInTree, file.manifest,
+            u"There is no %1 to compare with."_s.arg(local.filePath()), file.entry);
+    else if (answer.length >= 0 && answer.length != local.size())
+        add(FindingId::LengthWrong, file.manifest,
+            file.url.toString() + " has "_L1 + QString::number(answer.length)
+                + " bytes on the server, "_L1 + QString::number(local.size()) + " in the tree."_L1,
+            file.entry);
 }
 
 void Probe::compareHash(const PatchFile& file, const ProbeAnswer& answer)

@@ -8,6 +8,7 @@
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QQueue>
+#include <QSet>
 #include <QSsl>
 #include <QSslCertificate>
 #include <QString>
@@ -30,8 +31,12 @@ struct ProbeRequest {
     bool deep = false;
     /// Folder that holds what should be served; empty when there is none here.
     QString tree;
+    /// The text in the launcher's window; empty when it is not asked for.
+    QUrl infoUrl;
     /// A certificate that ends sooner is a finding.
     int daysOfCertificate = 14;
+    /// Gives up on a server that says nothing for so long.
+    int secondsOfSilence = 60;
 };
 
 /// One answer of the server, with its headers.
@@ -41,6 +46,10 @@ struct ProbeAnswer {
     int status = 0;
     /// Why the request failed, empty when it did not.
     QString error;
+    /// The failure is that nobody has said anything.
+    bool isSilent = false;
+    /// The failure tells nothing about protocols: nobody was there to speak one.
+    bool isNobodyThere = false;
     QString certificateError;
     bool redirectsToPlain = false;
     /// -1 when the server announces none.
@@ -52,6 +61,7 @@ struct ProbeAnswer {
     /// The whole body or its beginning, as it was asked for.
     QByteArray body;
     QByteArray encoding;
+    QByteArray cacheControl;
     QDateTime lastModified;
     /// The server's own time.
     QDateTime date;
@@ -98,6 +108,8 @@ private:
         Handler handler;
         QSsl::SslProtocol tls = QSsl::TlsV1_2;
         int redirects = 0;
+        /// As much is read for Body::Beginning, and kept for Body::Hash.
+        qint64 beginning = 1024;
     };
 
     /// A file that one entry of a manifest names.
@@ -119,11 +131,19 @@ private:
 
     void takeFirstAnswer(const ProbeAnswer& answer);
     void explainFailure(const ProbeAnswer& answer);
+    void askForOldVersions(const QString& error);
+    void askWithoutTls(const QString& error);
     void takeCertificates(const QList<QSslCertificate>& chain);
     void askManifest(const QString& name, const QString& kind);
     void takeManifest(const QString& name, const QString& kind, const ProbeAnswer& answer);
     void askFilesOf(const QString& name, const QString& kind, const QByteArray& manifest);
+    void askInfo();
+    void takeInfo(const ProbeAnswer& answer);
+    void checkDate(const QString& name, const ProbeAnswer& answer);
+    void checkCaching(const QString& name, const ProbeAnswer& answer);
+    void compareManifest(const QString& name, const ProbeAnswer& answer);
     void askLauncherFile(const QString& name);
+    void takeLauncherFile(const QString& name, const ProbeAnswer& answer);
     void askForMissing(const QString& name);
     void askDates(const QString& name, const ProbeAnswer& answer);
     void askPatchFile(const PatchFile& file, const QDateTime& ifModifiedSince);
@@ -140,6 +160,8 @@ private:
     bool isServerReached = false;
     QString trouble;
     QDateTime serverTime;
+    /// Manifests that the tree has none of.
+    QSet<QString> notInTree;
     qint64 files = 0;
     QList<Finding> found;
     std::optional<qint64> days;

@@ -1,5 +1,6 @@
 #include "publisher/probecommand.h"
 
+#include "app/constants.h"
 #include "publisher/findingreport.h"
 #include "publisher/output.h"
 #include "publisher/probe.h"
@@ -19,6 +20,20 @@ namespace {
 QUrl baseUrl(const QString& text)
 {
     return QUrl(text.endsWith(u'/') ? text : text + u'/', QUrl::TolerantMode);
+}
+
+/// Where launchers of this configuration fetch the text in their window. Another
+/// server than theirs has its own place for it, which only the admin knows.
+QUrl infoUrl(const QUrl& base, const QString& given)
+{
+    if (!given.isEmpty())
+        return QUrl(given, QUrl::TolerantMode);
+    QUrl url(launcherInfoUrl, QUrl::TolerantMode);
+    if (base.host() != QUrl(downloadBaseUrl).host())
+        return {};
+    if (base.port() >= 0)
+        url.setPort(base.port());
+    return url;
 }
 
 std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output& output)
@@ -43,6 +58,12 @@ std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output
             output.error(u"--days takes a number"_s);
         return std::nullopt;
     }
+    request.secondsOfSilence = parser.value(u"timeout"_s).toInt(&isNumber);
+    if (!isNumber || request.secondsOfSilence < 1) {
+        output.error(u"--timeout takes a number of seconds, from 1"_s);
+        return std::nullopt;
+    }
+    request.infoUrl = infoUrl(request.baseUrl, parser.value(u"alert"_s));
     request.test = parser.isSet(u"test"_s);
     request.deep = parser.isSet(u"deep"_s);
     request.tree = parser.value(u"tree"_s);
@@ -83,7 +104,16 @@ void ProbeCommand::configure(QCommandLineParser& parser) const
     parser.addOptions({
         { u"test"_s, u"The test manifest and its files as well."_s },
         { u"deep"_s, u"Downloads every file and compares its hash."_s },
-        { u"tree"_s, u"Compares the sizes with those of this server tree."_s, u"TREE"_s },
+        { u"tree"_s,
+          u"Compares with this server tree: manifests and launcher files as they are, patch files "
+          "by their sizes."_s,
+          u"TREE"_s },
+        { u"alert"_s,
+          u"Where launchers fetch the text in their window; for the server of this configuration "
+          "it is known."_s,
+          u"URL"_s },
+        { u"timeout"_s, u"Gives up on a server that says nothing for so long (default 60)."_s,
+          u"SECONDS"_s, u"60"_s },
         { u"days"_s, u"The certificate must be valid for this many days (default 14)."_s, u"N"_s,
           u"14"_s },
     });
@@ -96,7 +126,9 @@ ExitCode ProbeCommand::run(const QCommandLineParser& parser, Output& output)
     if (!request)
         return ExitCode::Usage;
     if (!request->tree.isEmpty() && !QFileInfo(request->tree).isDir()) {
-        output.error(u"there is no folder %1"_s.arg(request->tree));
+        output.error(
+            u"there is no folder \"%1\"; --tree takes the folder that the web server serves"_s.arg(
+                request->tree));
         return ExitCode::InputOutput;
     }
     Probe probe(*request);
@@ -110,6 +142,9 @@ ExitCode ProbeCommand::run(const QCommandLineParser& parser, Output& output)
         output.set(u"certificateDays"_s, *days);
     }
     output.line(u"Asked for %1 files."_s.arg(probe.filesAsked()));
+    if (request->infoUrl.isEmpty())
+        output.line(
+            u"The text in the launcher's window was not asked for; --alert names its place."_s);
     output.set(u"files"_s, probe.filesAsked());
     const QList<Finding> findings = probe.findings();
     const ExitCode code = FindingReport::conclude(findings, parser, output);

@@ -732,6 +732,51 @@ private slots:
         QCOMPARE(after, before);
     }
 
+    /// Seen before anything is copied; what is there already takes no room.
+    void roomIsLookedForBeforeCopying_data()
+    {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<bool>("there");
+        QTest::addColumn<bool>("fits");
+        QTest::newRow("too large") << (2 << 20) << false << false;
+        QTest::newRow("fits") << (400 << 10) << false << true;
+        QTest::newRow("there already") << (600 << 10) << true << true;
+    }
+
+    void roomIsLookedForBeforeCopying()
+    {
+        QFETCH(int, size);
+        QFETCH(bool, there);
+        QFETCH(bool, fits);
+        BuildRequest small = request();
+        small.server = "/small/server";
+        put("Data/large.mpq", QByteArray(size, 'x'));
+        if (there)
+            published(small);
+        put("Data/a.mpq", "x");
+        StandingClock clock(QDateTime::currentDateTimeUtc().addDays(1));
+        BuildReport report;
+        const ExitCode code = build(small, clock, report);
+        QDir(small.server).removeRecursively();
+        QCOMPARE(code, fits ? ExitCode::Fine : ExitCode::InputOutput);
+        QCOMPARE(report.error.contains("2.0 MiB"), !fits);
+    }
+
+    void rightsAreLookedForBeforeCopying()
+    {
+        putThree();
+        QDir().mkpath(server("wow-client-patch/live"));
+        const QString folder = server();
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);
+        StandingClock clock(QDateTime::currentDateTimeUtc());
+        BuildReport report;
+        const ExitCode code = build(request(), clock, report);
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QCOMPARE(code, ExitCode::InputOutput);
+        QVERIFY2(report.error.contains("cannot be written"), qPrintable(report.error));
+        QCOMPARE(filesBelow(server()).size(), 0);
+    }
+
     void unreadableSourceIsTold()
     {
         putThree();

@@ -90,6 +90,49 @@ private slots:
         ApplicationFolder::clear();
     }
 
+    /// What lies outside must not look as if it lay in the client.
+    void showsPathsThatLeadOut_data()
+    {
+        QTest::addColumn<QString>("separator");
+        QTest::addColumn<QString>("offset");
+        QTest::addColumn<QStringList>("paths");
+        QTest::newRow("one folder up, Windows")
+            << "\\"
+            << R"(..\\out)" << QStringList({ R"(out\b.mpq)", R"(..\out\b.mpq)" });
+        QTest::newRow("one folder up") << "/"
+                                       << "../out" << QStringList({ "out/b.mpq", "../out/b.mpq" });
+        QTest::newRow("three folders up")
+            << "/"
+            << "../../../out" << QStringList({ "../../out/b.mpq", "../out/b.mpq" });
+        QTest::newRow("inside") << "/"
+                                << "Data/../out" << QStringList({ "live/out/b.mpq", "out/b.mpq" });
+    }
+
+    void showsPathsThatLeadOut()
+    {
+        QFETCH(QString, separator);
+        QFETCH(QString, offset);
+        QFETCH(QStringList, paths);
+        const QString path = ApplicationFolder::path("patch.ini");
+        writeFile(path, (count(1) + file(1, "b.mpq", offset)).join('\n').toUtf8());
+        const QJsonObject json
+            = run({ "--json", "--realms", "1", "--separator", separator, path }).json;
+        QStringList shown;
+        const QJsonArray effects = json["manifests"][0]["effects"].toArray();
+        for (const QJsonValue& effect : effects)
+            shown.append(effect["path"].toString());
+        shown.removeDuplicates();
+        QCOMPARE(shown, paths);
+    }
+
+    void missingManifestNamesTheCommand()
+    {
+        QDir().mkpath(ApplicationFolder::path("server"));
+        const CommandRun checked = run({ ApplicationFolder::path("server") });
+        QVERIFY2(checked.text.contains("[manifest-missing]\n    "), qPrintable(checked.text));
+        QVERIFY2(checked.text.contains("`halden-publish build`"), qPrintable(checked.text));
+    }
+
     void finds_data()
     {
         QTest::addColumn<QStringList>("rows");
@@ -396,6 +439,8 @@ private:
     {
         add("folder in the name", count(2) + dataFolder + file(2, "b/a.mpq"),
             { "name-not-one-component@2" });
+        add("a file where every client has a folder", count(1) + file(1, "Data", ""),
+            { "target-conflict@1" });
         add("out of the client", count(1) + file(1, "a", "../x"),
             { "path-escapes@1", "folder-missing@1" });
         add("detour", count(2) + dataFolder + file(2, "a", "Data/../Data"), { "path-dotted@2" });

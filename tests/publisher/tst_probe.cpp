@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QScopeGuard>
+#include <QTcpServer>
 
 #include <functional>
 
@@ -17,6 +18,8 @@ using namespace TestSupport;
 namespace {
 
 const QDateTime published = utc(QDate(2024, 5, 1), QTime(8, 0));
+// What a launcher sends that has no copy.
+const QDateTime oldDate = utc(QDate(2000, 1, 1), QTime(10, 15));
 const QByteArray patch(5'000, 'p');
 const QByteArray patchPath = "/wow-client-patch/live/Data/a%20b.mpq";
 const QByteArray testPatchPath = "/wow-client-patch/test/Data/a%20b.mpq";
@@ -39,13 +42,38 @@ HttpHeaders dated()
     return { { "Last-Modified", httpDate(published) } };
 }
 
+/// The headers of a program, and something behind them.
+QByteArray program(char letter)
+{
+    QByteArray bytes = QByteArray("\x7F"
+                                  "ELF\x02\x01\x01");
+    bytes.resize(120, '\0');
+    bytes[16] = 2; // a program
+    bytes[32] = 64; // with a table of segments behind the header
+    bytes[54] = 56;
+    bytes[56] = 1;
+    return bytes + QByteArray(3'000, letter);
+}
+
+/// Everything that is served, as a folder of this machine.
+QString putTree()
+{
+    const QString tree = ApplicationFolder::path("server");
+    writeFile(tree + "/patch.ini", manifest());
+    writeFile(tree + "/Halden-Launcher.exe", program('l'));
+    writeFile(tree + "/Halden-Launcher-Updater.exe", program('u'));
+    writeFile(tree + "/wow-client-patch/live/Data/a b.mpq", patch);
+    return tree;
+}
+
 /// A server as the launcher needs it.
 void furnish(HttpsServer& server)
 {
     for (const char* path : { "/patch.ini", "/patchTest.ini" })
         server.serve(path, manifest(), published);
-    server.serve(launcherPath, QByteArray(3'000, 'l'), published);
-    server.serve(updaterPath, QByteArray(2'000, 'u'), published);
+    server.serve(launcherPath, program('l'), published);
+    server.serve(updaterPath, program('u'), published);
+    server.answer("/alert", HttpAnswer::ok("<html><p>Willkommen"));
     server.answer(patchPath, HttpAnswer::ok(patch, dated()));
     server.answer(testPatchPath, HttpAnswer::ok(patch, dated()));
 }
@@ -81,6 +109,11 @@ QStringList found(const QJsonObject& json)
 QString host()
 {
     return QUrl(downloadBaseUrl).host();
+}
+
+QString webHost()
+{
+    return QUrl(launcherInfoUrl).host();
 }
 
 QString address(const HttpsServer& server)
@@ -146,7 +179,7 @@ private slots:
         server.listen(0);
         furnish(server);
         const CommandRun probed = run({ "--deep", address(server) });
-        QCOMPARE(probed.json.value("files").toInt(), 3);
+        QCOMPARE(probed.json.value("files").toInt(), 4);
         const QList<HttpRequest> requests = server.requests();
         QVERIFY(requests.size() >= 10);
         for (const HttpRequest& request : requests) {
@@ -177,7 +210,8 @@ private slots:
                                                          : HttpAnswer::ok("x", dated());
         });
         QCOMPARE(run({ address(server) }).code, ExitCode::Fine);
-        QVERIFY2(most >= 2 && most <= 4, qPrintable(QString("%1 at once").arg(most)));
+        // One more, idle, to the host of the text in the window.
+        QVERIFY2(most >= 2 && most <= 5, qPrintable(QString("%1 at once").arg(most)));
     }
 
     void certificates_data()
@@ -200,7 +234,7 @@ private slots:
         QFETCH(Validity, validity);
         QFETCH(QString, name);
         QFETCH(QStringList, findings);
-        HttpsServer server(trustedAuthority().issue({ name }, validity));
+        HttpsServer server(trustedAuthority().issue({ name, webHost() }, validity));
         server.listen(0);
         furnish(server);
         const CommandRun probed = run({ address(server) });
@@ -221,7 +255,7 @@ private slots:
     /// The report tells the days even when they are enough.
     void daysOfTheCertificate()
     {
-        HttpsServer server(trustedAuthority().issue({ host() }, validFor(20)));
+        HttpsServer server(trustedAuthority().issue(communityHosts(), validFor(20)));
         server.listen(0);
         furnish(server);
         QCOMPARE(run({ address(server) }).json.value("certificateDays").toInt(), 20);
@@ -317,9 +351,105 @@ private slots:
         HttpsServer server;
         server.listen(0);
         furnish(server);
-        const QString tree = ApplicationFolder::path("server");
+        const QString tree = putTree();
         writeFile(tree + "/wow-client-patch/live/Data/a b.mpq", QByteArray(localSize, 'p'));
         QCOMPARE(found(run({ "--tree", tree, address(server) }).json), findings);
+    }
+
+    void treeHoldsSomethingElse_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QStringList>("findings");
+        const QString updater = "Halden-Launcher-Updater.exe";
+        const QByteArray none;
+        // Such as yesterday's out of a cache.
+        QTest::newRow("a later manifest") << "patch.ini" << manifest() + '\n'
+                                          << QStringList{ "differs-from-tree patch.ini" };
+        QTest::newRow("a later launcher of the same size")
+            << "Halden-Launcher.exe" << program('m')
+            << QStringList{ "differs-from-tree Halden-Launcher.exe" };
+        QTest::newRow("a later updater")
+            << updater << program('v') << QStringList{ "differs-from-tree " + updater };
+        QTest::newRow("no manifest")
+            << "patch.ini" << none << QStringList{ "missing-in-tree patch.ini" };
+        QTest::newRow("no launcher") << "Halden-Launcher.exe" << none
+                                     << QStringList{ "missing-in-tree Halden-Launcher.exe" };
+        QTest::newRow("no patch file") << "wow-client-patch/live/Data/a b.mpq" << none
+                                       << QStringList{ "missing-in-tree patch.ini" };
+        QTest::newRow("nothing") << "" << none
+                                 << QStringList{ "missing-in-tree " + updater,
+                                                 "missing-in-tree Halden-Launcher.exe",
+                                                 "missing-in-tree patch.ini" };
+    }
+
+    void treeHoldsSomethingElse()
+    {
+        QFETCH(QString, path);
+        QFETCH(QByteArray, content);
+        QFETCH(QStringList, findings);
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        const QString tree = putTree();
+        if (path.isEmpty())
+            QDir(tree).removeRecursively();
+        else if (content.isEmpty())
+            QFile::remove(tree + '/' + path);
+        else
+            writeFile(tree + '/' + path, content);
+        QDir().mkpath(tree);
+        const CommandRun probed = run({ "--deep", "--tree", tree, address(server) });
+        QCOMPARE(found(probed.json), findings);
+        QCOMPARE(probed.code, ExitCode::Findings);
+    }
+
+    /// The text lies on the web host, which another server's admin has to name.
+    void infoOfAnotherServer()
+    {
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        const QString other
+            = "https://" + communityHosts().constLast() + ':' + QString::number(server.port());
+        const CommandRun unnamed({ "probe", other });
+        QVERIFY2(unnamed.text.contains("--alert"), qPrintable(unnamed.text));
+        QCOMPARE(server.requestCount("/alert"), 0);
+        server.answer("/text", HttpAnswer::status(404));
+        QCOMPARE(
+            found(run({ "--alert", other + "/text", other }).json),
+            QStringList{ "info-missing /text" });
+    }
+
+    /// Once, and not once more for older protocols.
+    void silentServerIsWaitedForOnce()
+    {
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::Any));
+        int connections = 0;
+        connect(&silent, &QTcpServer::newConnection, &silent, [&] { ++connections; });
+        const CommandRun probed = run(
+            { "--timeout", "1", "https://" + host() + ':' + QString::number(silent.serverPort()) });
+        QCOMPARE(found(probed.json), QStringList{ "server-unreachable " + host() });
+        const QString text = probed.json["findings"][0]["text"].toString();
+        QVERIFY2(text.contains("nothing for 1 seconds"), qPrintable(text));
+        QCOMPARE(probed.code, ExitCode::InputOutput);
+        QCOMPARE(connections, 1);
+    }
+
+    void plainHttpWhereTlsIsSpoken()
+    {
+        HttpsServer server;
+        server.listenPlain(0);
+        server.greet(HttpAnswer()
+                         .awaitBytes()
+                         .send("HTTP/1.1 400 Bad Request\r\n"
+                               "Content-Length: 0\r\n\r\n")
+                         .close());
+        const CommandRun probed
+            = run({ "https://" + host() + ':' + QString::number(server.plainPort()) });
+        QCOMPARE(found(probed.json), QStringList{ "server-without-tls " + host() });
+        QCOMPARE(probed.code, ExitCode::Findings);
     }
 
     void usage_data()
@@ -333,6 +463,8 @@ private slots:
         QTest::newRow("another scheme") << QStringList{ "ftp://a/" } << ExitCode::Usage;
         QTest::newRow("days in words")
             << QStringList{ "--days", "many", "https://a/" } << ExitCode::Usage;
+        QTest::newRow("no time") << QStringList{ "--timeout", "0", "https://a/" }
+                                 << ExitCode::Usage;
         QTest::newRow("unknown finding")
             << QStringList{ "--accept", "all", "https://a/" } << ExitCode::Usage;
         QTest::newRow("no such tree")
@@ -371,6 +503,19 @@ private:
         };
     }
 
+    static void serveCached(
+        HttpsServer& server, const QByteArray& path, const QByteArray& body,
+        const QByteArray& cacheControl)
+    {
+        const auto plain = HttpsServer::servingFile(body, published);
+        server.answer(path, [=](const HttpRequest& request) {
+            const bool isNew = request.header("If-Modified-Since") == httpDate(oldDate);
+            HttpHeaders headers = dated();
+            headers.append({ "Cache-Control", cacheControl });
+            return isNew ? HttpAnswer::ok(body, headers) : plain(request);
+        });
+    }
+
     static void addManifestRows()
     {
         add("everything right", {}, [](HttpsServer&) {});
@@ -398,6 +543,20 @@ private:
             with(launcherPath, HttpAnswer::status(404)));
         add("no updater", { "launcher-file-missing Halden-Launcher-Updater.exe" },
             with(updaterPath, HttpAnswer::status(404)));
+        add("words in the launcher's place", { "not-a-program Halden-Launcher.exe" },
+            [](HttpsServer& server) {
+                server.serve(launcherPath, "Service unavailable", published);
+            });
+        add("a launcher that is cut short", { "not-a-program Halden-Launcher.exe" },
+            [](HttpsServer& server) {
+                server.serve(launcherPath, program('l').first(100), published);
+            });
+        add("no text for the window", { "info-missing /alert" },
+            with("/alert", HttpAnswer::status(404)));
+        add("an empty text for the window", { "file-empty /alert" },
+            with("/alert", HttpAnswer::ok("")));
+        add("a text for the window that is kept by caches", { "cached-too-long /alert" },
+            with("/alert", HttpAnswer::ok("x", { { "Cache-Control", "s-maxage=60" } })));
         add("no patch file", { "file-missing patch.ini" },
             with(patchPath, HttpAnswer::status(404)));
         add("no test patch file", { "file-missing patchTest.ini" },
@@ -450,7 +609,15 @@ private:
     {
         for (const QByteArray& path : { QByteArray("/patch.ini"), launcherPath, updaterPath }) {
             const QString name = path.mid(1);
-            const QByteArray body = path == "/patch.ini" ? manifest() : QByteArray("program");
+            const QByteArray body = path == "/patch.ini" ? manifest() : program('p');
+            const QDateTime ahead = QDateTime::currentDateTimeUtc().addDays(1);
+            add(qPrintable("dated tomorrow: " + name), { "date-ahead " + name },
+                [=](HttpsServer& server) { server.serve(path, body, ahead); });
+            add(qPrintable("kept by caches: " + name), { "cached-too-long " + name },
+                [=](HttpsServer& server) { serveCached(server, path, body, "max-age=600"); });
+            add(qPrintable("asked for by caches: " + name), {}, [=](HttpsServer& server) {
+                serveCached(server, path, body, "no-cache, max-age=600");
+            });
             add(qPrintable("exact dates only for " + name),
                 { "later-date-answered-in-full " + name }, with(path, exactDates(body)));
             add(qPrintable("dates ignored for " + name),

@@ -1,3 +1,4 @@
+#include "publisher/finding.h"
 #include "publisher/frame.h"
 #include "publisher/output.h"
 #include "publisher/progress.h"
@@ -10,6 +11,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QProcess>
 #include <QRegularExpression>
 
 using namespace TestSupport;
@@ -300,15 +302,59 @@ private slots:
         const CommandRun run({ "build", source(), server(), "--json" });
         QCOMPARE(run.code, ExitCode::InputOutput);
         QVERIFY2(run.messages.contains("cannot be created"), qPrintable(run.messages));
+        QVERIFY2(run.messages.contains("File exists. Move away"), qPrintable(run.messages));
+        QVERIFY2(run.messages.contains("run the same command again"), qPrintable(run.messages));
         QCOMPARE(run.json["exitCode"].toInt(), 3);
         QVERIFY(run.json["errors"].toArray().at(0).toString().contains("cannot be created"));
     }
 
+    void usageErrorsReachMachines_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("no folders") << QStringList{ "build", "--json" };
+        QTest::newRow("unknown option") << QStringList{ "build", "--json", "--fast" };
+        QTest::newRow("unknown command") << QStringList{ "publish", "--json" };
+        QTest::newRow("no command") << QStringList{ "--json" };
+        QTest::newRow("unknown finding")
+            << QStringList{ "check", "--json", "--accept", "all", "x" };
+    }
+
     void usageErrorsReachMachines()
     {
-        const CommandRun run({ "build", "--json" });
+        QFETCH(QStringList, arguments);
+        const CommandRun run(arguments);
+        QCOMPARE(run.code, ExitCode::Usage);
         QCOMPARE(run.json["exitCode"].toInt(), 2);
         QCOMPARE(run.json["errors"].toArray().size(), 1);
+    }
+
+    void unknownFindingBringsTheList()
+    {
+        const CommandRun run({ "check", "--accept", "all", server() });
+        for (const QString& identifier : Findings::identifiers())
+            QVERIFY2(run.messages.contains(identifier), qPrintable(identifier));
+    }
+
+    /// Nor may a name move the cursor of a terminal.
+    void lineEndInANameStaysOnItsLine()
+    {
+        put("Data/a\n\033[2J.mpq", "x");
+        const CommandRun run({ "build", source(), server() });
+        QVERIFY2(run.text.startsWith("Data/a\\n\\x1b[2J.mpq: "), qPrintable(run.text));
+        QCOMPARE(run.text.count('\n'), 2);
+    }
+
+    /// The toolkit has its own words for a name that is none.
+    void onlyOwnWordsOnStandardError()
+    {
+        QProcess program;
+        program.start(HALDEN_PUBLISH, { "check", "--tree", server(), "" });
+        QVERIFY(program.waitForFinished());
+        const QString said = QString::fromUtf8(program.readAllStandardError());
+        const QStringList lines = said.split('\n', Qt::SkipEmptyParts);
+        QVERIFY(!lines.isEmpty());
+        for (const QString& line : lines)
+            QVERIFY2(line.startsWith("halden-publish: "), qPrintable(line));
     }
 
     void launcherIsPublished()
