@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QTimeZone>
 
 #include <algorithm>
 
@@ -84,5 +85,5 @@ bool FileStamp::isSettled(const QDateTime& now) const
 
 QDateTime FileStamp::date() const
 {
-    return isFile() ? QDateTime::fromMSecsSinceEpoch(modified / million, Qt::UTC) : QDateTime();
+    return isFile() ? QDateTime::fromMSecsSinceEpoch(modified / million, QTimeZone::utc()) : QDateTime();
 }

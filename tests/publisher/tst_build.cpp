@@ -268,7 +268,7 @@ private slots:
     {
         putThree();
         writeFile(server("Halden-Launcher.exe"), "x");
-        setDate(server("Halden-Launcher.exe"), QDateTime(QDate(2100, 1, 1), QTime(0, 0), Qt::UTC));
+        setDate(server("Halden-Launcher.exe"), utc(QDate(2100, 1, 1), QTime(0, 0)));
         const QStringList notes = published().notes;
         QCOMPARE(notes.size(), 1);
         QVERIFY2(notes.at(0).startsWith("Halden-Launcher.exe: "), qPrintable(notes.at(0)));
