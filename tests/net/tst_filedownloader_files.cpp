@@ -4,6 +4,7 @@
 #include "tests/support/folderlog.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/stderrcapture.h"
 #include "tests/support/testmain.h"
 
@@ -262,6 +263,7 @@ void tst_FileDownloaderFiles::fullDiskKeepsTheTarget_data()
 
 void tst_FileDownloaderFiles::fullDiskKeepsTheTarget()
 {
+    HALDEN_NEEDS_SMALL_DISK();
     QFETCH(int, free);
     server->answer("/f", HttpAnswer::ok(QByteArray(100000, 'n')));
     writeFile("/small/file.bin", "old");

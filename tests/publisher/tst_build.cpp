@@ -3,6 +3,7 @@
 #include "publisher/treelock.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 #include "update/patchmanifest.h"
@@ -716,6 +717,7 @@ private slots:
 
     void fullDiskLeavesTheOldPublication()
     {
+        HALDEN_NEEDS_SMALL_DISK();
         putThree();
         BuildRequest small = request();
         small.server = "/small/server";

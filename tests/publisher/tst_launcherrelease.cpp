@@ -2,6 +2,7 @@
 #include "publisher/treelock.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/testmain.h"
 
 #include <QCoreApplication>
@@ -212,6 +213,7 @@ private slots:
 
     void fullDiskLeavesTheOldPrograms()
     {
+        HALDEN_NEEDS_SMALL_DISK();
         LauncherRequest small = release();
         small.server = "/small/server";
         QCOMPARE(run(small), ExitCode::Fine);

@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
@@ -439,6 +440,7 @@ private slots:
 
     void fullDiskDoesNotMatter()
     {
+        HALDEN_NEEDS_SMALL_DISK();
         const Installation small("/small/Halden");
         const FullDisk disk("/small");
         QCOMPARE(small.run(endedProcess()).code, Done);
@@ -448,6 +450,7 @@ private slots:
 
     void fullDiskWithoutLinksLeavesEverything()
     {
+        HALDEN_NEEDS_SMALL_DISK();
         const Installation small("/small/Halden");
         {
             const FullDisk disk("/small");

@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 #include "tests/updater/faults.h"
@@ -95,7 +96,8 @@ private slots:
     void initTestCase()
     {
         installation = std::make_unique<Installation>(TestSupport::ApplicationFolder::path());
-        small = std::make_unique<Installation>("/small/Halden");
+        if (TestSupport::hasSmallDisk())
+            small = std::make_unique<Installation>("/small/Halden");
         ended = endedProcess();
         for (const Scenario& scenario : scenarios())
             killPoints.append(findKillPoints(scenario));
@@ -138,15 +140,20 @@ private slots:
         constexpr quint32 seed = 20240501;
         QRandomGenerator random(seed);
         QMap<QString, int> count;
+        QList<std::pair<QString, Exchange>> possible = faults;
+        if (!TestSupport::hasSmallDisk())
+            possible.removeIf([](const auto& fault) { return fault.first == "full disk"; });
         for (int round = 0; round < HALDEN_EXCHANGES; ++round) {
-            const auto& [name, exchange] = faults.at(random.bounded(faults.size()));
+            const auto& [name, exchange] = possible.at(random.bounded(possible.size()));
             const QString wrong = exchange(random);
             QVERIFY2(
                 wrong.isEmpty(),
                 qPrintable(QString("round %1, %2: %3").arg(round).arg(name, wrong)));
             ++count[name];
         }
-        QCOMPARE(count.size(), faults.size());
+        QCOMPARE(count.size(), possible.size());
+        if (possible.size() != faults.size())
+            QSKIP("only the full disk, which needs a small disk of its own");
     }
 
 private:

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QByteArray>
+#include <QtGlobal>
+
+namespace TestSupport {
+
+/// Whether /small is a disk of its own. A container that is itself the tests'
+/// room has none; filling what is there instead would fill the machine's disk.
+inline bool hasSmallDisk()
+{
+    return qgetenv("HALDEN_ROOM") != "container";
+}
+
+} // namespace TestSupport
+
+/// Leaves the test function out, by name, where there is no small disk.
+#define HALDEN_NEEDS_SMALL_DISK()                                                                  \
+    if (!TestSupport::hasSmallDisk())                                                              \
+    QSKIP("needs a small disk of its own")
