@@ -4,7 +4,9 @@
 #include "publisher/dates.h"
 #include "publisher/filework.h"
 #include "publisher/hashcache.h"
+#include "publisher/history.h"
 #include "publisher/manifestdraft.h"
+#include "publisher/manifestexchange.h"
 #include "publisher/names.h"
 #include "publisher/parallel.h"
 #include "publisher/precheck.h"
@@ -100,16 +102,36 @@ private:
             prune();
     }
 
-    /// What players may still have, the youngest first.
-    QList<Publication> formerPublications() const
+    /// Whether the source has a path that the live manifest has not.
+    bool hasNewPaths() const
     {
-        return { live };
+        return std::any_of(
+                   source.files.cbegin(), source.files.cend(),
+                   [this](const SourceFile& file) { return !published.contains(file.path); })
+            || std::any_of(
+                   source.folders.cbegin(), source.folders.cend(),
+                   [this](const QString& folder) { return !live.folders.contains(folder); });
+    }
+
+    /// Held against what players may still have: the live manifest and, where a path
+    /// is new to it, those before, one at a time, since each may be large.
+    QList<Refusal> changedKinds() const
+    {
+        QList<Refusal> found = Precheck::changedKinds(source, { live });
+        if (!found.isEmpty() || !hasNewPaths())
+            return found;
+        QList<HistoryEntry> former = History(request.server, request.kind).entries();
+        former = former.last(std::min(BuildRequest::rememberedByPlayers, former.size()));
+        for (auto entry = former.crbegin(); entry != former.crend() && found.isEmpty(); ++entry)
+            found = Precheck::changedKinds(
+                source, { readPublication(entry->manifestPath, request.kind) });
+        return found;
     }
 
     /// What is seen before any file is read.
     void judge()
     {
-        report.refusals += Precheck::changedKinds(source, formerPublications());
+        report.refusals += changedKinds();
         report.refusals += Precheck::manyRemoved(
             report.removed.size(), published.size(), request.confirmedDrops);
         if (!request.renew)
@@ -267,23 +289,16 @@ private:
 
     QString publishManifest()
     {
-        const QString fresh = FileWork::draftOf(manifestPath);
-        QString error = FileWork::write(fresh, std::exchange(text, {}));
-        if (error.isEmpty() && request.flush)
-            error = FileWork::flush(fresh);
-        if (error.isEmpty())
-            error = FileWork::setDate(fresh, clock.nextAfter(FileWork::dateOf(manifestPath)));
-        // Read with its own date: files of one name, size and date are one file
-        // to the settings layer.
-        if (error.isEmpty())
-            error = manifest.differenceTo(fresh);
-        if (error.isEmpty())
-            error = FileWork::replace(fresh, manifestPath);
-        if (!error.isEmpty())
-            QFile::remove(fresh);
-        else if (request.flush)
-            error = FileWork::flushFileSystem(request.server);
-        return error;
+        const ManifestExchange exchange{
+            .server = request.server,
+            .kind = request.kind,
+            .text = std::exchange(text, {}),
+            .note = PublicationNote::of(u"build"_s, request.message, clock.now()),
+            .flush = request.flush,
+            .isPublication = report.manifestChanged,
+        };
+        return exchangeManifest(
+            exchange, clock, [this](const QString& path) { return manifest.differenceTo(path); });
     }
 
     void remember()
@@ -300,9 +315,7 @@ private:
 
     void prune()
     {
-        QSet<QString> named;
-        for (const StagedFile& item : items)
-            named.insert(item.serverPath(request.kind));
+        const QSet<QString> named = keptFiles();
         QDirIterator files(
             kindFolder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
         while (files.hasNext()) {
@@ -314,8 +327,44 @@ private:
         std::sort(report.pruned.begin(), report.pruned.end(), [](const auto& a, const auto& b) {
             return a.path < b.path;
         });
+        tellWhatPruningEnds();
         if (!request.dryRun)
             removeEmptyFolders(kindFolder);
+    }
+
+    /// What the latest publications name, the new one included, which a dry run has
+    /// not noted yet.
+    QSet<QString> keptFiles() const
+    {
+        QSet<QString> named;
+        for (const StagedFile& item : items)
+            named.insert(item.serverPath(request.kind));
+        const bool isNoted = !request.dryRun || !report.manifestChanged;
+        const QList<Publication> kept
+            = History(request.server, request.kind).latest(request.keep - (isNoted ? 0 : 1));
+        for (const Publication& publication : kept) {
+            for (const PublishedFile& file : publication.files)
+                named.insert(file.serverPath);
+        }
+        return named;
+    }
+
+    /// Which publications the admin can no longer go back to.
+    void tellWhatPruningEnds()
+    {
+        QSet<QString> gone;
+        for (const BuildReport::Item& item : std::as_const(report.pruned))
+            gone.insert(item.path);
+        const History history(request.server, request.kind);
+        const QList<HistoryEntry> entries = history.entries();
+        for (const HistoryEntry& entry : entries) {
+            const Publication former = readPublication(entry.manifestPath, request.kind);
+            const bool ends = std::any_of(
+                former.files.cbegin(), former.files.cend(),
+                [&](const PublishedFile& file) { return gone.contains(file.serverPath); });
+            if (ends)
+                report.unreachable.append(entry.number);
+        }
     }
 
     void pruneFile(const QFileInfo& info, const QString& path)

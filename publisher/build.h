@@ -13,6 +13,9 @@
 class Clock;
 
 struct BuildRequest {
+    /// Publications whose paths players are taken to have in their caches still.
+    static constexpr qsizetype rememberedByPlayers = 10;
+
     /// Laid out as the client folder.
     QString source;
     /// What the web server serves.
@@ -28,6 +31,10 @@ struct BuildRequest {
     bool renew = false;
     bool dryRun = false;
     bool prune = false;
+    /// As many of the latest publications keep their files, the new one included.
+    int keep = 3;
+    /// For the history.
+    QString message = {};
     /// Reads every file, whatever size and date promise.
     bool rehash = false;
     /// Waits for the disk before the manifest goes live.
@@ -72,6 +79,8 @@ struct BuildReport {
     bool manifestChanged = false;
     /// Paths below the server folder.
     QList<Item> pruned;
+    /// Numbers of the publications that are out of reach with what is pruned.
+    QList<qint64> unreachable;
 };
 
 /// Publishes a source folder. Files go into folders named after their content,

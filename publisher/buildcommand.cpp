@@ -2,6 +2,7 @@
 
 #include "publisher/build.h"
 #include "publisher/clock.h"
+#include "publisher/finding.h"
 #include "publisher/names.h"
 #include "publisher/output.h"
 #include "publisher/progress.h"
@@ -31,8 +32,13 @@ void addSwitches(QCommandLineParser& parser)
           u"Dates the manifest anew even if it has not changed, so that every launcher fetches it "
           "once more."_s },
         { u"prune"_s,
-          u"Removes the kind's files that the new manifest does not name, once it is live. "
-          "Players in the middle of an update may still ask for them."_s },
+          u"Removes the kind's files that none of the latest publications names, once the new "
+          "manifest is live. Players in the middle of an update may still ask for them."_s },
+        { u"keep"_s,
+          u"With --prune: how many publications keep their files, the new one included, so that "
+          "one can roll back to them."_s,
+          u"NUMBER"_s, u"3"_s },
+        { { u"m"_s, u"message"_s }, u"Stands in the history."_s, u"TEXT"_s },
         { u"rehash"_s,
           u"Reads every file, even where size and dates say that it has not changed."_s },
         { u"jobs"_s, u"Reads and copies this many files at once."_s, u"NUMBER"_s,
@@ -41,6 +47,14 @@ void addSwitches(QCommandLineParser& parser)
           u"Does not wait until everything is on the disk. Faster, but a power cut soon "
           "afterwards can leave a broken publication."_s },
     });
+}
+
+QJsonArray toJson(const QList<qint64>& numbers)
+{
+    QJsonArray array;
+    for (const qint64 number : numbers)
+        array.append(number);
+    return array;
 }
 
 QJsonArray toJson(const QList<PublishedRemoval>& removals)
@@ -129,6 +143,9 @@ void showDifference(const BuildReport& report, Output& output)
     showRemoved(report, output);
     list(u"repaired"_s, report.repaired, output);
     list(u"pruned"_s, report.pruned, output);
+    if (!report.unreachable.isEmpty())
+        output.line(u"Without what is pruned there is no way back to publication %1; --keep keeps "
+                    u"more."_s.arg(Findings::numberList(report.unreachable)));
     output.line(u"%1 added, %2 changed, %3 removed, %4 unchanged."_s.arg(report.added.size())
                     .arg(report.changed.size())
                     .arg(report.removed.size())
@@ -154,6 +171,7 @@ void setDifference(const BuildRequest& request, const BuildReport& report, Outpu
     output.set(u"notes"_s, QJsonArray::fromStringList(report.notes));
     output.set(u"repaired"_s, toJson(report.repaired));
     output.set(u"pruned"_s, toJson(report.pruned));
+    output.set(u"unreachable"_s, toJson(report.unreachable));
     output.set(u"unchanged"_s, report.unchanged);
     output.set(u"bytesToUpdate"_s, report.bytesToUpdate);
     output.set(u"bytesInAll"_s, report.bytesInAll);
@@ -183,6 +201,8 @@ QString faultOf(const QCommandLineParser& parser)
     const QString separator = parser.value(u"separator"_s);
     if (separator != "/"_L1 && separator != R"(\)"_L1)
         return uR"(--separator is / or \)"_s;
+    if (parser.value(u"keep"_s).toInt() < 1)
+        return u"--keep is a number from 1"_s;
     if (parser.value(u"jobs"_s).toInt() < 1)
         return u"--jobs is a number from 1"_s;
     bool isNumber = false;
@@ -209,6 +229,8 @@ BuildRequest requestOf(const QCommandLineParser& parser)
         .renew = parser.isSet(u"renew"_s),
         .dryRun = parser.isSet(u"dry-run"_s),
         .prune = parser.isSet(u"prune"_s),
+        .keep = parser.value(u"keep"_s).toInt(),
+        .message = parser.value(u"message"_s),
         .rehash = parser.isSet(u"rehash"_s),
         .flush = !parser.isSet(u"no-flush"_s),
         .threads = parser.value(u"jobs"_s).toInt(),

@@ -243,6 +243,19 @@ QString replace(const QString& path, const QString& target)
     return error ? sentence(target, error) : QString();
 }
 
+QString linkOrCopy(const QString& file, const QString& name, const QString& md5)
+{
+    std::error_code error;
+    std::filesystem::create_hard_link(native(file), native(name), error);
+    if (!error)
+        return {};
+    const Digest digest = copy(file, name, nullptr);
+    if (digest.error.isEmpty() && digest.md5 != md5)
+        return u"%1 was changed while it was being published; nothing has been published"_s.arg(
+            file);
+    return digest.error;
+}
+
 QString flush(const QString& path)
 {
     QFile file(path);

@@ -47,6 +47,10 @@ void removeDrafts(const QString& folder);
 /// Renames a file onto another one, which it replaces at one blow.
 QString replace(const QString& path, const QString& target);
 
+/// Gives a file a second name, or makes a copy of it where the file system has one
+/// name for each; the copy must have this MD5.
+QString linkOrCopy(const QString& file, const QString& name, const QString& md5);
+
 /// Returns when the file's content has reached the disk.
 QString flush(const QString& path);
 /// Returns when everything written to the folder's file system has reached the

@@ -3,6 +3,7 @@
 #include "publisher/build.h"
 #include "publisher/filework.h"
 #include "publisher/hashcache.h"
+#include "publisher/names.h"
 #include "publisher/parallel.h"
 #include "publisher/progress.h"
 #include "publisher/publication.h"
@@ -63,6 +64,7 @@ Staging::Staging(
     , published(publishedFiles)
     , cache(hashCache)
     , folder(std::move(stagingFolder))
+    , other(readPublication(request.server + u'/' + manifestNameOf(otherKind()), otherKind()).files)
 {
 }
 
@@ -103,7 +105,7 @@ void Staging::stage(StagedFile& item, const Shelf& shelf, Progress& progress) co
 void Staging::read(StagedFile& item, const Shelf& shelf, Progress& progress) const
 {
     const QString path = request.source + u'/' + item.file.path;
-    if (request.dryRun || !isCertainlyNew(item.file)) {
+    if (request.dryRun || !isCertainlyNew(item.file) || mayHaveTwin(item.file)) {
         take(item, FileWork::hash(path, &progress));
     } else {
         take(item, FileWork::copy(path, shelf.path, &progress));
@@ -134,7 +136,34 @@ void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
     if (item.inPlace || request.dryRun || item.copiedBy >= 0)
         return;
     item.copiedBy = shelf.thread;
+    const QString twin = twinOf(item);
+    if (!twin.isEmpty() && FileWork::linkOrCopy(twin, shelf.path, item.md5).isEmpty())
+        return;
     take(item, FileWork::copy(request.source + u'/' + item.file.path, shelf.path, nullptr));
+}
+
+/// The same file in the tree of the other kind, which has the same content; empty
+/// when there is none.
+QString Staging::twinOf(const StagedFile& item) const
+{
+    const QString twin = request.server + u'/' + item.serverPath(otherKind());
+    const FileStamp stamp = FileStamp::of(twin);
+    return stamp.size == item.file.size && FileWork::hash(twin, nullptr).md5 == item.md5
+        ? twin
+        : QString();
+}
+
+QString Staging::otherKind() const
+{
+    return request.kind == "test"_L1 ? u"live"_s : u"test"_s;
+}
+
+/// Whether the other kind has a file of this path and size.
+bool Staging::mayHaveTwin(const SourceFile& file) const
+{
+    const auto twin = other.find(file.path);
+    return twin != other.end()
+        && FileStamp::of(request.server + u'/' + twin->serverPath).size == file.size;
 }
 
 /// A file that the live manifest lacks, or has in another size, is read and

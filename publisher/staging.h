@@ -1,6 +1,7 @@
 #pragma once
 
 #include "publisher/filework.h"
+#include "publisher/publication.h"
 #include "publisher/sourcetree.h"
 
 #include <QHash>
@@ -10,7 +11,6 @@
 class HashCache;
 class Progress;
 struct BuildRequest;
-struct PublishedFile;
 
 /// A source file on its way to the server folder.
 struct StagedFile {
@@ -59,10 +59,15 @@ private:
     static void take(StagedFile& item, const FileWork::Digest& digest);
     void compareWithTree(StagedFile& item, const Shelf& shelf) const;
     bool isCertainlyNew(const SourceFile& file) const;
+    bool mayHaveTwin(const SourceFile& file) const;
+    QString twinOf(const StagedFile& item) const;
+    QString otherKind() const;
     QString hashInTree(const QString& path, const FileStamp& stamp) const;
 
     const BuildRequest& request;
     const QHash<QString, PublishedFile>& published;
     const HashCache& cache;
     QString folder;
+    /// What the other kind publishes, whose equal files are shared.
+    QHash<QString, PublishedFile> other;
 };

@@ -62,6 +62,7 @@ BuildRequest request()
         .server = server(),
         .kind = "live",
         .removals = { .files = {}, .folders = {}, .realms = 4 },
+        .keep = 1,
         .flush = false,
     };
 }

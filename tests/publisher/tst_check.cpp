@@ -301,7 +301,7 @@ private slots:
                 + file(2, "x", "halden-vacant", "") + removal(3, "halden-vacant")
                                      << QList<int>{ 1, 1, 3, 4 };
         QTest::newRow("aimed at a realm")
-            << dataFolder + removal(2, "a") + file(3, "Data") << QList<int>{ 1, 2, 1, 4 };
+            << dataFolder + removal(2, "Data") + file(3, "Data") << QList<int>{ 1, 2, 1, 4 };
         QTest::newRow("other names") << file(1, "a") + file(2, "b") + file(3, "a") + file(4, "b")
                 + removal(5, "c") << QList<int>{ 1, 2, 1, 2 };
         QTest::newRow("into another client")
