@@ -1,6 +1,7 @@
 #include "publisher/checkcommand.h"
 
 #include "publisher/check.h"
+#include "publisher/checkserved.h"
 #include "publisher/findingreport.h"
 #include "publisher/output.h"
 #include "publisher/removalplan.h"
@@ -306,6 +307,8 @@ ExitCode inspect(const Request& request, const QCommandLineParser& parser, Outpu
             manifests.append(toJson(manifest, request, run));
         found += Check::findings(manifest, request.players, run, request.tree);
     }
+    if (!request.tree.isEmpty())
+        found += CheckServed::findings(request.tree, output);
     output.set(u"manifests"_s, manifests);
     return FindingReport::conclude(found, parser, output);
 }

@@ -153,7 +153,7 @@ private slots:
             QVERIFY(QDir(Community::sourcePath(kind, folder)).removeRecursively());
             writeFile(player.clientPath(kind, "Interface/AddOns/Eigenes/eigenes.lua"), "own");
         }
-        publishChanges({ "--remove", file, "--remove-folder", folder });
+        publishChanges({ "--remove", file, "--remove-folder", folder, "--yes-remove", "2" });
         QCOMPARE(runLauncher(), QString());
         for (const QString kind : { "live", "test" }) {
             QVERIFY(!QFile::exists(player.clientPath(kind, file)));
