@@ -42,9 +42,11 @@ public:
     Launcher(const Launcher&) = delete;
     Launcher& operator=(const Launcher&) = delete;
 
+    /// Another one for each test: what an earlier launcher has started may still
+    /// be about to report.
     static QString path()
     {
-        return ApplicationFolder::path("The Launcher");
+        return ApplicationFolder::path(QString("The Launcher of ") + QTest::currentTestFunction());
     }
     static QString path(const QString& name)
     {

@@ -55,6 +55,9 @@ public:
     /// has not brought today's content one after everything was published anew.
     /// Says in words what became of the target, or what went wrong.
     QString play();
+    /// How often the toolkit has warned of a write into this file, which did not
+    /// open, in the start with the fault.
+    qsizetype writesIntoNothing(const QString& file) const;
 
     TestSupport::HttpsServer server;
 
@@ -85,5 +88,6 @@ private:
     bool clientIsChecked = true;
     QString judged;
     int asked = 0;
+    QStringList unopened;
     QStringList problems;
 };

@@ -282,9 +282,11 @@ void tst_DiskFaults::cell()
     });
     QCOMPARE(evening.play(), result);
     const QByteArray complaint = QFileInfo(temporary(target)).fileName().toUtf8();
+    const qsizetype expected = message.isEmpty() ? 0 : Targets::requestsPerStart(target);
     QCOMPARE(
         complaints.count("Could not open " + complaint + " for writing: " + message.toUtf8()),
-        message.isEmpty() ? 0 : Targets::requestsPerStart(target));
+        expected);
+    QCOMPARE(evening.writesIntoNothing(temporary(target)), expected);
     cells.add(fault, target, result);
 }
 

@@ -52,6 +52,9 @@ QByteArray program(char letter)
     bytes[32] = 64; // with a table of segments behind the header
     bytes[54] = 56;
     bytes[56] = 1;
+    bytes[40] = 64; // and one of sections, which may be the same
+    bytes[58] = 40;
+    bytes[60] = 1;
     return bytes + QByteArray(3'000, letter);
 }
 

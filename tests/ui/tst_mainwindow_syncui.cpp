@@ -268,32 +268,35 @@ private slots:
     {
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<QStringList>("shown");
-        QTest::newRow("empty file") << QByteArray("") << QStringList();
-        QTest::newRow("not a store") << QByteArray("\x00\x01[[[=\n==\xFF", 11) << QStringList();
-        QTest::newRow("count is no number")
-            << QByteArray("[realms]\nsize=two\n1-realmName=One\n") << QStringList();
-        QTest::newRow("negative count")
-            << QByteArray("[realms]\nsize=-3\n1-realmName=One\n") << QStringList();
-        QTest::newRow("count above the entries")
-            << QByteArray("[realms]\nsize=3\n1-realmName=One\n") << QStringList{ "One", "", "" };
-        QTest::newRow("count below the entries")
-            << QByteArray("[realms]\nsize=1\n1-realmName=One\n2-realmName=Two\n")
-            << QStringList{ "One" };
-        QTest::newRow("same name twice")
-            << QByteArray("[realms]\nsize=2\n1-realmName=One\n2-realmName=One\n")
-            << QStringList{ "One", "One" };
+        QTest::addColumn<bool>("playable");
+        const auto row = [](const char* tag, const QByteArray& content, const QStringList& shown,
+                            bool playable) {
+            QTest::newRow(tag) << content << shown << playable;
+        };
+        row("empty file", "", {}, false);
+        row("not a store", QByteArray("\x00\x01[[[=\n==\xFF", 11), {}, false);
+        row("count is no number", "[realms]\nsize=two\n1-realmName=One\n", {}, false);
+        // Only a count of none hides the buttons.
+        row("negative count", "[realms]\nsize=-3\n1-realmName=One\n", {}, true);
+        row("count above the entries", "[realms]\nsize=3\n1-realmName=One\n", { "One", "", "" },
+            true);
+        row("count below the entries", "[realms]\nsize=1\n1-realmName=One\n2-realmName=Two\n",
+            { "One" }, true);
+        row("same name twice", "[realms]\nsize=2\n1-realmName=One\n2-realmName=One\n",
+            { "One", "One" }, true);
     }
 
     void livesWithABrokenStore()
     {
         QFETCH(QByteArray, content);
         QFETCH(QStringList, shown);
+        QFETCH(bool, playable);
         writeRealmsIni(content);
         const MainWindowUnderTest window;
         QCOMPARE(items(window.selector()), shown);
         QCOMPARE(window.selector()->isHidden(), shown.size() < 2);
-        QCOMPARE(window.button("StartWoW")->isHidden(), shown.isEmpty());
-        QCOMPARE(window.button("RemoveClient")->isHidden(), shown.isEmpty());
+        QCOMPARE(window.button("StartWoW")->isHidden(), !playable);
+        QCOMPARE(window.button("RemoveClient")->isHidden(), !playable);
         QVERIFY(window.settle(2));
     }
 
