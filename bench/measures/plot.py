@@ -19,8 +19,9 @@ class Panel:
     """One diagram. Every series is a name and a list of y values over the x
     values that all share."""
 
-    def __init__(self, left, title, unit, x_values, series):
+    def __init__(self, left, title, unit, x_values, series, x_title="entries in the manifest"):
         self.left, self.title, self.unit = left, title, unit
+        self.x_title = x_title
         self.x_values, self.series = x_values, series
         self.x_decades = decades(x_values)
         self.y_decades = decades([y for _, values in series for y in values])
@@ -39,7 +40,7 @@ class Panel:
     def grid(self):
         yield text(self.left, TOP - 22, self.title, weight="bold")
         yield text(self.left, TOP - 7, self.unit, size=11)
-        yield text(self.left + PANEL, TOP + DEPTH + 34, "entries in the manifest", anchor="end")
+        yield text(self.left + PANEL, TOP + DEPTH + 34, self.x_title, anchor="end")
         for power in self.x_decades:
             x = self.x(10 ** power)
             yield line(x, TOP, x, TOP + DEPTH, PALE)
@@ -89,6 +90,26 @@ def text(x, y, content, anchor="start", size=13, weight="normal", colour=INK):
             f'font-weight="{weight}" fill="{colour}">{content}</text>')
 
 
+def document(panels, what):
+    body = "\n".join(element for panel in panels for element in panel.svg())
+    note = text(LEFT, HEIGHT - 12, f"dotted: proportional to the number of {what}", size=11)
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH + 60} {HEIGHT}" '
+            f'font-family="sans-serif">\n<rect width="100%" height="100%" fill="white"/>\n'
+            f"{body}\n{note}\n</svg>\n")
+
+
+def publishing(rows):
+    """The rows of the benchmark of many small files as a document."""
+    files = [row["files"] for row in rows]
+    times = [(name, [max(row[name], 1e-9) * 1e6 for row in rows])
+             for name in ["build", "unchanged", "check"]]
+    memory = [("memory", [row["memory"] for row in rows])]
+    return document(
+        [Panel(LEFT, "Time by file", "microseconds", files, times, "files"),
+         Panel(LEFT + PANEL + GAP, "Most memory by file", "KiB", files, memory, "files")],
+        "files")
+
+
 def growth(rows):
     """The rows of the benchmark of the same name as a document."""
     entries = [row["entries"] for row in rows]
@@ -100,8 +121,4 @@ def growth(rows):
     second = LEFT + PANEL + GAP
     panels = [Panel(LEFT, "Time by entry", "milliseconds", entries, times),
               Panel(second, "Resources of the whole start", "number, or MiB", entries, resources)]
-    body = "\n".join(element for panel in panels for element in panel.svg())
-    note = text(LEFT, HEIGHT - 12, "dotted: proportional to the number of entries", size=11)
-    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH + 60} {HEIGHT}" '
-            f'font-family="sans-serif">\n<rect width="100%" height="100%" fill="white"/>\n'
-            f"{body}\n{note}\n</svg>\n")
+    return document(panels, "entries")
