@@ -53,7 +53,7 @@ QString serverOf(const QCommandLineParser& parser)
 }
 
 /// What keeps the command line from making sense; empty when it does.
-QString faultOf(const QCommandLineParser& parser, bool wantsNumber)
+QString faultOf(const QCommandLineParser& parser, bool wantsNumber, const QString& kind)
 {
     const QStringList arguments = parser.positionalArguments();
     if (arguments.size() != (wantsNumber ? 2 : 1))
@@ -63,8 +63,7 @@ QString faultOf(const QCommandLineParser& parser, bool wantsNumber)
     if (!QFileInfo(arguments.at(0)).isDir())
         return u"there is no folder \"%1\"; name the one that build publishes into"_s.arg(
             arguments.at(0));
-    const QString kind = parser.value(u"kind"_s);
-    if (kind != "live"_L1 && kind != "test"_L1 && !kind.isEmpty())
+    if (kind != "live"_L1 && kind != "test"_L1)
         return u"--kind is live or test"_s;
     return {};
 }
@@ -174,7 +173,7 @@ void HistoryCommand::configure(QCommandLineParser& parser) const
 
 ExitCode HistoryCommand::run(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser, false); !fault.isEmpty()) {
+    if (const QString fault = faultOf(parser, false, parser.value(u"kind"_s)); !fault.isEmpty()) {
         output.error(fault);
         return ExitCode::Usage;
     }
@@ -211,7 +210,7 @@ void ShowCommand::configure(QCommandLineParser& parser) const
 
 ExitCode ShowCommand::run(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser, true); !fault.isEmpty()) {
+    if (const QString fault = faultOf(parser, true, parser.value(u"kind"_s)); !fault.isEmpty()) {
         output.error(fault);
         return ExitCode::Usage;
     }
@@ -263,7 +262,7 @@ void RollbackCommand::configure(QCommandLineParser& parser) const
 
 ExitCode RollbackCommand::run(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser, true); !fault.isEmpty()) {
+    if (const QString fault = faultOf(parser, true, parser.value(u"kind"_s)); !fault.isEmpty()) {
         output.error(fault);
         return ExitCode::Usage;
     }
@@ -299,7 +298,7 @@ void PromoteCommand::configure(QCommandLineParser& parser) const
 
 ExitCode PromoteCommand::run(const QCommandLineParser& parser, Output& output)
 {
-    QString fault = faultOf(parser, false);
+    QString fault = faultOf(parser, false, u"live"_s);
     if (fault.isEmpty() && !QFileInfo::exists(serverOf(parser) + u'/' + manifestNameOf(u"test"_s)))
         fault = u"there is no test publication; build --kind test makes one"_s;
     if (!fault.isEmpty()) {

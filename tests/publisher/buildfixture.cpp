@@ -1,6 +1,7 @@
 #include "tests/publisher/buildfixture.h"
 
 #include "publisher/filework.h"
+#include "publisher/history.h"
 #include "tests/support/applicationfolder.h"
 
 #include <QFileInfo>
@@ -27,6 +28,13 @@ QString source(const QString& relativePath)
 QString server(const QString& relativePath)
 {
     return below("server", relativePath);
+}
+
+QMap<QString, QByteArray> servedFiles()
+{
+    QMap<QString, QByteArray> files = filesBelow(server());
+    files.removeIf([](const auto& file) { return file.key().startsWith(historyFolder); });
+    return files;
 }
 
 void put(const QString& relativePath, const QByteArray& content)

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 
@@ -14,6 +15,9 @@ namespace BuildFixture {
 
 QString source(const QString& relativePath = {});
 QString server(const QString& relativePath = {});
+
+/// What lies in the server folder but for the history.
+QMap<QString, QByteArray> servedFiles();
 
 /// Writes a file of the source.
 void put(const QString& relativePath, const QByteArray& content);

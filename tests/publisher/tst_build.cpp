@@ -89,7 +89,7 @@ private slots:
         QStringList expected{ manifest };
         for (const QString& path : paths)
             expected.append(placeOf(path));
-        const QMap<QString, QByteArray> tree = filesBelow(server());
+        const QMap<QString, QByteArray> tree = servedFiles();
         QCOMPARE(tree.keys(), expected);
         QCOMPARE(tree.value(placeOf("Data/a.mpq")), QByteArray("first a"));
     }
@@ -371,7 +371,7 @@ private slots:
         QCOMPARE(idsOf(report.refusals), refused ? QStringList("many-removed") : QStringList());
         QCOMPARE(report.removed.size(), dropped);
         QCOMPARE(readFile(server(manifest)) == before, refused);
-        QCOMPARE(filesBelow(server()).size(), refused ? 21 : 21 - dropped);
+        QCOMPARE(servedFiles().size(), refused ? 21 : 21 - dropped);
     }
 
     void refusesWhatWasOfAnotherKind_data()
@@ -465,7 +465,7 @@ private slots:
         QCOMPARE(report.pruned.at(0).size, 7);
         QVERIFY(!QFileInfo::exists(server(old)));
         QVERIFY(!QFileInfo::exists(QFileInfo(server(old)).path()));
-        QCOMPARE(filesBelow(server()).size(), 4);
+        QCOMPARE(servedFiles().size(), 4);
     }
 
     void pruningSparesWhatIsNotThePatchOfThisKind()
@@ -482,7 +482,7 @@ private slots:
         pruning.prune = true;
         QCOMPARE(
             pathsOf(published(pruning).pruned), QStringList("wow-client-patch/live/by hand/.old"));
-        const QMap<QString, QByteArray> tree = filesBelow(server());
+        const QMap<QString, QByteArray> tree = servedFiles();
         for (const QString& other : others)
             QVERIFY2(tree.contains(other), qPrintable(other));
         QVERIFY(tree.contains(placeOf("Data/a.mpq", "test")));
@@ -503,12 +503,12 @@ private slots:
             published();
         const QString old = placeOf("Data/a.mpq");
         put("Data/a.mpq", "second a");
-        const QMap<QString, QByteArray> before = filesBelow(server());
+        const QMap<QString, QByteArray> before = servedFiles();
         BuildRequest dry = request();
         dry.dryRun = true;
         dry.prune = true;
         const BuildReport report = published(dry);
-        QCOMPARE(filesBelow(server()), before);
+        QCOMPARE(servedFiles(), before);
         QCOMPARE(QFileInfo::exists(server()), publishedBefore);
         QVERIFY(report.manifestChanged);
         QCOMPARE(pathsOf(report.changed).contains("Data/a.mpq"), publishedBefore);
@@ -610,14 +610,14 @@ private slots:
     {
         putThree();
         published();
-        const QMap<QString, QByteArray> before = filesBelow(server());
+        const QMap<QString, QByteArray> before = servedFiles();
         put("Data/a.mpq", "second a");
         put("Data/con", "x");
         StandingClock clock(QDateTime::currentDateTimeUtc());
         BuildReport report;
         QCOMPARE(build(request(), clock, report), ExitCode::Findings);
         QCOMPARE(idsOf(report.refusals), QStringList("name-not-for-windows"));
-        QCOMPARE(filesBelow(server()), before);
+        QCOMPARE(servedFiles(), before);
     }
 
     void removalsStandInFront()
@@ -699,7 +699,7 @@ private slots:
         QFETCH(QString, readOnly);
         putThree();
         published();
-        const QMap<QString, QByteArray> before = filesBelow(server());
+        const QMap<QString, QByteArray> before = servedFiles();
         put("Data/a.mpq", "second a");
         const QString folder = server(readOnly);
         QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);

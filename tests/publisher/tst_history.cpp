@@ -352,7 +352,9 @@ private slots:
         put("Data/x", "file");
         publish("one");
         QFile::remove(source("Data/x"));
-        publish("two");
+        BuildRequest dropping = request();
+        dropping.confirmedDrops = 1;
+        published(dropping);
         put("Data/x/y", "below");
         StandingClock clock(QDateTime::currentDateTimeUtc().addDays(300));
         BuildReport report;

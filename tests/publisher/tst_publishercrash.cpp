@@ -1,3 +1,4 @@
+#include "publisher/history.h"
 #include "publisher/launcherrelease.h"
 #include "publisher/publication.h"
 #include "tests/publisher/buildfixture.h"
@@ -122,7 +123,7 @@ private slots:
             finish();
             QVERIFY2(readFile(server("patch.ini")) == newManifest, qPrintable(call.text));
             QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text));
-            QVERIFY2(filesBelow(server()).size() == 4, qPrintable(call.text));
+            QVERIFY2(servedFiles().size() == 4, qPrintable(call.text));
         }
         // Both sides of the switch have been seen.
         QVERIFY2(
@@ -178,6 +179,37 @@ private slots:
         QCOMPARE(brokenFiles(), QStringList());
     }
 
+    void formerPublicationIsWholeWheneverThePublisherDies_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("roll back") << QStringList{ "rollback", server(), "1", "--yes-remove", "1" };
+        QTest::newRow("promote") << QStringList{ "promote", server() };
+    }
+
+    void formerPublicationIsWholeWheneverThePublisherDies()
+    {
+        QFETCH(QStringList, arguments);
+        const QString record = ApplicationFolder::path("calls");
+        layOutBoth();
+        const QByteArray oldManifest = readFile(server("patch.ini"));
+        QCOMPARE(
+            runTraced(Trace::record(callsThatChange, record), arguments), QProcess::NormalExit);
+        const QByteArray newManifest = readFile(server("patch.ini"));
+        QVERIFY(newManifest != oldManifest);
+        const QList<SystemCall> calls = Trace::recordedChanges(record);
+        QVERIFY2(calls.size() > 10, qPrintable(QString::number(calls.size())));
+        for (const SystemCall& call : calls) {
+            layOutBoth();
+            QCOMPARE(runTraced(Trace::killBefore(call), arguments), QProcess::CrashExit);
+            const QByteArray live = readFile(server("patch.ini"));
+            QVERIFY2(live == oldManifest || live == newManifest, qPrintable(call.text));
+            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text + brokenFiles().join(' ')));
+            const QList<HistoryEntry> entries = History(server(), "live").entries();
+            QVERIFY2(!entries.isEmpty() && entries.constLast().isLive, qPrintable(call.text));
+            QCOMPARE(readFile(entries.constLast().manifestPath), live);
+        }
+    }
+
     void programsAreWholeWheneverThePublisherDies()
     {
         const QStringList arguments{ "build-launcher",   server(),    "--launcher",
@@ -198,7 +230,7 @@ private slots:
             releaseInProcess();
             QCOMPARE(readFile(server("Halden-Launcher.exe")), readFile(release().launcher));
             QCOMPARE(readFile(server("Halden-Launcher-Updater.exe")), readFile(release().updater));
-            QCOMPARE(filesBelow(server()).size(), 2);
+            QCOMPARE(servedFiles().size(), 2);
         }
     }
 
@@ -225,6 +257,21 @@ private:
         pruning.prune = true;
         pruning.confirmedDrops = 1;
         published(pruning);
+    }
+
+    /// Two live publications and one for testers, dated before this machine's clock.
+    static void layOutBoth()
+    {
+        layOut();
+        BuildRequest dropping = request();
+        dropping.confirmedDrops = 1;
+        published(dropping);
+        put("Data/changed.mpq", "for testers");
+        BuildRequest forTest = request();
+        forTest.kind = "test";
+        published(forTest);
+        for (const char* name : { "patch.ini", "patchTest.ini" })
+            setDate(server(name), QDateTime::currentDateTimeUtc().addSecs(-3600));
     }
 
     static void layOutPrograms()
