@@ -148,7 +148,8 @@ private slots:
         put("Data/b.mpq", "b");
         publishedBefore();
         QFile::remove(source("Data/a.mpq"));
-        const CommandRun run({ "build", source(), server(), "--dry-run", "--prune" });
+        const CommandRun run(
+            { "build", source(), server(), "--dry-run", "--prune", "--keep", "1" });
         QVERIFY2(run.text.contains("removed   Data/a.mpq"), qPrintable(run.text));
         QVERIFY2(run.text.contains("pruned    wow-client-patch/live/Data"), qPrintable(run.text));
         QVERIFY2(run.text.contains("Players keep what is removed"), qPrintable(run.text));
@@ -252,7 +253,7 @@ private slots:
         put("c.mpq", "c");
         QFile::remove(source("Data/b.mpq"));
         const CommandRun run({ "build", source(), server(), "--json", "--no-flush", "--prune",
-                               "--yes-remove", "1" });
+                               "--keep", "1", "--yes-remove", "1" });
         const QJsonObject json = run.json;
         QCOMPARE(pathsIn(json["added"]), QStringList("c.mpq"));
         QCOMPARE(pathsIn(json["changed"]), QStringList("Data/a.mpq"));
