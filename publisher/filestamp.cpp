@@ -85,5 +85,6 @@ bool FileStamp::isSettled(const QDateTime& now) const
 
 QDateTime FileStamp::date() const
 {
-    return isFile() ? QDateTime::fromMSecsSinceEpoch(modified / million, QTimeZone::utc()) : QDateTime();
+    return isFile() ? QDateTime::fromMSecsSinceEpoch(modified / million, QTimeZone::utc())
+                    : QDateTime();
 }
