@@ -36,6 +36,8 @@ void addSwitches(QCommandLineParser& parser)
           u"NUMBER"_s, u"0"_s },
         { u"rehash"_s,
           u"Reads every file, even where size and dates say that it has not changed."_s },
+        { u"jobs"_s, u"Reads this many files at once."_s, u"NUMBER"_s,
+          QString::number(QThread::idealThreadCount()) },
         { u"no-flush"_s,
           u"Does not wait until everything is on the disk. Faster, but a power cut soon "
           "afterwards can leave a broken publication."_s },
@@ -140,7 +142,7 @@ ExitCode run(RepublicationRequest request, const QCommandLineParser& parser, Out
     request.dryRun = parser.isSet(u"dry-run"_s);
     request.rehash = parser.isSet(u"rehash"_s);
     request.flush = !parser.isSet(u"no-flush"_s);
-    request.threads = QThread::idealThreadCount();
+    request.threads = std::max(1, parser.value(u"jobs"_s).toInt());
     Clock clock;
     RepublicationReport report;
     const ExitCode code = republish(request, clock, report);

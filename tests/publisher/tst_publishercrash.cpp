@@ -182,8 +182,9 @@ private slots:
     void formerPublicationIsWholeWheneverThePublisherDies_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("roll back") << QStringList{ "rollback", server(), "1", "--yes-remove", "1" };
-        QTest::newRow("promote") << QStringList{ "promote", server() };
+        QTest::newRow("roll back")
+            << QStringList{ "rollback", server(), "1", "--yes-remove", "1", "--jobs", "1" };
+        QTest::newRow("promote") << QStringList{ "promote", server(), "--jobs", "1" };
     }
 
     void formerPublicationIsWholeWheneverThePublisherDies()
