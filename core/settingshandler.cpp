@@ -16,11 +16,11 @@ namespace {
 constexpr QLatin1StringView defaultRealmHost(HALDEN_DEFAULT_REALM_HOST);
 constexpr QLatin1StringView defaultLanguage("deDE");
 
-/// Value of a full key; the doubled slash of the callers' keys counts as one.
+/// Value of a full key; the doubled slash of the callers' keys counts as one. A
+/// handle that is opened reads what has changed.
 QVariant readValue(const QString& key, const QVariant& fallback)
 {
-    QSettings store(SettingsHandler::getRealmsIniPath(), QSettings::IniFormat);
-    store.sync();
+    const QSettings store(SettingsHandler::getRealmsIniPath(), QSettings::IniFormat);
     return store.value(key, fallback);
 }
 
