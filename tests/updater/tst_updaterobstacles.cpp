@@ -1,6 +1,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
+#include "tests/support/timezone.h"
 #include "tests/updater/faults.h"
 #include "tests/updater/installation.h"
 
@@ -458,7 +459,7 @@ private:
 
     static QDateTime longAgo()
     {
-        return { QDate(2024, 5, 1), QTime(8, 0), Qt::UTC };
+        return TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
     }
 
     QDateTime dateOf(const QString& name) const
