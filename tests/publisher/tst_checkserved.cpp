@@ -5,7 +5,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLibraryInfo>
 #include <QProcess>
+#include <QVersionNumber>
 
 using namespace TestSupport;
 using namespace BuildFixture;
@@ -31,8 +33,10 @@ private slots:
         QTest::newRow("a table") << QByteArray(
             "<table cellpadding=\"4\" width=\"100%\"><tr><td>a<td>b</table>")
                                  << false;
-        QTest::newRow("nothing that ends")
-            << QByteArray("<table cellpadding=\"1e9\"><tr><td>a</table>") << true;
+        // Qt 6.8 comes to an end with it.
+        if (QLibraryInfo::version() < QVersionNumber(6, 8))
+            QTest::newRow("nothing that ends")
+                << QByteArray("<table cellpadding=\"1e9\"><tr><td>a</table>") << true;
         QTest::newRow("tables in tables")
             << QByteArray("<table><tr><td>").repeated(30) + "x" << true;
         QTest::newRow("many megabytes") << QByteArray("<p>Hallo <b>Welt").repeated(4 << 20) << true;

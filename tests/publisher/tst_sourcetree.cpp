@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QRegularExpression>
+#include <QUrl>
 
 #include <cerrno>
 #include <dirent.h>
@@ -101,7 +102,11 @@ private slots:
         QTest::newRow("percents in the name") << "a%20b.mpq" << x << "name-not-for-urls";
         QTest::newRow("percents after a folder's") << "a#b/100%.txt" << x << "name-not-for-urls";
         QTest::newRow("percents twice") << "50%/100%.txt" << x << "name-not-for-urls";
-        QTest::newRow("folder of a dot and a letter") << "Data/.c/x" << x << "name-not-for-urls";
+        // Qt 6.4 takes such a folder out of an address, Qt 6.8 does not.
+        const QUrl dotted("https://download.test/Data/.c/x");
+        if (dotted.adjusted(QUrl::NormalizePathSegments).path() != "/Data/.c/x")
+            QTest::newRow("folder of a dot and a letter")
+                << "Data/.c/x" << x << "name-not-for-urls";
         QTest::newRow("question mark") << "a?b.mpq" << x << "name-not-for-windows";
         QTest::newRow("backslash") << "a\\b.mpq" << x << "name-not-for-windows";
         QTest::newRow("device") << "Data/con.mpq" << x << "name-not-for-windows";
