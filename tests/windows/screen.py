@@ -6,8 +6,9 @@ import struct
 import subprocess
 import tempfile
 import time
-import zlib
 from pathlib import Path
+
+from PIL import Image
 
 # The longest wait for anything, in seconds; everything is usually done in a few,
 # but machines are slow sometimes.
@@ -78,17 +79,8 @@ class Screen:
     def save(self, path, settled):
         width, height = self.field(self.WIDTH), self.field(self.HEIGHT)
         whole = (0, 0, width, height)
-        rows = b"".join(
-            b"\0" + b"".join(bytes((row[i + 2], row[i + 1], row[i])) for i in range(0, len(row), 4))
-            for row in (self.settled_picture(whole) if settled else self.picture(whole)))
-
-        def chunk(kind, content):
-            return (struct.pack(">I", len(content)) + kind + content
-                    + struct.pack(">I", zlib.crc32(kind + content)))
-
-        path.write_bytes(
-            b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+        rows = self.settled_picture(whole) if settled else self.picture(whole)
+        Image.frombytes("RGB", (width, height), b"".join(rows), "raw", "BGRX").save(path)
 
     def close(self):
         self.server.terminate()
