@@ -1,6 +1,6 @@
 // Feeds broken manifests to the launcher's reading code and to `check`.
 
-#include "publisher/check.h"
+#include "publisher/check/check.h"
 #include "tests/fuzz/brokenmanifest.h"
 #include "tests/fuzz/fuzzloop.h"
 
@@ -11,6 +11,7 @@
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
+using namespace Publisher;
 
 namespace {
 
@@ -37,13 +38,11 @@ qsizetype inspect(const QString& path, quint32 index)
     players.realms = 1 + static_cast<int>(index % 4);
     players.separator = index % 2 == 0 ? u'\\' : u'/';
     readAsLauncher(path, players.separator);
-    const CheckedManifest manifest
-        = Check::read(path, u"patch.ini"_s, index % 3 == 0 ? u"test"_s : u"live"_s, players);
-    const RehearsedRun run = CheckEffects::firstRun(manifest, players);
+    const Inspection inspection = Check::inspect(
+        path, u"patch.ini"_s, index % 3 == 0 ? u"test"_s : u"live"_s, players,
+        index % 5 == 0 ? u"/"_s : QString());
     qsizetype characters = 0;
-    const QList<Finding> findings
-        = Check::findings(manifest, players, run, index % 5 == 0 ? u"/"_s : QString());
-    for (const Finding& finding : findings)
+    for (const Finding& finding : inspection.findings)
         characters += Findings::toText(finding).size();
     return characters;
 }

@@ -1,12 +1,13 @@
 #include "tests/publisher/buildfixture.h"
 
-#include "publisher/filework.h"
-#include "publisher/history.h"
+#include "publisher/build/history.h"
+#include "publisher/common/filework.h"
 #include "tests/support/applicationfolder.h"
 
 #include <QFileInfo>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace BuildFixture {
 

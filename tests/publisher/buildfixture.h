@@ -1,7 +1,7 @@
 #pragma once
 
-#include "publisher/build.h"
-#include "publisher/clock.h"
+#include "publisher/build/build.h"
+#include "publisher/common/clock.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -23,7 +23,7 @@ QMap<QString, QByteArray> servedFiles();
 void put(const QString& relativePath, const QByteArray& content);
 
 /// A clock that stands still; whoever waits sets it forward.
-class StandingClock : public Clock {
+class StandingClock : public Publisher::Clock {
 public:
     explicit StandingClock(const QDateTime& start);
 
@@ -38,11 +38,11 @@ private:
 };
 
 /// Live, for Windows players, one thread, without waiting for the disk.
-BuildRequest request();
+Publisher::BuildRequest request();
 
 /// Publishes with a clock of this machine; fails the process unless it ends so.
-BuildReport published(const BuildRequest& wanted);
-BuildReport published();
+Publisher::BuildReport published(const Publisher::BuildRequest& wanted);
+Publisher::BuildReport published();
 
 /// Where the server has the present content of a source file, relative to the
 /// server folder.
@@ -51,7 +51,7 @@ QString placeOf(const QString& relativePath, const QString& kind = "live");
 QDateTime dateOf(const QString& path);
 void setDate(const QString& path, const QDateTime& date);
 
-QStringList pathsOf(const QList<BuildReport::Item>& items);
-QStringList idsOf(const QList<Refusal>& refusals);
+QStringList pathsOf(const QList<Publisher::BuildReport::Item>& items);
+QStringList idsOf(const QList<Publisher::Refusal>& refusals);
 
 } // namespace BuildFixture

@@ -1,9 +1,11 @@
 #include "tests/publisher/commandrun.h"
 
-#include "publisher/frame.h"
+#include "publisher/cli/commandline.h"
 
 #include <QBuffer>
 #include <QJsonDocument>
+
+using namespace Publisher;
 
 CommandRun::CommandRun(const QStringList& arguments)
 {
@@ -11,7 +13,7 @@ CommandRun::CommandRun(const QStringList& arguments)
     QBuffer messageBuffer;
     result.open(QIODevice::WriteOnly);
     messageBuffer.open(QIODevice::WriteOnly);
-    code = runCommandLine(arguments, allCommands(), result, messageBuffer);
+    code = runCommandLine(arguments, result, messageBuffer);
     text = QString::fromUtf8(result.data());
     json = QJsonDocument::fromJson(result.data()).object();
     messages = QString::fromUtf8(messageBuffer.data());

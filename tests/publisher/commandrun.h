@@ -1,6 +1,6 @@
 #pragma once
 
-#include "publisher/exitcode.h"
+#include "publisher/common/exitcode.h"
 
 #include <QJsonObject>
 #include <QString>
@@ -10,7 +10,7 @@
 struct CommandRun {
     explicit CommandRun(const QStringList& arguments);
 
-    ExitCode code = ExitCode::Fine;
+    Publisher::ExitCode code = Publisher::ExitCode::Fine;
     /// The result, and its members where "--json" was asked for.
     QString text;
     QJsonObject json;

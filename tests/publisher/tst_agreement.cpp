@@ -1,7 +1,7 @@
 #include "app/constants.h"
 #include "core/settingshandler.h"
 #include "core/signalboolhelperclass.h"
-#include "publisher/rehearsal.h"
+#include "publisher/check/rehearsal.h"
 #include "tests/publisher/randompublication.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
@@ -24,6 +24,7 @@
 #include <optional>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace {
 

@@ -1,6 +1,6 @@
-#include "publisher/build.h"
-#include "publisher/hashcache.h"
-#include "publisher/treelock.h"
+#include "publisher/build/build.h"
+#include "publisher/build/hashcache.h"
+#include "publisher/common/treelock.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/smalldisk.h"
@@ -19,6 +19,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

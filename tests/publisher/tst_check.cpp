@@ -1,6 +1,6 @@
-#include "publisher/check.h"
-#include "publisher/checkreading.h"
-#include "publisher/finding.h"
+#include "publisher/check/check.h"
+#include "publisher/check/checkreading.h"
+#include "publisher/common/finding.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
@@ -12,6 +12,7 @@
 #include <QSettings>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace {
 
@@ -313,10 +314,9 @@ private slots:
         QFETCH(QStringList, rows);
         CheckedPlayers players;
         players.realms = 4;
-        const CheckedManifest checked
-            = Check::read(manifest(count(5) + rows), "patch.ini", "live", players);
-        const RehearsedRun run = CheckEffects::firstRun(checked, players);
-        QTEST(run.likeRealm, "like");
+        const Inspection inspection
+            = Check::inspect(manifest(count(5) + rows), "patch.ini", "live", players, {});
+        QTEST(inspection.run.likeRealm, "like");
     }
 
     /// Whatever the settings layer writes, it also reads as it was meant.

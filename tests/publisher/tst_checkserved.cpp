@@ -11,6 +11,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 /// What `check` finds in a tree besides manifests and patch files.
 class tst_CheckServed : public QObject {

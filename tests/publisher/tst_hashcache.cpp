@@ -1,4 +1,4 @@
-#include "publisher/hashcache.h"
+#include "publisher/build/hashcache.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
@@ -8,6 +8,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "publisher/history.h"
-#include "publisher/names.h"
+#include "publisher/build/history.h"
+#include "publisher/common/names.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
@@ -14,6 +14,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "publisher/launcherrelease.h"
-#include "publisher/treelock.h"
+#include "publisher/build/launcherrelease.h"
+#include "publisher/common/treelock.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/smalldisk.h"
@@ -12,6 +12,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "publisher/manifestdraft.h"
+#include "publisher/common/manifestdraft.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 
@@ -7,6 +7,7 @@
 #include <optional>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace {
 

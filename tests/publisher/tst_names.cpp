@@ -1,8 +1,10 @@
-#include "publisher/names.h"
+#include "publisher/common/names.h"
 #include "tests/support/testmain.h"
 #include "update/patchpaths.h"
 
 #include <QRegularExpression>
+
+using namespace Publisher;
 
 namespace {
 

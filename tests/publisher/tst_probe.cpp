@@ -14,6 +14,7 @@
 #include <functional>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace {
 

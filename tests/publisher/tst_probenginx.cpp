@@ -8,6 +8,7 @@
 #include <QProcess>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace {
 

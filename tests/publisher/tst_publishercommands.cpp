@@ -1,7 +1,7 @@
-#include "publisher/finding.h"
-#include "publisher/frame.h"
-#include "publisher/output.h"
-#include "publisher/progress.h"
+#include "publisher/cli/commands.h"
+#include "publisher/cli/output.h"
+#include "publisher/common/finding.h"
+#include "publisher/common/progress.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
@@ -16,6 +16,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 
@@ -52,8 +53,8 @@ private slots:
     {
         const CommandRun run({ "--help" });
         QCOMPARE(run.code, ExitCode::Fine);
-        for (const auto& command : allCommands())
-            QVERIFY2(run.text.contains("\n  " + command->name() + ' '), qPrintable(run.text));
+        for (const Command* command : allCommands)
+            QVERIFY2(run.text.contains("\n  " + command->name + ' '), qPrintable(run.text));
         QCOMPARE(run.messages, QString());
     }
 
@@ -68,8 +69,8 @@ private slots:
     void everyCommandHasHelp_data()
     {
         QTest::addColumn<QString>("name");
-        for (const auto& command : allCommands())
-            QTest::newRow(qPrintable(command->name())) << command->name();
+        for (const Command* command : allCommands)
+            QTest::newRow(command->name.data()) << QString(command->name);
     }
 
     void everyCommandHasHelp()

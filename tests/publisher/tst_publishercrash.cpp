@@ -1,6 +1,6 @@
-#include "publisher/history.h"
-#include "publisher/launcherrelease.h"
-#include "publisher/publication.h"
+#include "publisher/build/history.h"
+#include "publisher/build/launcherrelease.h"
+#include "publisher/common/publication.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/systemcalls.h"
@@ -15,6 +15,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

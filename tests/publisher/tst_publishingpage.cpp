@@ -1,5 +1,5 @@
 #include "app/constants.h"
-#include "publisher/finding.h"
+#include "publisher/common/finding.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
@@ -11,6 +11,7 @@
 #include <QRegularExpression>
 
 using namespace TestSupport;
+using namespace Publisher;
 
 namespace {
 

@@ -1,7 +1,9 @@
-#include "publisher/rehearsaltree.h"
+#include "publisher/check/rehearsaltree.h"
 #include "tests/support/testmain.h"
 
 #include <QTest>
+
+using namespace Publisher;
 
 using Entries = QMap<QString, QString>;
 

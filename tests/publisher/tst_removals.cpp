@@ -1,5 +1,5 @@
-#include "publisher/removals.h"
-#include "publisher/sourcetree.h"
+#include "publisher/build/removals.h"
+#include "publisher/build/sourcetree.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/logcapture.h"
@@ -13,6 +13,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

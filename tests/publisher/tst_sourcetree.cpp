@@ -1,4 +1,4 @@
-#include "publisher/sourcetree.h"
+#include "publisher/build/sourcetree.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
@@ -15,6 +15,7 @@
 
 using namespace TestSupport;
 using namespace BuildFixture;
+using namespace Publisher;
 
 namespace {
 

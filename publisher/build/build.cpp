@@ -1,0 +1,422 @@
+#include "publisher/build/build.h"
+
+#include "publisher/build/hashcache.h"
+#include "publisher/build/history.h"
+#include "publisher/build/manifestexchange.h"
+#include "publisher/build/precheck.h"
+#include "publisher/build/sourcetree.h"
+#include "publisher/build/staging.h"
+#include "publisher/common/clock.h"
+#include "publisher/common/dates.h"
+#include "publisher/common/filework.h"
+#include "publisher/common/manifestdraft.h"
+#include "publisher/common/names.h"
+#include "publisher/common/parallel.h"
+#include "publisher/common/treelock.h"
+#include "update/launcherfiles.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+// Each fetches every file for itself.
+constexpr qint64 runsOfAStart = 2;
+
+class Build {
+public:
+    Build(const BuildRequest& buildRequest, Clock& time, BuildReport& target)
+        : request(buildRequest)
+        , clock(time)
+        , report(target)
+        , patchFolder(request.server + "/wow-client-patch"_L1)
+        , kindFolder(patchFolder + u'/' + request.kind)
+        , stagingFolder(patchFolder + "/.halden-publish"_L1)
+        , manifestPath(request.server + u'/' + manifestNameOf(request.kind))
+        , cache(HashCache::forTarget(kindFolder))
+    {
+    }
+
+    ExitCode run()
+    {
+        source = SourceTree::scan(request.source);
+        report.passedOver = source.passedOver;
+        removals = RemovalPlan::make(request.removals, source, request.separator);
+        report.refusals = source.refusals + removals.refusals;
+        if (!report.refusals.isEmpty())
+            return ExitCode::Findings;
+        if (!takeServerFolder())
+            return ExitCode::InputOutput;
+        live = readPublication(manifestPath, request.kind);
+        compareNames();
+        judge();
+        if (report.refusals.isEmpty() || request.dryRun)
+            proceed();
+        release();
+        if (!succeeded())
+            return ExitCode::InputOutput;
+        return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
+    }
+
+private:
+    /// Bytes that are to be copied, found by reading and without copying.
+    qint64 bytesToCopy()
+    {
+        BuildRequest looking = request;
+        looking.dryRun = true;
+        qint64 bytes = 0;
+        const QList<StagedFile> found
+            = Staging(looking, published, cache, stagingFolder).run(source.files);
+        for (const StagedFile& item : found)
+            bytes += item.inPlace ? 0 : item.file.size;
+        return bytes;
+    }
+
+    void proceed()
+    {
+        const auto needed = [this] {
+            return bytesToCopy();
+        };
+        if (!request.dryRun && !attempt(Precheck::withoutRoom(request.server, source, needed)))
+            return;
+        items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
+        for (const StagedFile& item : items)
+            attempt(item.error);
+        if (!succeeded())
+            return;
+        compare();
+        draft();
+        if (!request.dryRun)
+            publish();
+        if (request.prune && succeeded())
+            prune();
+    }
+
+    /// Whether the source has a path that the live manifest has not.
+    bool hasNewPaths() const
+    {
+        return std::any_of(
+                   source.files.cbegin(), source.files.cend(),
+                   [this](const SourceFile& file) { return !published.contains(file.path); })
+            || std::any_of(
+                   source.folders.cbegin(), source.folders.cend(),
+                   [this](const QString& folder) { return !live.folders.contains(folder); });
+    }
+
+    /// Held against what players may still have: the live manifest and, where a path
+    /// is new to it, those before, one at a time, since each may be large.
+    QList<Refusal> changedKinds() const
+    {
+        QList<Refusal> found = Precheck::changedKinds(source, { live });
+        if (!found.isEmpty() || !hasNewPaths())
+            return found;
+        QList<HistoryEntry> former = History(request.server, request.kind).entries();
+        former = former.last(std::min(BuildRequest::rememberedByPlayers, former.size()));
+        for (auto entry = former.crbegin(); entry != former.crend() && found.isEmpty(); ++entry)
+            found = Precheck::changedKinds(
+                source, { readPublication(entry->manifestPath, request.kind) });
+        return found;
+    }
+
+    /// What is seen before any file is read.
+    void judge()
+    {
+        report.refusals += changedKinds();
+        report.refusals += Precheck::manyRemoved(
+            report.removed.size(), published.size(), request.confirmedDrops);
+        if (!request.renew)
+            report.refusals += Dates::ahead(manifestPath, clock);
+        for (const auto name : { launcherFileName, updaterFileName })
+            report.notes += Dates::noteOn(request.server + u'/' + name, clock);
+    }
+
+    /// The difference as far as names tell it.
+    void compareNames()
+    {
+        QSet<QStringView> listed;
+        listed.reserve(source.files.size());
+        for (const SourceFile& file : std::as_const(source.files))
+            listed.insert(file.path);
+        for (const PublishedFile& file : published) {
+            if (!listed.contains(file.path))
+                report.removed.append({ file.path, QFileInfo(onServer(file.serverPath)).size() });
+        }
+        std::sort(report.removed.begin(), report.removed.end(), [](const auto& a, const auto& b) {
+            return a.path < b.path;
+        });
+        report.removals = removals.removals;
+        for (const PublishedRemoval& removal : live.removals) {
+            if (!report.removals.contains(removal) && !report.droppedRemovals.contains(removal))
+                report.droppedRemovals.append(removal);
+        }
+    }
+
+    bool succeeded() const
+    {
+        return report.error.isEmpty();
+    }
+
+    /// Keeps the first failure. Returns whether this step went well.
+    bool attempt(const QString& error)
+    {
+        if (succeeded())
+            report.error = error;
+        return error.isEmpty();
+    }
+
+    bool takeServerFolder()
+    {
+        if (request.dryRun)
+            return true;
+        if (!attempt(FileWork::createFolder(kindFolder)))
+            return false;
+        lock = std::make_unique<TreeLock>(request.server);
+        if (!attempt(lock->error()))
+            return false;
+        // What a run that was cut off has left.
+        FileWork::removeDrafts(request.server);
+        QDir(stagingFolder).removeRecursively();
+        for (int thread = 0; thread < request.threads; ++thread)
+            attempt(FileWork::createFolder(stagingFolder + u'/' + QString::number(thread)));
+        return succeeded();
+    }
+
+    void release()
+    {
+        if (!request.dryRun)
+            QDir(stagingFolder).removeRecursively();
+        lock.reset();
+    }
+
+    void draft()
+    {
+        manifest.entries = removals.entries;
+        for (const QString& folder : source.folders)
+            manifest.entries.append(ManifestDraft::folder(folder, request.separator));
+        for (const StagedFile& item : items)
+            manifest.entries.append(ManifestDraft::file(
+                item.file.path, urlOffsetOf(serverFolderOf(item.file, item.md5)), item.md5,
+                request.separator));
+        text = manifest.toIni();
+        report.manifestChanged = !isLive(text);
+        if (!report.manifestChanged && !request.renew)
+            manifest = {};
+    }
+
+    bool isLive(const QByteArray& content) const
+    {
+        QFile before(manifestPath);
+        return before.open(QIODevice::ReadOnly) && before.size() == content.size()
+            && before.readAll() == content;
+    }
+
+    void compare()
+    {
+        for (const StagedFile& item : std::as_const(items)) {
+            compareItem(item);
+            report.bytesInAll += runsOfAStart * item.file.size;
+        }
+        live = {};
+        report.compared = true;
+    }
+
+    void compareItem(const StagedFile& item)
+    {
+        const auto before = published.constFind(item.file.path);
+        const BuildReport::Item line{ item.file.path, item.file.size };
+        if (before == published.cend()) {
+            report.added.append(line);
+            report.bytesToUpdate += runsOfAStart * line.size;
+        } else if (before->hash != item.md5) {
+            report.changed.append(line);
+            report.bytesToUpdate += runsOfAStart * line.size;
+        } else if (!item.inPlace && before->serverPath == item.serverPath(request.kind)) {
+            report.repaired.append(line);
+        } else {
+            ++report.unchanged;
+        }
+    }
+
+    void publish()
+    {
+        placeAll();
+        if (!succeeded() || (request.flush && !attempt(FileWork::flushFileSystem(request.server))))
+            return;
+        // True whether or not the manifest goes live, and what follows needs room.
+        remember();
+        if (report.manifestChanged || request.renew)
+            attempt(publishManifest());
+    }
+
+    void placeAll()
+    {
+        StagedFile* const first = items.data();
+        std::atomic_bool failed = false;
+        Parallel::run(request.threads, items.size(), [&](qsizetype i, int) {
+            if (failed)
+                return;
+            first[i].error = place(first[i], i);
+            failed = failed || !first[i].error.isEmpty();
+        });
+        for (const StagedFile& item : std::as_const(items))
+            attempt(item.error);
+    }
+
+    /// Moves a copy to its place, where no live manifest leads yet. What is right is
+    /// left alone: another admin may own it, and its date means nothing to launchers.
+    QString place(StagedFile& item, qsizetype number) const
+    {
+        if (item.inPlace)
+            return {};
+        const QString copy = Staging::copyOf(stagingFolder, item.copiedBy, number);
+        const QString target = onServer(item.serverPath(request.kind));
+        QString error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
+        if (error.isEmpty())
+            error = FileWork::replace(copy, target);
+        item.served = FileStamp::of(target);
+        return error;
+    }
+
+    QString publishManifest()
+    {
+        const ManifestExchange exchange{
+            .server = request.server,
+            .kind = request.kind,
+            .text = std::exchange(text, {}),
+            .note = PublicationNote::of(u"build"_s, request.message, clock.now()),
+            .flush = request.flush,
+            .isPublication = report.manifestChanged,
+        };
+        return exchangeManifest(
+            exchange, clock, [this](const QString& path) { return manifest.differenceTo(path); });
+    }
+
+    void remember()
+    {
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        for (const StagedFile& item : std::as_const(items)) {
+            if (item.file.stamp.isSettled(now))
+                cache.remember(request.source + u'/' + item.file.path, item.file.stamp, item.md5);
+            // Nobody else writes here, so what has just been placed is known.
+            cache.remember(onServer(item.serverPath(request.kind)), item.served, item.md5);
+        }
+        cache.save();
+    }
+
+    void prune()
+    {
+        const QSet<QString> named = keptFiles();
+        QDirIterator files(
+            kindFolder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+        while (files.hasNext()) {
+            const QFileInfo info = files.nextFileInfo();
+            const QString path = info.filePath().sliced(request.server.size() + 1);
+            if (!named.contains(path))
+                pruneFile(info, path);
+        }
+        std::sort(report.pruned.begin(), report.pruned.end(), [](const auto& a, const auto& b) {
+            return a.path < b.path;
+        });
+        tellWhatPruningEnds();
+        if (!request.dryRun)
+            removeEmptyFolders(kindFolder);
+    }
+
+    /// What the latest publications name, the new one included, which a dry run has
+    /// not noted yet.
+    QSet<QString> keptFiles() const
+    {
+        QSet<QString> named;
+        for (const StagedFile& item : items)
+            named.insert(item.serverPath(request.kind));
+        const bool isNoted = !request.dryRun || !report.manifestChanged;
+        const QList<Publication> kept
+            = History(request.server, request.kind).latest(request.keep - (isNoted ? 0 : 1));
+        for (const Publication& publication : kept) {
+            for (const PublishedFile& file : publication.files)
+                named.insert(file.serverPath);
+        }
+        return named;
+    }
+
+    /// Which publications the admin can no longer go back to.
+    void tellWhatPruningEnds()
+    {
+        QSet<QString> gone;
+        for (const BuildReport::Item& item : std::as_const(report.pruned))
+            gone.insert(item.path);
+        const History history(request.server, request.kind);
+        const QList<HistoryEntry> entries = history.entries();
+        for (const HistoryEntry& entry : entries) {
+            const Publication former = readPublication(entry.manifestPath, request.kind);
+            const bool ends = std::any_of(
+                former.files.cbegin(), former.files.cend(),
+                [&](const PublishedFile& file) { return gone.contains(file.serverPath); });
+            if (ends)
+                report.unreachable.append(entry.number);
+        }
+    }
+
+    void pruneFile(const QFileInfo& info, const QString& path)
+    {
+        const qint64 size = info.size();
+        if (request.dryRun || QFile::remove(info.filePath()))
+            report.pruned.append({ path, size });
+        else
+            attempt(u"%1 cannot be removed"_s.arg(info.filePath()));
+    }
+
+    static void removeEmptyFolders(const QString& folder)
+    {
+        const QFileInfoList below = QDir(folder).entryInfoList(
+            QDir::Dirs | QDir::Hidden | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+        for (const QFileInfo& info : below) {
+            removeEmptyFolders(info.filePath());
+            QDir().rmdir(info.filePath()); // refuses what is not empty
+        }
+    }
+
+    QString onServer(const QString& path) const
+    {
+        return request.server + u'/' + path;
+    }
+
+    const BuildRequest& request;
+    Clock& clock;
+    BuildReport& report;
+    QString patchFolder;
+    QString kindFolder;
+    QString stagingFolder;
+    QString manifestPath;
+    HashCache cache;
+    const FileWork::PublicFiles publicFiles;
+    std::unique_ptr<TreeLock> lock;
+    SourceTree source;
+    RemovalPlan removals;
+    Publication live;
+    const QHash<QString, PublishedFile>& published = live.files;
+    QList<StagedFile> items;
+    ManifestDraft manifest;
+    QByteArray text;
+};
+
+} // namespace
+
+ExitCode build(const BuildRequest& request, Clock& clock, BuildReport& report)
+{
+    return Build(request, clock, report).run();
+}
+
+} // namespace Publisher

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "publisher/build/removals.h"
+
+#include <QChar>
+#include <QString>
+
+namespace Publisher {
+
+struct BuildRequest {
+    /// Publications whose paths players are taken to have in their caches still.
+    static constexpr qsizetype rememberedByPlayers = 10;
+
+    /// Laid out as the client folder.
+    QString source;
+    /// What the web server serves.
+    QString server;
+    /// "live" or "test".
+    QString kind;
+    /// Of the players' system.
+    QChar separator = u'\\';
+    RemovalRequest removals;
+    /// As many files as may be dropped from what is live, where that is many.
+    qsizetype confirmedDrops = 0;
+    /// Dates the manifest anew even if it has not changed.
+    bool renew = false;
+    bool dryRun = false;
+    bool prune = false;
+    /// As many of the latest publications keep their files, the new one included.
+    int keep = 3;
+    /// For the history.
+    QString message = {};
+    /// Reads every file, whatever size and date promise.
+    bool rehash = false;
+    /// Waits for the disk before the manifest goes live.
+    bool flush = true;
+    /// With 1 everything happens in the caller's thread.
+    int threads = 1;
+};
+
+} // namespace Publisher

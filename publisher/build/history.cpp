@@ -1,0 +1,156 @@
+#include "publisher/build/history.h"
+
+#include "publisher/common/filework.h"
+#include "publisher/common/names.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSysInfo>
+
+#include <algorithm>
+#include <utility>
+
+#ifndef Q_OS_WIN
+#include <pwd.h>
+#include <unistd.h>
+#endif
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+QString userName()
+{
+#ifdef Q_OS_WIN
+    return qEnvironmentVariable("USERNAME");
+#else
+    // Who has become root to publish is still the one who publishes.
+    if (const QString behind = qEnvironmentVariable("SUDO_USER"); !behind.isEmpty())
+        return behind;
+    const passwd* user = getpwuid(getuid());
+    return user != nullptr ? QString::fromLocal8Bit(user->pw_name) : QString::number(getuid());
+#endif
+}
+
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+PublicationNote readNote(const QString& path)
+{
+    const QJsonObject object = QJsonDocument::fromJson(contentOf(path)).object();
+    return { .time = QDateTime::fromString(object.value("time"_L1).toString(), Qt::ISODate),
+             .who = object.value("who"_L1).toString(),
+             .message = object.value("message"_L1).toString(),
+             .command = object.value("command"_L1).toString() };
+}
+
+/// Puts a file in place as a whole.
+QString store(const QString& path, const QByteArray& content)
+{
+    const QString draft = FileWork::draftOf(path);
+    QString error = FileWork::write(draft, content);
+    if (error.isEmpty())
+        error = FileWork::flush(draft);
+    return error.isEmpty() ? FileWork::replace(draft, path) : error;
+}
+
+} // namespace
+
+PublicationNote
+PublicationNote::of(const QString& command, const QString& message, const QDateTime& time)
+{
+    return { .time = time,
+             .who = userName() + u'@' + QSysInfo::machineHostName(),
+             .message = message,
+             .command = command };
+}
+
+QJsonObject PublicationNote::toJson() const
+{
+    return { { u"time"_s, time.toString(Qt::ISODate) },
+             { u"who"_s, who },
+             { u"message"_s, message },
+             { u"command"_s, command } };
+}
+
+History::History(QString server, QString kind)
+    : livePath(server + u'/' + manifestNameOf(kind))
+    , kindOfPatch(std::move(kind))
+    , folder(std::move(server) + u'/' + historyFolder + u'/' + kindOfPatch)
+{
+}
+
+QString History::fileOf(int number, const QString& suffix) const
+{
+    return folder + u'/' + QString::number(number) + suffix;
+}
+
+QList<HistoryEntry> History::stored() const
+{
+    static const QRegularExpression name(u"^([1-9][0-9]{0,8})\\.ini$"_s);
+    QList<HistoryEntry> found;
+    const QStringList files = QDir(folder).entryList(QDir::Files | QDir::Hidden);
+    for (const QString& file : files) {
+        const int number = name.match(file).captured(1).toInt();
+        if (number > 0)
+            found.append({ .number = number,
+                           .manifestPath = folder + u'/' + file,
+                           .note = readNote(fileOf(number, u".json"_s)) });
+    }
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) {
+        return a.number < b.number;
+    });
+    return found;
+}
+
+QList<HistoryEntry> History::entries() const
+{
+    QList<HistoryEntry> found = stored();
+    const QByteArray live = contentOf(livePath);
+    for (qsizetype i = found.size() - 1; i >= 0; --i) {
+        if (live.isEmpty() || contentOf(found.at(i).manifestPath) != live)
+            continue;
+        found[i].isLive = true;
+        found.resize(i + 1);
+        break;
+    }
+    return found;
+}
+
+QList<Publication> History::latest(int count) const
+{
+    QList<Publication> publications;
+    const QList<HistoryEntry> all = entries();
+    for (auto entry = all.crbegin(); entry != all.crend() && publications.size() < count; ++entry)
+        publications.append(readPublication(entry->manifestPath, kindOfPatch));
+    return publications;
+}
+
+QString History::record(const QByteArray& manifest, const PublicationNote& note) const
+{
+    QList<HistoryEntry> all = entries();
+    const QByteArray live = contentOf(livePath);
+    int next = all.isEmpty() ? 1 : all.constLast().number + 1;
+    QString error = FileWork::createFolder(folder);
+    if (error.isEmpty() && !live.isEmpty() && (all.isEmpty() || !all.constLast().isLive))
+        error = keep(next++, live, { .time = FileWork::dateOf(livePath) });
+    return error.isEmpty() ? keep(next, manifest, note) : error;
+}
+
+QString History::keep(int number, const QByteArray& manifest, const PublicationNote& note) const
+{
+    // An entry is there with its manifest, so that comes last.
+    QFile::remove(fileOf(number, u".ini"_s));
+    const QString error = store(fileOf(number, u".json"_s), QJsonDocument(note.toJson()).toJson());
+    return error.isEmpty() ? store(fileOf(number, u".ini"_s), manifest) : error;
+}
+
+} // namespace Publisher

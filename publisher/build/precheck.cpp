@@ -1,0 +1,132 @@
+#include "publisher/build/precheck.h"
+
+#include "publisher/build/sourcetree.h"
+#include "publisher/common/progress.h"
+#include "publisher/common/publication.h"
+
+#include <QFileInfo>
+#include <QSet>
+#include <QStorageInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+// Dropping more than one file in so many wants a word.
+constexpr qsizetype dropsWithoutAWord = 10;
+
+/// The folders above a path, the innermost first.
+template <typename Visit> void forFoldersAbove(QString path, const Visit& visit)
+{
+    for (qsizetype end = path.lastIndexOf(u'/'); end > 0; end = path.lastIndexOf(u'/')) {
+        path.truncate(end);
+        visit(path);
+    }
+}
+
+/// What players may have, for disks that do not tell upper from lower case.
+class FormerPlaces {
+public:
+    explicit FormerPlaces(const QList<Publication>& publications)
+    {
+        folders.insert(u"data"_s); // every client has it
+        for (const Publication& publication : publications) {
+            for (const QString& path : publication.folders)
+                takeFolder(path.toCaseFolded());
+            for (const PublishedFile& file : publication.files)
+                takeFile(file.path.toCaseFolded());
+        }
+    }
+
+    bool hasFolder(const QString& path) const
+    {
+        return folders.contains(path.toCaseFolded());
+    }
+
+    bool hasFile(const QString& path) const
+    {
+        return files.contains(path.toCaseFolded());
+    }
+
+private:
+    void takeFile(const QString& path)
+    {
+        files.insert(path);
+        forFoldersAbove(path, [this](const QString& folder) { folders.insert(folder); });
+    }
+
+    void takeFolder(const QString& path)
+    {
+        folders.insert(path);
+        forFoldersAbove(path, [this](const QString& folder) { folders.insert(folder); });
+    }
+
+    QSet<QString> files;
+    QSet<QString> folders;
+};
+
+} // namespace
+
+namespace Precheck {
+
+QList<Refusal> changedKinds(const SourceTree& source, const QList<Publication>& former)
+{
+    const FormerPlaces places(former);
+    QList<Refusal> refusals;
+    for (const SourceFile& file : source.files) {
+        if (places.hasFolder(file.path))
+            refusals.append(
+                { u"file-was-folder"_s, file.path,
+                  u"Players have a folder of this name, and launchers never put a file in its "
+                  "place, whatever else is published: they would fetch the file at every start. "
+                  "Give the file another name."_s });
+    }
+    for (const QString& folder : source.folders) {
+        if (places.hasFile(folder))
+            refusals.append(
+                { u"folder-was-file"_s, folder,
+                  u"Players have a file of this name in their patch cache, which nothing takes "
+                  "away again: launchers would fetch what is in the folder at every start and "
+                  "store it nowhere. Give the folder another name."_s });
+    }
+    return refusals;
+}
+
+QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed)
+{
+    if (removed * dropsWithoutAWord <= live || removed == confirmed)
+        return {};
+    return { { u"many-removed"_s, u"."_s,
+               u"The source lacks %1 of the %2 files that are live: new players would not get "
+               "them. If this is not the right folder, or not all of it is there, see to that; if "
+               "it is meant, say so with --yes-remove %1."_s.arg(removed)
+                   .arg(live) } };
+}
+
+QString
+withoutRoom(const QString& server, const SourceTree& source, const std::function<qint64()>& needed)
+{
+    if (!QFileInfo(server).isWritable())
+        return u"%1 cannot be written: the manifest goes there. Give yourself, or a group of "
+               u"yours, "
+               "the right to it, and run the same command again"_s.arg(server);
+    qint64 all = 0;
+    for (const SourceFile& file : source.files)
+        all += file.size;
+    const qint64 free = QStorageInfo(server).bytesAvailable();
+    if (free < 0 || all <= free)
+        return {};
+    const qint64 bytes = needed();
+    if (bytes <= free)
+        return {};
+    return u"%1 has no room: the new files take %2, and %3 are free. No space left for them on "
+           u"this "
+           "disk; make room, with --prune and the last source for instance, and run the same "
+           "command again"_s.arg(server, humanSize(bytes), humanSize(free));
+}
+
+} // namespace Precheck
+
+} // namespace Publisher

@@ -1,0 +1,251 @@
+#include "publisher/build/republication.h"
+
+#include "publisher/build/hashcache.h"
+#include "publisher/build/manifestexchange.h"
+#include "publisher/build/precheck.h"
+#include "publisher/common/clock.h"
+#include "publisher/common/dates.h"
+#include "publisher/common/filework.h"
+#include "publisher/common/manifestdraft.h"
+#include "publisher/common/names.h"
+#include "publisher/common/parallel.h"
+#include "publisher/common/treelock.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+class Republication {
+public:
+    Republication(
+        const RepublicationRequest& republicationRequest, Clock& time, RepublicationReport& target)
+        : request(republicationRequest)
+        , clock(time)
+        , report(target)
+        , livePath(request.server + u'/' + manifestNameOf(request.kind))
+        , stagingFolder(request.server + "/wow-client-patch/.halden-publish"_L1)
+        , cache(HashCache::forTarget(request.server + "/wow-client-patch/"_L1 + request.fromKind))
+    {
+    }
+
+    ExitCode run()
+    {
+        if (!takeServerFolder())
+            return ExitCode::InputOutput;
+        readManifests();
+        compare();
+        judge();
+        findFiles();
+        if (report.refusals.isEmpty() && succeeded() && !request.dryRun)
+            publish();
+        if (!request.dryRun)
+            QDir(stagingFolder).removeRecursively();
+        if (!succeeded())
+            return ExitCode::InputOutput;
+        return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
+    }
+
+private:
+    /// A file of the manifest on its way to its place.
+    struct Item {
+        PublishedFile file;
+        /// Below the server folder; where the file lies now.
+        QString found;
+        Refusal refusal = {};
+        QString error = {};
+    };
+
+    bool succeeded() const
+    {
+        return report.error.isEmpty();
+    }
+
+    bool attempt(const QString& error)
+    {
+        if (succeeded())
+            report.error = error;
+        return error.isEmpty();
+    }
+
+    QString onServer(const QString& path) const
+    {
+        return request.server + u'/' + path;
+    }
+
+    bool takeServerFolder()
+    {
+        if (request.dryRun)
+            return true;
+        lock = std::make_unique<TreeLock>(request.server);
+        if (!attempt(lock->error()))
+            return false;
+        FileWork::removeDrafts(request.server);
+        QDir(stagingFolder).removeRecursively();
+        return attempt(FileWork::createFolder(stagingFolder));
+    }
+
+    void readManifests()
+    {
+        QFile manifest(request.manifestPath);
+        if (manifest.open(QIODevice::ReadOnly))
+            text = manifest.readAll();
+        QFile live(livePath);
+        report.manifestChanged = !live.open(QIODevice::ReadOnly) || live.readAll() != text;
+        wanted = readPublication(request.manifestPath, request.kind);
+        before = readPublication(livePath, request.kind);
+        if (wanted.files.isEmpty())
+            report.refusals.append(
+                { u"source-empty"_s, request.manifestPath,
+                  u"It names no file to publish. Publish the source folder with build."_s });
+    }
+
+    void compare()
+    {
+        for (const PublishedFile& file : std::as_const(wanted.files)) {
+            const auto last = before.files.constFind(file.path);
+            if (last == before.files.cend())
+                report.added.append(file.path);
+            else if (last->hash != file.hash)
+                report.changed.append(file.path);
+            else
+                ++report.unchanged;
+        }
+        for (const PublishedFile& file : std::as_const(before.files)) {
+            if (!wanted.files.contains(file.path))
+                report.removed.append(file.path);
+        }
+        for (QStringList* paths : { &report.added, &report.changed, &report.removed })
+            paths->sort();
+    }
+
+    void judge()
+    {
+        report.refusals += Precheck::manyRemoved(
+            report.removed.size(), before.files.size(), request.confirmedDrops);
+        report.refusals += Dates::ahead(livePath, clock);
+    }
+
+    bool isRight(const QString& path, const QString& md5) const
+    {
+        const FileStamp stamp = FileStamp::of(path);
+        if (!stamp.isFile())
+            return false;
+        const QString known = request.rehash ? QString() : cache.find(path, stamp);
+        return (known.isEmpty() ? FileWork::hash(path, nullptr).md5 : known) == md5;
+    }
+
+    void find(Item& item) const
+    {
+        const QString prefix = "wow-client-patch/"_L1 + request.kind + u'/';
+        const QString source = "wow-client-patch/"_L1 + request.fromKind + u'/'
+            + item.file.serverPath.mid(prefix.size());
+        const QStringList places{ item.file.serverPath, source };
+        for (const QString& place : places) {
+            if (item.file.serverPath.startsWith(prefix)
+                && isRight(onServer(place), item.file.hash)) {
+                item.found = place;
+                return;
+            }
+        }
+        const bool isThere = QFile::exists(onServer(source));
+        item.refusal = { isThere ? u"file-wrong"_s : u"file-missing"_s, item.file.path,
+                         (isThere ? u"%1 has another content than the manifest says."_s
+                                  : u"%1 is not on the server; it may have been pruned."_s)
+                                 .arg(source)
+                             + u" Publish the source folder of that time with build."_s };
+    }
+
+    /// Looks for every file of the manifest, as `check` would.
+    void findFiles()
+    {
+        for (const PublishedFile& file : std::as_const(wanted.files))
+            items.append({ .file = file, .found = {} });
+        std::sort(items.begin(), items.end(), [](const Item& one, const Item& other) {
+            return one.file.path < other.file.path;
+        });
+        Item* const first = items.data();
+        Parallel::run(request.threads, items.size(), [&](qsizetype i, int) { find(first[i]); });
+        for (const Item& item : std::as_const(items)) {
+            if (!item.refusal.id.isEmpty())
+                report.refusals.append(item.refusal);
+        }
+    }
+
+    /// Where the file is at another kind's address alone it gets this one as well.
+    QString place(const Item& item, qsizetype number) const
+    {
+        if (item.found == item.file.serverPath)
+            return {};
+        const QString target = onServer(item.file.serverPath);
+        const QString ready = stagingFolder + u'/' + QString::number(number);
+        QString error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
+        if (error.isEmpty())
+            error = FileWork::linkOrCopy(onServer(item.found), ready, item.file.hash);
+        return error.isEmpty() ? FileWork::replace(ready, target) : error;
+    }
+
+    void publish()
+    {
+        Item* const first = items.data();
+        Parallel::run(request.threads, items.size(), [&](qsizetype i, int) {
+            first[i].error = place(first[i], i);
+        });
+        for (const Item& item : std::as_const(items))
+            attempt(item.error);
+        if (succeeded() && request.flush)
+            attempt(FileWork::flushFileSystem(request.server));
+        if (succeeded() && report.manifestChanged)
+            attempt(exchange());
+    }
+
+    QString exchange()
+    {
+        const ManifestExchange wantedExchange{
+            .server = request.server,
+            .kind = request.kind,
+            .text = text,
+            .note = PublicationNote::of(request.command, request.message, clock.now()),
+            .flush = request.flush,
+        };
+        return exchangeManifest(
+            wantedExchange, clock, [this](const QString& path) { return differenceTo(path); });
+    }
+
+    /// A manifest that was written by hand means what it has meant to launchers.
+    QString differenceTo(const QString& path) const
+    {
+        ManifestDraft draft;
+        const bool own = ManifestDraft::readIni(
+            text, [&](const ManifestDraft::Entry& entry) { draft.entries.append(entry); });
+        return own ? draft.differenceTo(path) : QString();
+    }
+
+    const RepublicationRequest& request;
+    Clock& clock;
+    RepublicationReport& report;
+    QString livePath;
+    QString stagingFolder;
+    HashCache cache;
+    const FileWork::PublicFiles publicFiles;
+    std::unique_ptr<TreeLock> lock;
+    QByteArray text;
+    Publication wanted;
+    Publication before;
+    QList<Item> items;
+};
+
+} // namespace
+
+ExitCode republish(const RepublicationRequest& request, Clock& clock, RepublicationReport& report)
+{
+    return Republication(request, clock, report).run();
+}
+
+} // namespace Publisher

@@ -1,0 +1,218 @@
+#include "publisher/build/sourcetree.h"
+
+#include "publisher/common/folderlist.h"
+#include "publisher/common/names.h"
+#include "publisher/common/removalplan.h"
+
+#include <QFileInfo>
+#include <QHash>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+/// The launcher builds the address from the very name of the file, so a file cannot
+/// be written in percents; a folder's address is apart from its name. Dots and
+/// percents act on the whole address, wherever they stand in it.
+Refusal faultOfAddress(const QString& path)
+{
+    static const QString anyHash(32, u'0');
+    const SourceFile file{ path };
+    const QString folder = serverFolderOf(file, anyHash);
+    const QString asked = pathOnServer(u"live"_s, urlOffsetOf(folder), file.name());
+    if (asked == "wow-client-patch/live/"_L1 + folder + u'/' + file.name())
+        return {};
+    const QString instead = asked.isEmpty()
+        ? u"nothing of the kind"_s
+        : u'"' + QString(asked).replace(anyHash, u"..."_s) + u'"';
+    return {
+        u"name-not-for-urls"_s, path,
+        u"Launchers would ask for "_s + instead
+            + u", where it does not lie, because of a #, ?, % or dot in its name or in that of "
+              "a folder above it. Rename it."_s
+    };
+}
+
+/// Why a single name cannot be published, whatever lies behind it.
+Refusal faultOfName(const QString& path, const QString& name, bool isFolder)
+{
+    if (const QString fault = whyNotOnWindows(name); !fault.isEmpty())
+        return { u"name-not-for-windows"_s, path, u"Its name %1. Rename it."_s.arg(fault) };
+    if (name.compare(vacantName, Qt::CaseInsensitive) == 0)
+        return { u"name-reserved"_s, path,
+                 u"This name stands for \"nothing\" in manifests. Rename it."_s };
+    return isFolder ? Refusal() : faultOfAddress(path);
+}
+
+class Scan {
+public:
+    Scan(const QString& root, SourceTree& target)
+        : canonicalRoot(QFileInfo(root).canonicalFilePath())
+        , tree(target)
+    {
+        visit(root, {}, { canonicalRoot });
+    }
+
+private:
+    void visit(const QString& folder, const QString& prefix, const QStringList& above)
+    {
+        const FolderList list = FolderList::of(folder);
+        if (!list.error.isEmpty())
+            refuseUnreadable(prefix, list.error);
+        for (const QString& name : list.undecodable)
+            refuse(
+                u"name-not-unicode"_s, prefix + name,
+                u"Its name is no valid UTF-8, so players could not have it. Rename it."_s);
+        QHash<QString, QString> seen;
+        for (const QString& name : list.names) {
+            const QFileInfo info(folder + u'/' + name);
+            const QString path = prefix + name;
+            if (isJunk(name) && !info.isDir()) {
+                tree.passedOver.append(path);
+                continue;
+            }
+            QString& spelling = seen[name.toCaseFolded()];
+            const QString twin = std::exchange(spelling, name);
+            if (!twin.isEmpty())
+                refuse(
+                    u"names-differ-in-case"_s, path,
+                    u"It differs from \"%1\" only in upper and lower case, and players' disks "
+                    "hold one of the two. Rename one."_s.arg(twin));
+            add(info, path, above);
+        }
+    }
+
+    /// Files that cannot be seen would pass for files that are not published.
+    void refuseUnreadable(const QString& prefix, const QString& error)
+    {
+        refuse(
+            u"folder-unreadable"_s, prefix.isEmpty() ? u"."_s : prefix.chopped(1),
+            u"The folder cannot be read: %1. What is in it would count as removed. Give yourself "
+            "the right to read and enter it, or see that its disk is well."_s.arg(error));
+    }
+
+    void add(const QFileInfo& info, const QString& path, const QStringList& above)
+    {
+        // One look at the file decides in all but the rarest cases.
+        const FileStamp plain = FileStamp::ofUnlinked(info.filePath());
+        const bool isFolder = !plain.isFile() && info.isDir();
+        const Refusal fault = faultOfName(path, info.fileName(), isFolder);
+        if (fault.id.isEmpty() && plain.size > 0)
+            tree.files.append({ path, plain.size, plain });
+        else
+            addUncommon(info, path, above, fault);
+    }
+
+    void addUncommon(
+        const QFileInfo& info, const QString& path, const QStringList& above, const Refusal& fault)
+    {
+        std::error_code error;
+        (void)std::filesystem::symlink_status(info.filesystemFilePath(), error);
+        if (!fault.id.isEmpty())
+            tree.refusals.append(fault);
+        else if (error)
+            refuse(
+                u"file-unreadable"_s, path,
+                u"It cannot be looked at: %1. Give yourself the right to read and enter its "
+                u"folder, "
+                "or see that its disk is well."_s.arg(QString::fromLocal8Bit(error.message())));
+        else if (info.isSymLink() && !leadsInside(info.canonicalFilePath()))
+            refuse(
+                u"link-leads-out"_s, path,
+                u"It is a symbolic link that leads out of the source or nowhere. Put what it "
+                "means in its place."_s);
+        else if (info.isDir())
+            enter(info, path, above);
+        else if (!info.isFile())
+            refuse(u"not-a-file"_s, path, u"It is neither a file nor a folder. Remove it."_s);
+        else if (info.size() == 0)
+            refuse(
+                u"file-empty"_s, path,
+                u"Launchers take an empty answer for \"not modified\" and never get it. Give it "
+                "at least one byte."_s);
+        else
+            tree.files.append({ path, info.size(), FileStamp::of(info.filePath()) });
+    }
+
+    void enter(const QFileInfo& info, const QString& path, const QStringList& above)
+    {
+        const QString canonical = info.canonicalFilePath();
+        if (above.contains(canonical)) {
+            refuse(
+                u"link-in-circles"_s, path,
+                u"It is a symbolic link to a folder above it. Remove it."_s);
+            return;
+        }
+        tree.folders.append(path);
+        visit(info.filePath(), path + u'/', above + QStringList{ canonical });
+    }
+
+    bool leadsInside(const QString& canonical) const
+    {
+        return canonical == canonicalRoot || canonical.startsWith(canonicalRoot + u'/');
+    }
+
+    void refuse(const QString& id, const QString& path, const QString& reason)
+    {
+        tree.refusals.append({ id, path, reason });
+    }
+
+    QString canonicalRoot;
+    SourceTree& tree;
+};
+
+} // namespace
+
+QString SourceFile::name() const
+{
+    return path.section(u'/', -1);
+}
+
+QString SourceFile::folder() const
+{
+    return path.section(u'/', 0, -2);
+}
+
+QString serverFolderOf(const SourceFile& file, const QString& md5)
+{
+    const QString above = file.folder();
+    return above.isEmpty() ? md5 : above + u'/' + md5;
+}
+
+SourceTree SourceTree::scan(const QString& root)
+{
+    SourceTree tree;
+    const Scan scan(root, tree);
+    if (tree.files.isEmpty() && tree.refusals.isEmpty())
+        tree.refusals.append(
+            { u"source-empty"_s, root,
+              u"There is no file to publish. An empty manifest would leave new players without "
+              "the patch; check the path."_s });
+    std::sort(tree.folders.begin(), tree.folders.end());
+    std::sort(tree.files.begin(), tree.files.end(), [](const SourceFile& a, const SourceFile& b) {
+        return a.path < b.path;
+    });
+    return tree;
+}
+
+bool SourceTree::reaches(const QString& path) const
+{
+    const QString wanted = path.toCaseFolded();
+    const auto isAtOrBelow = [&](const QString& candidate) {
+        const QString folded = candidate.toCaseFolded();
+        return folded == wanted || folded.startsWith(wanted + u'/');
+    };
+    return std::any_of(folders.begin(), folders.end(), isAtOrBelow)
+        || std::any_of(files.begin(), files.end(), [&](const SourceFile& file) {
+               return isAtOrBelow(file.path);
+           });
+}
+
+} // namespace Publisher

@@ -1,0 +1,47 @@
+#include "publisher/check/check.h"
+
+#include "publisher/check/checkentries.h"
+#include "publisher/check/checkpublished.h"
+#include "publisher/check/checkreading.h"
+
+#include <algorithm>
+
+namespace Publisher {
+
+namespace {
+
+QList<Finding> findingsOf(
+    const CheckedManifest& manifest, const RehearsedRun& run, const CheckedPlayers& players,
+    const QString& tree)
+{
+    QList<Finding> found = CheckReading::findings(manifest.path, manifest.subject);
+    const bool unreadable = std::any_of(found.cbegin(), found.cend(), [](const Finding& finding) {
+        return finding.id == FindingId::ManifestMissing;
+    });
+    if (unreadable)
+        return found;
+    found += CheckEntries::findings(manifest, players);
+    found += CheckEffects::findings(manifest, players, run);
+    if (!tree.isEmpty())
+        found += CheckPublished::findings(manifest, tree);
+    std::stable_sort(found.begin(), found.end(), [](const Finding& a, const Finding& b) {
+        return a.entry < b.entry;
+    });
+    return found;
+}
+
+} // namespace
+
+Inspection Check::inspect(
+    const QString& path, const QString& subject, const QString& kind, const CheckedPlayers& players,
+    const QString& tree)
+{
+    Inspection inspection;
+    inspection.manifest
+        = { subject, path, kind, ManifestContent::read(path, players.separator, players.realms) };
+    inspection.run = CheckEffects::firstRun(inspection.manifest, players);
+    inspection.findings = findingsOf(inspection.manifest, inspection.run, players, tree);
+    return inspection;
+}
+
+} // namespace Publisher

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "publisher/check/checkedmanifest.h"
+#include "publisher/check/checkeffects.h"
+
+namespace Publisher {
+
+/// What has come out of looking at one manifest.
+struct Inspection {
+    CheckedManifest manifest;
+    RehearsedRun run;
+    /// In the order of the entries.
+    QList<Finding> findings;
+};
+
+/// Inspects manifests before they go live.
+namespace Check {
+
+/// Reads a manifest, rehearses an update run of these players with it, and tells
+/// what would go wrong. `subject` is what the findings call it; `tree` holds the
+/// published files, or is empty.
+Inspection inspect(
+    const QString& path, const QString& subject, const QString& kind, const CheckedPlayers& players,
+    const QString& tree);
+
+} // namespace Check
+
+} // namespace Publisher

@@ -1,0 +1,122 @@
+#include "publisher/check/checkpublished.h"
+
+#include "publisher/common/filework.h"
+#include "publisher/common/progress.h"
+#include "publisher/common/removalplan.h"
+
+#include <QFileInfo>
+#include <QThreadPool>
+#include <QUrl>
+
+#include <optional>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+const QUrl anyServer(u"https://server/"_s);
+
+/// One entry's file in the tree, and what is wrong with it.
+struct PublishedEntry {
+    qint64 number;
+    /// Below the tree.
+    QString served;
+    QFileInfo file;
+    std::optional<Finding> finding = {};
+};
+
+QString whyMissing(const PublishedEntry& entry, const QString& error)
+{
+    const QString start = error.isEmpty() ? "There is no "_L1 + entry.served + " on the server"_L1
+                                          : entry.served + " cannot be read ("_L1 + error + u')';
+    return start
+        + ": players do not get the file, and the one of that name in their client is deleted "
+          "unless an earlier copy is in their cache."_L1;
+}
+
+/// What is wrong with the file, if anything is.
+std::optional<Finding>
+inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& progress)
+{
+    const auto found = [&](FindingId id, const QString& text) {
+        return manifest.finding(id, entry.number, text);
+    };
+    const QString& hash = manifest.content.hashes.at(entry.number - 1);
+    if (!entry.file.isFile())
+        return found(FindingId::FileNotPublished, whyMissing(entry, {}));
+    if (entry.file.size() == 0)
+        return found(
+            FindingId::FileEmpty,
+            entry.served
+                + " is empty: the launcher stores no empty answer, and the file of that name in "
+                  "players' clients is deleted."_L1);
+    const FileWork::Digest digest = FileWork::hash(entry.file.filePath(), &progress);
+    progress.addFile();
+    if (!digest.error.isEmpty())
+        return found(FindingId::FileNotPublished, whyMissing(entry, digest.error));
+    if (digest.md5 == hash.toLower())
+        return std::nullopt;
+    return found(
+        FindingId::HashMismatch,
+        entry.served + " has the hash "_L1 + digest.md5 + ", not \""_L1 + hash.left(40)
+            + "\": players download it at every start."_L1);
+}
+
+QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& tree)
+{
+    QList<PublishedEntry> entries;
+    for (qint64 n = 1; n <= manifest.content.count(); ++n) {
+        const PatchManifestEntry& entry = manifest.content.entry(n);
+        const QString served = CheckPublished::serverPath(manifest.kind, entry);
+        if (entry.action() == PatchAction::FileDownload && !entry.name.isEmpty()
+            && !served.isEmpty() && !isNamePlate(entry, manifest.content.hashes.at(n - 1)))
+            entries.append({ n, served, QFileInfo(tree + served) });
+    }
+    return entries;
+}
+
+} // namespace
+
+namespace CheckPublished {
+
+QString serverPath(const QString& kind, const PatchManifestEntry& entry)
+{
+    const QUrl url = PatchLayout::patchFile(anyServer.toString(), kind, entry);
+    const QString meant = "/wow-client-patch/"_L1 + kind + u'/'
+        + QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
+    const bool whole
+        = url.isValid() && !url.hasQuery() && !url.hasFragment() && url.host() == anyServer.host();
+    const QString path = QUrl::fromPercentEncoding(url.path(QUrl::FullyEncoded).toUtf8());
+    if (!whole || path != meant || meant.contains(u'\\') || meant.split(u'/').contains(".."_L1))
+        return {};
+    return path;
+}
+
+QList<Finding> findings(const CheckedManifest& manifest, const QString& tree)
+{
+    QList<PublishedEntry> entries = entriesOf(manifest, tree);
+    Progress::Count total;
+    for (const PublishedEntry& entry : std::as_const(entries)) {
+        ++total.files;
+        total.bytes += entry.file.size();
+    }
+    Progress progress(u"checking"_s, total);
+    QThreadPool pool;
+    for (PublishedEntry& entry : entries)
+        pool.start([&] { entry.finding = inspect(manifest, entry, progress); });
+    pool.waitForDone();
+
+    QList<Finding> found;
+    for (const PublishedEntry& entry : std::as_const(entries)) {
+        if (entry.finding)
+            found.append(*entry.finding);
+    }
+    return found;
+}
+
+} // namespace CheckPublished
+
+} // namespace Publisher

@@ -1,0 +1,38 @@
+#include "publisher/check/manifestcontent.h"
+
+#include <algorithm>
+
+namespace Publisher {
+
+qint64 ManifestContent::count() const
+{
+    return entries.size();
+}
+
+const PatchManifestEntry& ManifestContent::entry(qint64 n) const
+{
+    return entries.at(n - 1);
+}
+
+QString ManifestContent::name(qint64 n) const
+{
+    return n <= count() ? entry(n).name : furtherNames.value(n);
+}
+
+ManifestContent ManifestContent::read(const QString& path, QChar separator, int realms)
+{
+    const PatchManifest manifest(path, separator);
+    ManifestContent content;
+    // Beyond the last key all numbers are alike, and nothing comes of them.
+    const qint64 count
+        = std::min({ manifest.entryCount(), manifest.lastNumberedEntry() + 1, mostEntries });
+    for (qint64 n = 1; n <= count; ++n) {
+        content.entries.append(manifest.entry(n));
+        content.hashes.append(manifest.hash(n));
+    }
+    for (qint64 n = std::max<qint64>(count, 0) + 1; n <= realms; ++n)
+        content.furtherNames.insert(n, manifest.name(n));
+    return content;
+}
+
+} // namespace Publisher

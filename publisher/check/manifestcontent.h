@@ -1,0 +1,33 @@
+#pragma once
+
+#include "update/patchmanifest.h"
+
+#include <QChar>
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace Publisher {
+
+/// A manifest as the launcher reads it, taken out of its file once.
+struct ManifestContent {
+    /// No patch has nearly as many entries; what lies beyond is not rehearsed,
+    /// or a broken number would take all memory.
+    static constexpr qint64 mostEntries = 200'000;
+
+    /// What stands at "entry 1" is the first one.
+    QList<PatchManifestEntry> entries;
+    QStringList hashes;
+    /// Names of numbers beyond the last entry; removals look at them too.
+    QHash<qint64, QString> furtherNames;
+
+    qint64 count() const;
+    const PatchManifestEntry& entry(qint64 n) const;
+    QString name(qint64 n) const;
+
+    /// `separator` is the players'; names are read up to `realms` at least.
+    static ManifestContent read(const QString& path, QChar separator, int realms);
+};
+
+} // namespace Publisher

@@ -1,0 +1,329 @@
+#include "publisher/build/build.h"
+#include "publisher/cli/commands.h"
+#include "publisher/cli/findingreport.h"
+#include "publisher/cli/output.h"
+#include "publisher/common/clock.h"
+#include "publisher/common/finding.h"
+#include "publisher/common/names.h"
+#include "publisher/common/progress.h"
+#include "publisher/common/removalplan.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QThread>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+void addSwitches(QCommandLineParser& parser)
+{
+    parser.addOptions({
+        { { u"n"_s, u"dry-run"_s }, u"Tells the difference and writes nothing."_s },
+        { u"yes-remove"_s,
+          u"Confirms that this many files are dropped from what is live; asked for where that is "
+          "more than a tenth."_s,
+          u"NUMBER"_s, u"0"_s },
+        { u"renew"_s,
+          u"Dates the manifest anew even if it has not changed, so that every launcher fetches it "
+          "once more."_s },
+        { u"prune"_s,
+          u"Removes the kind's files that none of the latest publications names, once the new "
+          "manifest is live. Players in the middle of an update may still ask for them."_s },
+        { u"keep"_s,
+          u"With --prune: how many publications keep their files, the new one included, so that "
+          "one can roll back to them."_s,
+          u"NUMBER"_s, u"3"_s },
+        { { u"m"_s, u"message"_s }, u"Stands in the history."_s, u"TEXT"_s },
+        { u"rehash"_s,
+          u"Reads every file, even where size and dates say that it has not changed."_s },
+        { u"jobs"_s, u"Reads and copies this many files at once."_s, u"NUMBER"_s,
+          QString::number(QThread::idealThreadCount()) },
+        { u"no-flush"_s,
+          u"Does not wait until everything is on the disk. Faster, but a power cut soon "
+          "afterwards can leave a broken publication."_s },
+    });
+}
+
+QJsonArray toJson(const QList<qint64>& numbers)
+{
+    QJsonArray array;
+    for (const qint64 number : numbers)
+        array.append(number);
+    return array;
+}
+
+QJsonArray toJson(const QList<PublishedRemoval>& removals)
+{
+    QJsonArray array;
+    for (const PublishedRemoval& removal : removals)
+        array.append(QJsonObject{ { u"path"_s, removal.path }, { u"folder"_s, removal.isFolder } });
+    return array;
+}
+
+QJsonArray toJson(const QList<BuildReport::Item>& items)
+{
+    QJsonArray array;
+    for (const BuildReport::Item& item : items)
+        array.append(QJsonObject{ { u"path"_s, item.path }, { u"size"_s, item.size } });
+    return array;
+}
+
+void list(const QString& word, const QList<BuildReport::Item>& items, Output& output)
+{
+    for (const BuildReport::Item& item : items)
+        output.line(u"%1 %2  %3"_s.arg(word, -9).arg(item.path, humanSize(item.size)));
+}
+
+void showRemovals(const BuildReport& report, Output& output)
+{
+    const auto what = [](const PublishedRemoval& removal) {
+        return removal.isFolder ? u"the folder with all that is in it"_s : u"the file"_s;
+    };
+    for (const PublishedRemoval& removal : report.removals)
+        output.line(
+            u"deletes   %1  %2, from every player's client"_s.arg(removal.path, what(removal)));
+    for (const PublishedRemoval& removal : report.droppedRemovals)
+        output.line(
+            u"keeps     %1  %2: the live manifest deletes it, this one does not. Players who have "
+            "not been online meanwhile keep it; repeat the removal for as long as there are any"_s
+                .arg(removal.path, what(removal)));
+}
+
+/// Whether the publication takes the file from players too.
+bool isDeleted(const BuildReport::Item& item, const BuildReport& report)
+{
+    const QString path = item.path.toCaseFolded();
+    return std::any_of(
+        report.removals.cbegin(), report.removals.cend(), [&](const PublishedRemoval& removal) {
+            const QString gone = removal.path.toCaseFolded();
+            return removal.isFolder ? path.startsWith(gone + u'/') : path == gone;
+        });
+}
+
+void showRemoved(const BuildReport& report, Output& output)
+{
+    list(u"removed"_s, report.removed, output);
+    const bool some = std::any_of(
+        report.removed.cbegin(), report.removed.cend(),
+        [&](const BuildReport::Item& item) { return !isDeleted(item, report); });
+    if (some)
+        output.line(u"Players keep what is removed from the manifest; --remove takes it away."_s);
+    showRemovals(report, output);
+}
+
+void showPassedOver(const BuildReport& report, Output& output)
+{
+    for (const QString& path : report.passedOver)
+        output.line(u"passed over %1  because of its name"_s.arg(path));
+}
+
+void showOutcome(const BuildRequest& request, const BuildReport& report, Output& output)
+{
+    const QString manifest = manifestNameOf(request.kind);
+    if (request.dryRun)
+        output.line(u"Dry run: nothing has been written."_s);
+    else if (report.manifestChanged)
+        output.line(u"Published: %1 is live."_s.arg(manifest));
+    else if (request.renew)
+        output.line(u"%1 is unchanged and has a new date."_s.arg(manifest));
+    else
+        output.line(u"%1 is unchanged."_s.arg(manifest));
+}
+
+void showDifference(const BuildReport& report, Output& output)
+{
+    showPassedOver(report, output);
+    list(u"added"_s, report.added, output);
+    list(u"changed"_s, report.changed, output);
+    showRemoved(report, output);
+    list(u"repaired"_s, report.repaired, output);
+    list(u"pruned"_s, report.pruned, output);
+    if (!report.unreachable.isEmpty())
+        output.line(u"Without what is pruned there is no way back to publication %1; --keep keeps "
+                    u"more."_s.arg(Findings::numberList(report.unreachable)));
+    output.line(u"%1 added, %2 changed, %3 removed, %4 unchanged."_s.arg(report.added.size())
+                    .arg(report.changed.size())
+                    .arg(report.removed.size())
+                    .arg(report.unchanged));
+    output.line(
+        u"A player who is up to date fetches %1, a new one %2: every file twice, since a start "
+        "makes two update runs."_s.arg(
+            humanSize(report.bytesToUpdate), humanSize(report.bytesInAll)));
+    for (const QString& note : report.notes)
+        output.line(note);
+}
+
+void setDifference(const BuildRequest& request, const BuildReport& report, Output& output)
+{
+    output.set(u"kind"_s, request.kind);
+    output.set(u"dryRun"_s, request.dryRun);
+    output.set(u"added"_s, toJson(report.added));
+    output.set(u"changed"_s, toJson(report.changed));
+    output.set(u"removed"_s, toJson(report.removed));
+    output.set(u"removals"_s, toJson(report.removals));
+    output.set(u"droppedRemovals"_s, toJson(report.droppedRemovals));
+    output.set(u"passedOver"_s, QJsonArray::fromStringList(report.passedOver));
+    output.set(u"notes"_s, QJsonArray::fromStringList(report.notes));
+    output.set(u"repaired"_s, toJson(report.repaired));
+    output.set(u"pruned"_s, toJson(report.pruned));
+    output.set(u"unreachable"_s, toJson(report.unreachable));
+    output.set(u"unchanged"_s, report.unchanged);
+    output.set(u"bytesToUpdate"_s, report.bytesToUpdate);
+    output.set(u"bytesInAll"_s, report.bytesInAll);
+    output.set(u"manifestChanged"_s, report.manifestChanged);
+}
+
+bool isInside(const QString& path, const QString& folder)
+{
+    return path == folder || path.startsWith(folder + u'/');
+}
+
+/// What keeps the command line from making sense; empty when it does.
+QString faultOf(const QCommandLineParser& parser)
+{
+    const QStringList folders = parser.positionalArguments();
+    if (folders.size() != 2)
+        return u"give the source folder and the server folder"_s;
+    const QString source = QFileInfo(folders.at(0)).canonicalFilePath();
+    const QString server = QDir::cleanPath(QFileInfo(folders.at(1)).absoluteFilePath());
+    if (source.isEmpty() || !QFileInfo(source).isDir())
+        return u"there is no folder \"%1\""_s.arg(folders.at(0));
+    if (isInside(source, server) || isInside(server, source))
+        return u"the source folder and the server folder must not lie in each other"_s;
+    const QString kind = parser.value(u"kind"_s);
+    if (kind != "live"_L1 && kind != "test"_L1)
+        return u"--kind is live or test"_s;
+    const QString separator = parser.value(u"separator"_s);
+    if (separator != "/"_L1 && separator != R"(\)"_L1)
+        return uR"(--separator is / or \)"_s;
+    if (parser.value(u"keep"_s).toInt() < 1)
+        return u"--keep is a number from 1"_s;
+    if (parser.value(u"jobs"_s).toInt() < 1)
+        return u"--jobs is a number from 1"_s;
+    bool isNumber = false;
+    if (parser.value(u"yes-remove"_s).toLongLong(&isNumber) < 0 || !isNumber)
+        return u"--yes-remove is the number of files that are dropped"_s;
+    const int realms = parser.value(u"realms"_s).toInt();
+    if (realms < 1 || realms > mostRealms)
+        return u"--realms is a number from 1 to %1"_s.arg(mostRealms);
+    return {};
+}
+
+BuildRequest requestOf(const QCommandLineParser& parser)
+{
+    const QStringList folders = parser.positionalArguments();
+    return {
+        .source = QFileInfo(folders.at(0)).canonicalFilePath(),
+        .server = QDir::cleanPath(QFileInfo(folders.at(1)).absoluteFilePath()),
+        .kind = parser.value(u"kind"_s),
+        .separator = parser.value(u"separator"_s).at(0),
+        .removals = { .files = parser.values(u"remove"_s),
+                      .folders = parser.values(u"remove-folder"_s),
+                      .realms = parser.value(u"realms"_s).toInt() },
+        .confirmedDrops = parser.value(u"yes-remove"_s).toLongLong(),
+        .renew = parser.isSet(u"renew"_s),
+        .dryRun = parser.isSet(u"dry-run"_s),
+        .prune = parser.isSet(u"prune"_s),
+        .keep = parser.value(u"keep"_s).toInt(),
+        .message = parser.value(u"message"_s),
+        .rehash = parser.isSet(u"rehash"_s),
+        .flush = !parser.isSet(u"no-flush"_s),
+        .threads = parser.value(u"jobs"_s).toInt(),
+    };
+}
+
+/// Adds what a list beside the source says. Returns what went wrong, as a sentence.
+QString addRemovalsOfFile(const QCommandLineParser& parser, BuildRequest& request, Output& output)
+{
+    const QString beside = request.source + ".removals"_L1;
+    const QString path = parser.isSet(u"removals"_s) ? parser.value(u"removals"_s) : beside;
+    if (path == beside && !QFileInfo::exists(path))
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return u"the removals in %1 cannot be read: %2. Give yourself the right to, or name "
+               u"another "
+               "file with --removals"_s.arg(path, file.errorString());
+    output.line(u"Removals of %1 are taken along."_s.arg(path));
+    const QStringList lines = QString::fromUtf8(file.readAll()).split(u'\n');
+    for (const QString& line : lines) {
+        const QString entry = line.trimmed();
+        const bool isFolder = entry.endsWith(u'/') || entry.endsWith(u'\\');
+        if (!entry.isEmpty() && !entry.startsWith(u'#'))
+            (isFolder ? request.removals.folders : request.removals.files).append(entry);
+    }
+    return {};
+}
+
+void configure(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(
+        u"\nPublishes SOURCE, which is laid out as the client folder, in SERVER, which the web "
+        "server serves. Nothing that is published is overwritten; the manifest goes live last, "
+        "in one blow."_s);
+    parser.addPositionalArgument(
+        u"SOURCE"_s, u"Folder with Data/..., patched_wow.exe and so on."_s);
+    parser.addPositionalArgument(u"SERVER"_s, u"Folder that the web server serves."_s);
+    parser.addOptions({
+        { u"kind"_s, u"Which players get it: live (patch.ini) or test (patchTest.ini)."_s,
+          u"KIND"_s, u"live"_s },
+        { u"separator"_s, u"Between the folders on players' systems: \\ (Windows) or /."_s,
+          u"CHARACTER"_s, u"\\"_s },
+        { u"remove"_s, u"Removes this file from every player's client; repeatable for one name."_s,
+          u"PATH"_s },
+        { u"remove-folder"_s,
+          u"Removes this folder and all that is in it from every player's client; repeatable "
+          "for one name."_s,
+          u"PATH"_s },
+        { u"removals"_s,
+          u"Removes what this file lists too, one path a line, folders with a slash at the end; "
+          "SOURCE.removals, beside the source, if it is there."_s,
+          u"FILE"_s },
+        { u"realms"_s, u"Removals reach players with up to this many realm entries."_s, u"NUMBER"_s,
+          u"16"_s },
+    });
+    addSwitches(parser);
+}
+
+ExitCode run(const QCommandLineParser& parser, Output& output)
+{
+    if (const QString fault = faultOf(parser); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::Usage;
+    }
+    BuildRequest request = requestOf(parser);
+    if (const QString fault = addRemovalsOfFile(parser, request, output); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::InputOutput;
+    }
+    Clock clock;
+    BuildReport report;
+    const ExitCode code = build(request, clock, report);
+    if (code == ExitCode::InputOutput) {
+        output.error(report.error);
+        return code;
+    }
+    setDifference(request, report, output);
+    if (report.compared)
+        showDifference(report, output);
+    else
+        showRemoved(report, output);
+    if (code == ExitCode::Findings)
+        FindingReport::showRefusals(report.refusals, output);
+    else
+        showOutcome(request, report, output);
+    return code;
+}
+
+} // namespace
+
+const Command buildCommand{ "build"_L1, "publishes a folder of patch files"_L1, configure, run };
+
+} // namespace Publisher

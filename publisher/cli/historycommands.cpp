@@ -1,0 +1,292 @@
+#include "publisher/build/history.h"
+#include "publisher/build/republication.h"
+#include "publisher/cli/commands.h"
+#include "publisher/cli/findingreport.h"
+#include "publisher/cli/output.h"
+#include "publisher/common/clock.h"
+#include "publisher/common/dates.h"
+#include "publisher/common/names.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QThread>
+
+#include <algorithm>
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+void addKind(QCommandLineParser& parser)
+{
+    parser.addOption({ u"kind"_s, u"Of which players: live (patch.ini) or test (patchTest.ini)."_s,
+                       u"KIND"_s, u"live"_s });
+}
+
+void addSwitches(QCommandLineParser& parser)
+{
+    parser.addOptions({
+        { { u"n"_s, u"dry-run"_s }, u"Tells the difference and writes nothing."_s },
+        { { u"m"_s, u"message"_s }, u"Stands in the history."_s, u"TEXT"_s },
+        { u"yes-remove"_s,
+          u"Confirms that this many files are dropped from what is live; asked for where that is "
+          "more than a tenth."_s,
+          u"NUMBER"_s, u"0"_s },
+        { u"rehash"_s,
+          u"Reads every file, even where size and dates say that it has not changed."_s },
+        { u"jobs"_s, u"Reads this many files at once."_s, u"NUMBER"_s,
+          QString::number(QThread::idealThreadCount()) },
+        { u"no-flush"_s,
+          u"Does not wait until everything is on the disk. Faster, but a power cut soon "
+          "afterwards can leave a broken publication."_s },
+    });
+}
+
+void addServer(QCommandLineParser& parser)
+{
+    parser.addPositionalArgument(u"SERVER"_s, u"Folder that the web server serves."_s);
+}
+
+QString serverOf(const QCommandLineParser& parser)
+{
+    return QDir::cleanPath(QFileInfo(parser.positionalArguments().at(0)).absoluteFilePath());
+}
+
+/// What keeps the command line from making sense; empty when it does.
+QString faultOf(const QCommandLineParser& parser, bool wantsNumber, const QString& kind)
+{
+    const QStringList arguments = parser.positionalArguments();
+    if (arguments.size() != (wantsNumber ? 2 : 1))
+        return wantsNumber
+            ? u"give the server folder and the number of a publication, which history lists"_s
+            : u"give the server folder"_s;
+    if (!QFileInfo(arguments.at(0)).isDir())
+        return u"there is no folder \"%1\"; name the one that build publishes into"_s.arg(
+            arguments.at(0));
+    if (kind != "live"_L1 && kind != "test"_L1)
+        return u"--kind is live or test"_s;
+    return {};
+}
+
+std::optional<HistoryEntry> entryOf(const QCommandLineParser& parser, Output& output)
+{
+    const QString wanted = parser.positionalArguments().at(1);
+    const QList<HistoryEntry> entries
+        = History(serverOf(parser), parser.value(u"kind"_s)).entries();
+    for (const HistoryEntry& entry : entries) {
+        if (QString::number(entry.number) == wanted)
+            return entry;
+    }
+    output.error(u"there is no publication %1; halden-publish history lists them"_s.arg(wanted));
+    return std::nullopt;
+}
+
+QString headline(const HistoryEntry& entry)
+{
+    const PublicationNote& note = entry.note;
+    QString text = u"%1%2  %3"_s.arg(entry.number, 5)
+                       .arg(entry.isLive ? u'*' : u' ')
+                       .arg(Dates::shown(note.time));
+    for (const QString& part : { note.who, note.command, note.message }) {
+        if (!part.isEmpty())
+            text += "  "_L1 + part;
+    }
+    return text;
+}
+
+QJsonObject toJson(const HistoryEntry& entry)
+{
+    QJsonObject object = entry.note.toJson();
+    object.insert(u"number"_s, entry.number);
+    object.insert(u"isLive"_s, entry.isLive);
+    return object;
+}
+
+void list(const QString& word, const QStringList& paths, Output& output)
+{
+    for (const QString& path : paths)
+        output.line(u"%1 %2"_s.arg(word, -9).arg(path));
+    output.set(word, QJsonArray::fromStringList(paths));
+}
+
+void show(const RepublicationRequest& request, const RepublicationReport& report, Output& output)
+{
+    list(u"added"_s, report.added, output);
+    list(u"changed"_s, report.changed, output);
+    list(u"removed"_s, report.removed, output);
+    output.set(u"kind"_s, request.kind);
+    output.set(u"dryRun"_s, request.dryRun);
+    output.set(u"unchanged"_s, report.unchanged);
+    output.set(u"manifestChanged"_s, report.manifestChanged);
+    output.line(u"%1 added, %2 changed, %3 removed, %4 unchanged."_s.arg(report.added.size())
+                    .arg(report.changed.size())
+                    .arg(report.removed.size())
+                    .arg(report.unchanged));
+    if (!report.refusals.isEmpty())
+        return FindingReport::showRefusals(report.refusals, output);
+    const QString manifest = manifestNameOf(request.kind);
+    if (request.dryRun)
+        output.line(u"Dry run: nothing has been written."_s);
+    else
+        output.line((report.manifestChanged ? u"Published: %1 is live."_s : u"%1 is unchanged."_s)
+                        .arg(manifest));
+}
+
+ExitCode run(RepublicationRequest request, const QCommandLineParser& parser, Output& output)
+{
+    request.server = serverOf(parser);
+    request.message = parser.value(u"message"_s);
+    request.confirmedDrops = parser.value(u"yes-remove"_s).toLongLong();
+    request.dryRun = parser.isSet(u"dry-run"_s);
+    request.rehash = parser.isSet(u"rehash"_s);
+    request.flush = !parser.isSet(u"no-flush"_s);
+    request.threads = std::max(1, parser.value(u"jobs"_s).toInt());
+    Clock clock;
+    RepublicationReport report;
+    const ExitCode code = republish(request, clock, report);
+    if (code == ExitCode::InputOutput)
+        output.error(report.error);
+    else
+        show(request, report, output);
+    return code;
+}
+
+void configureHistory(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(
+        u"\nLists the publications of SERVER, the latest last. A star marks the one that is live."_s);
+    addServer(parser);
+    addKind(parser);
+}
+
+ExitCode runHistory(const QCommandLineParser& parser, Output& output)
+{
+    if (const QString fault = faultOf(parser, false, parser.value(u"kind"_s)); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::Usage;
+    }
+    const QList<HistoryEntry> entries
+        = History(serverOf(parser), parser.value(u"kind"_s)).entries();
+    QJsonArray array;
+    for (const HistoryEntry& entry : entries) {
+        output.line(headline(entry));
+        array.append(toJson(entry));
+    }
+    if (entries.isEmpty())
+        output.line(u"Nothing has been published yet."_s);
+    output.set(u"publications"_s, array);
+    return ExitCode::Fine;
+}
+
+void configureShow(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(u"\nLists what a publication of the history holds."_s);
+    addServer(parser);
+    parser.addPositionalArgument(u"NUMBER"_s, u"As history lists it."_s);
+    addKind(parser);
+}
+
+ExitCode runShow(const QCommandLineParser& parser, Output& output)
+{
+    if (const QString fault = faultOf(parser, true, parser.value(u"kind"_s)); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::Usage;
+    }
+    const std::optional<HistoryEntry> entry = entryOf(parser, output);
+    if (!entry)
+        return ExitCode::Usage;
+    const Publication publication = readPublication(entry->manifestPath, parser.value(u"kind"_s));
+    QStringList paths = publication.files.keys();
+    paths.sort();
+    output.line(headline(*entry));
+    QJsonArray files;
+    for (const QString& path : std::as_const(paths)) {
+        const PublishedFile file = publication.files.value(path);
+        output.line(file.hash + "  "_L1 + path);
+        files.append(QJsonObject{ { u"path"_s, path }, { u"md5"_s, file.hash } });
+    }
+    QJsonArray removals;
+    for (const PublishedRemoval& removal : publication.removals) {
+        output.line("removes from players: "_L1 + removal.path);
+        removals.append(removal.path);
+    }
+    output.set(u"publication"_s, toJson(*entry));
+    output.set(u"files"_s, files);
+    output.set(u"removals"_s, removals);
+    return ExitCode::Fine;
+}
+
+void configureRollback(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(
+        u"\nMakes a publication of the history live again, without its source folder and without "
+        "copying anything, if all of its files are still on the server. It gets a newer date than "
+        "what it replaces and is a publication of its own."_s);
+    addServer(parser);
+    parser.addPositionalArgument(u"NUMBER"_s, u"As history lists it."_s);
+    addKind(parser);
+    addSwitches(parser);
+}
+
+ExitCode runRollback(const QCommandLineParser& parser, Output& output)
+{
+    if (const QString fault = faultOf(parser, true, parser.value(u"kind"_s)); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::Usage;
+    }
+    const std::optional<HistoryEntry> entry = entryOf(parser, output);
+    if (!entry)
+        return ExitCode::Usage;
+    RepublicationRequest request;
+    request.kind = parser.value(u"kind"_s);
+    request.fromKind = request.kind;
+    request.manifestPath = entry->manifestPath;
+    request.command = u"rollback to %1"_s.arg(entry->number);
+    return Publisher::run(request, parser, output);
+}
+
+void configurePromote(QCommandLineParser& parser)
+{
+    parser.setApplicationDescription(
+        u"\nMakes the test publication the live one, byte by byte. Its files get live addresses by "
+        "links, so that nothing is copied or uploaded anew."_s);
+    addServer(parser);
+    addSwitches(parser);
+}
+
+ExitCode runPromote(const QCommandLineParser& parser, Output& output)
+{
+    QString fault = faultOf(parser, false, u"live"_s);
+    if (fault.isEmpty() && !QFileInfo::exists(serverOf(parser) + u'/' + manifestNameOf(u"test"_s)))
+        fault = u"there is no test publication; build --kind test makes one"_s;
+    if (!fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::Usage;
+    }
+    RepublicationRequest request;
+    request.kind = u"live"_s;
+    request.fromKind = u"test"_s;
+    request.manifestPath = serverOf(parser) + u'/' + manifestNameOf(request.fromKind);
+    request.command = u"promote"_s;
+    return Publisher::run(request, parser, output);
+}
+
+} // namespace
+
+const Command historyCommand{ "history"_L1, "lists what has been live, when and by whom"_L1,
+                              configureHistory, runHistory };
+
+const Command showCommand{ "show"_L1, "lists the files of a publication"_L1, configureShow,
+                           runShow };
+
+const Command rollbackCommand{ "rollback"_L1, "publishes a former publication once more"_L1,
+                               configureRollback, runRollback };
+
+const Command promoteCommand{ "promote"_L1, "gives the test publication to all players"_L1,
+                              configurePromote, runPromote };
+
+} // namespace Publisher

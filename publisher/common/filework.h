@@ -1,0 +1,77 @@
+#pragma once
+
+#include "publisher/common/filestamp.h"
+
+#include <QDateTime>
+#include <QString>
+
+namespace Publisher {
+
+class Progress;
+
+/// Reading, copying and putting in place. Failures come back as sentences that tell
+/// what, why in the system's words, and what to do; an empty one means that all
+/// went well.
+namespace FileWork {
+
+struct Digest {
+    /// Lower-case hexadecimal.
+    QString md5;
+    QString error = {};
+    /// What the file looked like before it was read.
+    FileStamp stamp = {};
+    /// Whether it looked the same afterwards.
+    bool steady = true;
+};
+
+/// `progress` may be null.
+Digest hash(const QString& path, Progress* progress);
+
+/// Copies a file and tells the MD5 of the copy as it is written: a source that
+/// changes meanwhile shows. Large copies share the source's blocks until either is
+/// changed where the file system can do that. An existing target is overwritten.
+/// `progress` may be null.
+Digest copy(const QString& source, const QString& target, Progress* progress);
+
+/// The file's modification date.
+QDateTime dateOf(const QString& path);
+QString setDate(const QString& path, const QDateTime& date);
+
+QString write(const QString& path, const QByteArray& content);
+/// Creates the folder and the missing ones above it. Where a group may write into
+/// the folder above, it may into the new one, and files there go to the same group.
+QString createFolder(const QString& path);
+/// Where a file is made ready that is to take the place of `target`: hidden, beside
+/// it.
+QString draftOf(const QString& target);
+/// Removes drafts from a folder whose makers have died.
+void removeDrafts(const QString& folder);
+/// Renames a file onto another one, which it replaces at one blow.
+QString replace(const QString& path, const QString& target);
+
+/// Gives a file a second name, or makes a copy of it where the file system has one
+/// name for each; the copy must have this MD5.
+QString linkOrCopy(const QString& file, const QString& name, const QString& md5);
+
+/// Returns when the file's content has reached the disk.
+QString flush(const QString& path);
+/// Returns when everything written to the folder's file system has reached the
+/// disk, names and folders included.
+QString flushFileSystem(const QString& folder);
+
+/// While it lives, what this process makes can be read by everybody, as a web
+/// server needs it, and written by its owner: whatever the admin's own umask is.
+class PublicFiles {
+public:
+    PublicFiles();
+    PublicFiles(const PublicFiles&) = delete;
+    PublicFiles& operator=(const PublicFiles&) = delete;
+    ~PublicFiles();
+
+private:
+    unsigned before = 0;
+};
+
+} // namespace FileWork
+
+} // namespace Publisher

@@ -1,0 +1,89 @@
+#include "publisher/common/publication.h"
+
+#include "publisher/common/manifestdraft.h"
+#include "publisher/common/names.h"
+#include "publisher/common/removalplan.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <functional>
+#include <utility>
+
+namespace Publisher {
+
+namespace {
+
+using TakeEntry = std::function<void(const ManifestDraft::Entry&)>;
+
+/// For manifests written by hand.
+void readAsLaunchersDo(const QString& manifestPath, const TakeEntry& take)
+{
+    // An entry without a path offset means "Data", whatever the separator.
+    const PatchManifest manifest(manifestPath, u'/');
+    for (qint64 n = 1; n <= manifest.entryCount(); ++n)
+        take({ manifest.entry(n), manifest.hash(n) });
+}
+
+/// Relative to the client folder, with "/".
+QString pathInClient(const PatchManifestEntry& entry, const QString& name)
+{
+    const QString folder = QString(entry.pathOffset).replace(u'\\', u'/');
+    const QString path = QDir::cleanPath(folder + u'/' + name);
+    return path.startsWith(u'/') ? path.sliced(1) : path;
+}
+
+/// Makes a publication of the entries as they come.
+class Reader {
+public:
+    explicit Reader(QString manifestKind)
+        : kind(std::move(manifestKind))
+    {
+    }
+
+    void take(const ManifestDraft::Entry& given)
+    {
+        const PatchManifestEntry& entry = given.content;
+        if (++count == 1)
+            firstName = entry.name;
+        if (!entry.save)
+            publication.removals.append(
+                { pathInClient(entry, removesOnlyByPlates(entry) ? firstName : entry.name),
+                  entry.dirOnly });
+        else if (entry.dirOnly)
+            publication.folders.insert(pathInClient(entry, entry.name));
+        else if (!isNamePlate(entry, given.hash))
+            takeFile(entry, given.hash);
+    }
+
+    Publication publication;
+
+private:
+    void takeFile(const PatchManifestEntry& entry, const QString& hash)
+    {
+        const QString path = pathInClient(entry, entry.name);
+        const QString place = pathOnServer(kind, entry.urlOffset, entry.name);
+        publication.files.insert(path, { path, hash, QDir::cleanPath(place) });
+    }
+
+    QString kind;
+    QString firstName;
+    qint64 count = 0;
+};
+
+} // namespace
+
+Publication readPublication(const QString& manifestPath, const QString& kind)
+{
+    QFile manifest(manifestPath);
+    if (!manifest.open(QIODevice::ReadOnly))
+        return {};
+    Reader own(kind);
+    if (ManifestDraft::readIni(manifest.readAll(), [&](const auto& entry) { own.take(entry); }))
+        return own.publication;
+    Reader foreign(kind);
+    readAsLaunchersDo(manifestPath, [&](const auto& entry) { foreign.take(entry); });
+    return foreign.publication;
+}
+
+} // namespace Publisher

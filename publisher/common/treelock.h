@@ -1,0 +1,35 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+
+#ifdef Q_OS_WIN
+class QLockFile;
+#endif
+
+namespace Publisher {
+
+/// Keeps other publishers away from a server folder. The system lets go of it
+/// when the process ends, however it ends.
+class TreeLock {
+public:
+    explicit TreeLock(const QString& folder);
+    TreeLock(const TreeLock&) = delete;
+    TreeLock& operator=(const TreeLock&) = delete;
+    ~TreeLock();
+
+    /// Why the folder is not held: another process, or another object, holds it,
+    /// or there are no locks to be had. Empty when it is.
+    QString error() const;
+
+private:
+    QString trouble;
+#ifdef Q_OS_WIN
+    std::unique_ptr<QLockFile> lock;
+#else
+    int handle = -1;
+#endif
+};
+
+} // namespace Publisher

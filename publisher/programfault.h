@@ -1,9 +1,0 @@
-#pragma once
-
-#include <QByteArrayView>
-#include <QString>
-
-/// Why players' updaters would throw this program away, as the rest of a sentence
-/// that begins with its name; empty when they would not. `head` is its beginning,
-/// as much as `Updater::programHeadSize`, or all of it.
-QString faultOfProgram(QByteArrayView head, qint64 size);
