@@ -2,8 +2,8 @@
 
 #include "core/realmwalk.h"
 #include "core/settingshandler.h"
+#include "update/patchlayout.h"
 #include "update/patchmanifest.h"
-#include "update/patchpaths.h"
 #include "update/updatingprocedures.h"
 
 #include <QDebug>
@@ -20,6 +20,7 @@ struct Client {
     int number;
     QString path;
     QString kind;
+    const PatchLayout& layout;
 };
 
 void deleteOldFile(const QString& target, const QString& name, const QString& folder)
@@ -41,8 +42,8 @@ bool copyRegularFile(const QString& source, const QString& target)
 void installFile(const Client& client, qint64 n, const PatchManifestEntry& entry)
 {
     const QString source
-        = PatchPaths::cachedFileFolder(client.kind, entry) + QDir::separator() + entry.name;
-    const QString folder = PatchPaths::installFolder(client.path, entry);
+        = client.layout.cachedFileFolder(client.kind, entry) + QDir::separator() + entry.name;
+    const QString folder = PatchLayout::installFolder(client.path, entry);
     const QString target = folder + QDir::separator() + entry.name;
     deleteOldFile(target, entry.name, folder);
     // The two texts are swapped on purpose; whoever reads these logs knows them so.
@@ -58,7 +59,7 @@ void createFolder(const Client& client, const PatchManifestEntry& entry)
     qDebug() << "Case2: Folder create";
     qDebug() << "realm: " << client.number << client.path << QDir::separator()
              << QString(entry.pathOffset + QDir::separator()) << entry.name;
-    QDir().mkpath(PatchPaths::inClient(client.path, entry.pathOffset, entry.name));
+    QDir().mkpath(client.layout.inClient(client.path, entry.pathOffset, entry.name));
 }
 
 void applyEntry(const Client& client, const PatchManifest& manifest, qint64 n)
@@ -67,7 +68,7 @@ void applyEntry(const Client& client, const PatchManifest& manifest, qint64 n)
     // Removals take the name of the entry numbered like the realm, with the
     // offset of this entry and without the manifest kind. That is intended.
     const auto removed = [&] {
-        return PatchPaths::inClient(client.path, entry.pathOffset, manifest.name(client.number));
+        return client.layout.inClient(client.path, entry.pathOffset, manifest.name(client.number));
     };
     switch (entry.action()) {
     case PatchAction::FileDownload:
@@ -92,13 +93,14 @@ void applyEntry(const Client& client, const PatchManifest& manifest, qint64 n)
 void UpdatingProcedures::copyPatchedFilesIntoClient()
 {
     qDebug() << "now copy Data into Client";
+    const PatchLayout layout = ownLayout();
     const RealmWalk walk;
     for (int r = 1; r <= walk.last(); ++r) {
         const bool testRealm = SettingsHandler::getTestRealm(r);
         const PatchManifest manifest(
-            PatchPaths::manifest(testRealm ? u"patchTest.ini"_s : u"patch.ini"_s));
+            layout.manifest(testRealm ? u"patchTest.ini"_s : u"patch.ini"_s));
         const Client client{ r, SettingsHandler::getClientPath(r),
-                             testRealm ? u"test"_s : u"live"_s };
+                             testRealm ? u"test"_s : u"live"_s, layout };
         for (qint64 n = 1; n <= manifest.entryCount(); ++n)
             applyEntry(client, manifest, n);
     }

@@ -5,7 +5,6 @@
 #include "core/signalboolhelperclass.h"
 #include "net/filedownloader.h"
 #include "net/referencetime.h"
-#include "update/patchpaths.h"
 #include "update/updatingprocedures.h"
 
 #include <QDebug>
@@ -39,7 +38,7 @@ void UpdatingProcedures::updatePatchIni()
 
 void UpdatingProcedures::fetchManifest(const QString& manifestName, SignalBoolHelperClass* doneFlag)
 {
-    const QFileInfo local(PatchPaths::manifest(manifestName));
+    const QFileInfo local(ownLayout().manifest(manifestName));
     FileDownloader::download(
         true, progressReceiver(), doneFlag,
         QUrl(downloadBaseUrl + local.fileName(), QUrl::TolerantMode), referenceTimeOf(local),

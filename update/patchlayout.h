@@ -9,7 +9,7 @@
 
 /// Where a manifest's entries lie, for any launcher folder and either kind of
 /// separator. Native separators and literal slashes are mixed in fixed places;
-/// nothing is normalised. The launcher itself asks PatchPaths.
+/// nothing is normalised.
 class PatchLayout {
 public:
     /// Both folders without trailing separator.

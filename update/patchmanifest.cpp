@@ -54,17 +54,13 @@ PatchManifestEntry PatchManifest::entry(qint64 n) const
         = settings.value(key(n, "-pathOffset"_L1), QString("Data"_L1 + separator)).toString(),
         .urlOffset = settings.value(key(n, "-urlOffset"_L1)).toString(),
         .name = name(n),
+        .hash = settings.value(key(n, "-hash"_L1)).toString(),
     };
 }
 
 QString PatchManifest::name(qint64 n) const
 {
     return settings.value(key(n)).toString();
-}
-
-QString PatchManifest::hash(qint64 n) const
-{
-    return settings.value(key(n, "-hash"_L1)).toString();
 }
 
 qint64 PatchManifest::lastNumberedEntry() const

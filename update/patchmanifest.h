@@ -23,8 +23,12 @@ struct PatchManifestEntry {
     QString urlOffset;
     /// File or folder name, one path component.
     QString name;
+    /// MD5 as the publisher wrote it; compared to the letter.
+    QString hash = {};
 
     PatchAction action() const;
+
+    friend bool operator==(const PatchManifestEntry&, const PatchManifestEntry&) = default;
 };
 
 /// A patch manifest, read with every call: the file may be replaced by another
@@ -42,8 +46,6 @@ public:
     /// Entries are numbered from 1.
     PatchManifestEntry entry(qint64 n) const;
     QString name(qint64 n) const;
-    /// MD5 as the publisher wrote it; compared to the letter.
-    QString hash(qint64 n) const;
 
     /// Highest number that any key of an entry bears, 0 when there is none.
     qint64 lastNumberedEntry() const;

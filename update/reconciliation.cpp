@@ -4,8 +4,8 @@
 #include "core/settingshandler.h"
 #include "core/signalboolhelperclass.h"
 #include "net/referencetime.h"
+#include "update/patchlayout.h"
 #include "update/patchmanifest.h"
-#include "update/patchpaths.h"
 #include "update/updatingprocedures.h"
 
 #include <QCryptographicHash>
@@ -36,28 +36,29 @@ QString md5Of(const QString& filePath)
 }
 
 void queueIfChanged(
-    QList<PatchDownloadItem>& queue, const QString& baseUrl, const QString& kind,
-    const PatchManifestEntry& entry, const QString& hash)
+    QList<PatchDownloadItem>& queue, const QString& baseUrl, const PatchLayout& layout,
+    const QString& kind, const PatchManifestEntry& entry)
 {
-    const QString folder = PatchPaths::cachedFileFolder(kind, entry);
+    const QString folder = layout.cachedFileFolder(kind, entry);
     const QString cached = folder + u'/' + entry.name;
     const QDateTime referenceTime = referenceTimeOf(QFileInfo(QDir(folder), entry.name));
 
     qDebug() << "check if hashEquals";
-    if (hash == md5Of(cached)) {
-        qDebug() << "file: " << cached << " with hash: " << hash << " is already up-to-date";
+    if (entry.hash == md5Of(cached)) {
+        qDebug() << "file: " << cached << " with hash: " << entry.hash << " is already up-to-date";
     } else {
-        qDebug() << "file: " << cached << " with hash: " << hash
+        qDebug() << "file: " << cached << " with hash: " << entry.hash
                  << " --> missed hash-check, added to download Queue.";
         queue.append(PatchDownloadItem(
-            PatchPaths::patchFile(baseUrl, kind, entry), referenceTime, folder, entry.name));
+            PatchLayout::patchFile(baseUrl, kind, entry), referenceTime, folder, entry.name));
     }
     qDebug() << "Client UpdateQueue size: " << queue.size();
 }
 
-void createCacheFolder(const QString& kind, const PatchManifestEntry& entry)
+void createCacheFolder(
+    const PatchLayout& layout, const QString& kind, const PatchManifestEntry& entry)
 {
-    const QString folder = PatchPaths::cachedFolder(kind, entry);
+    const QString folder = layout.cachedFolder(kind, entry);
     qDebug() << folder;
     QDir().mkpath(folder);
 }
@@ -71,14 +72,15 @@ QString clientOfSameNumber(qint64 n)
     return SettingsHandler::getClientPath(static_cast<int>(n));
 }
 
-void removeClientFile(qint64 n, const PatchManifestEntry& entry)
+void removeClientFile(const PatchLayout& layout, qint64 n, const PatchManifestEntry& entry)
 {
-    QFile::remove(PatchPaths::inClient(clientOfSameNumber(n), entry.pathOffset, entry.name));
+    QFile::remove(layout.inClient(clientOfSameNumber(n), entry.pathOffset, entry.name));
 }
 
-void removeClientFolder(qint64 n, const QString& kind, const PatchManifestEntry& entry)
+void removeClientFolder(
+    const PatchLayout& layout, qint64 n, const QString& kind, const PatchManifestEntry& entry)
 {
-    QDir(PatchPaths::reconciledFolder(clientOfSameNumber(n), kind, entry)).removeRecursively();
+    QDir(layout.reconciledFolder(clientOfSameNumber(n), kind, entry)).removeRecursively();
 }
 
 } // namespace
@@ -99,9 +101,10 @@ void UpdatingProcedures::reconcilePatchIni(
     QString baseUrl, QString manifestName, QList<PatchDownloadItem>& queue, QString kind)
 {
     qDebug() << baseUrl << manifestName;
-    const QString manifestPath = PatchPaths::manifest(manifestName);
+    const PatchLayout layout = ownLayout();
+    const QString manifestPath = layout.manifest(manifestName);
     createIfMissing(SettingsHandler::getClientDataStoragePath());
-    createIfMissing(PatchPaths::cacheKindFolder(kind));
+    createIfMissing(layout.cacheKindFolder(kind));
     if (!QFile::exists(manifestPath)) {
         qDebug() << "patchfile does not exist at: " << manifestPath;
         return;
@@ -114,19 +117,19 @@ void UpdatingProcedures::reconcilePatchIni(
         switch (entry.action()) {
         case PatchAction::FileDownload:
             qDebug() << "Case4: File Download";
-            queueIfChanged(queue, baseUrl, kind, entry, manifest.hash(n));
+            queueIfChanged(queue, baseUrl, layout, kind, entry);
             break;
         case PatchAction::FolderCreate:
             qDebug() << "Case2: Folder create";
-            createCacheFolder(kind, entry);
+            createCacheFolder(layout, kind, entry);
             break;
         case PatchAction::FileRemove:
             qDebug() << "Case3: File remove";
-            removeClientFile(n, entry);
+            removeClientFile(layout, n, entry);
             break;
         case PatchAction::FolderRemove:
             qDebug() << "Case1: Folder remove";
-            removeClientFolder(n, kind, entry);
+            removeClientFolder(layout, n, kind, entry);
             break;
         }
     }

@@ -1,5 +1,6 @@
 #include "update/updatingprocedures.h"
 
+#include "core/settingshandler.h"
 #include "core/signalboolhelperclass.h"
 #include "ui/mainwindow.h" // the one look upwards: the window as a plain receiver
 
@@ -32,6 +33,11 @@ UpdatingProcedures::~UpdatingProcedures()
     delete patchIniDownloadedFlag;
     delete patchTestIniDownloadedFlag;
     delete clientFileDownloadedFlag;
+}
+
+PatchLayout UpdatingProcedures::ownLayout()
+{
+    return { SettingsHandler::getSettingsPath(), SettingsHandler::getClientDataStoragePath() };
 }
 
 QObject* UpdatingProcedures::progressReceiver() const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "update/patchdownloaditem.h"
+#include "update/patchlayout.h"
 
 #include <QList>
 #include <QObject>
@@ -50,6 +51,8 @@ public slots:
     void copyPatchedFilesIntoClient();
 
 private:
+    /// The folders beside the launcher's own program, with the native separator.
+    static PatchLayout ownLayout();
     QObject* progressReceiver() const;
     void fetchManifest(const QString& manifestName, SignalBoolHelperClass* doneFlag);
     void startDownload(const PatchDownloadItem& item);

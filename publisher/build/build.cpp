@@ -2,6 +2,7 @@
 
 #include "publisher/build/hashcache.h"
 #include "publisher/build/history.h"
+#include "publisher/build/manifestdraft.h"
 #include "publisher/build/manifestexchange.h"
 #include "publisher/build/precheck.h"
 #include "publisher/build/sourcetree.h"
@@ -9,7 +10,7 @@
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
-#include "publisher/common/manifestdraft.h"
+#include "publisher/common/manifesttext.h"
 #include "publisher/common/names.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
@@ -209,7 +210,7 @@ private:
             manifest.entries.append(ManifestDraft::file(
                 item.file.path, urlOffsetOf(serverFolderOf(item.file, item.md5)), item.md5,
                 request.separator));
-        text = manifest.toIni();
+        text = ManifestText::write(manifest.entries);
         report.manifestChanged = !isLive(text);
         if (!report.manifestChanged && !request.renew)
             manifest = {};

@@ -2,7 +2,7 @@
 
 #include "publisher/build/sourcetree.h"
 #include "publisher/common/names.h"
-#include "publisher/common/removalplan.h"
+#include "publisher/common/placeholder.h"
 
 using namespace Qt::StringLiterals;
 
@@ -29,24 +29,22 @@ QString faultOfPath(const QString& path)
     return {};
 }
 
-ManifestDraft::Entry namePlate(const QString& name)
+PatchManifestEntry placeholder(const QString& name)
 {
-    return { { .save = true,
-               .dirOnly = false,
-               .pathOffset = vacantName,
-               .urlOffset = vacantName,
-               .name = name },
-             {} };
+    return { .save = true,
+             .dirOnly = false,
+             .pathOffset = vacantName,
+             .urlOffset = vacantName,
+             .name = name };
 }
 
-ManifestDraft::Entry removal(const QString& folder, bool dirOnly, QChar separator)
+PatchManifestEntry removal(const QString& folder, bool dirOnly, QChar separator)
 {
-    return { { .save = false,
-               .dirOnly = dirOnly,
-               .pathOffset = pathOffsetOf(folder, separator),
-               .urlOffset = {},
-               .name = vacantName },
-             {} };
+    return { .save = false,
+             .dirOnly = dirOnly,
+             .pathOffset = pathOffsetOf(folder, separator),
+             .urlOffset = {},
+             .name = vacantName };
 }
 
 class Planner {
@@ -80,7 +78,7 @@ public:
     {
         if (removals.isEmpty() || !plan.refusals.isEmpty())
             return;
-        plan.entries.fill(namePlate(name), realms);
+        plan.entries.fill(placeholder(name), realms);
         plan.entries += removals;
     }
 
@@ -111,7 +109,7 @@ private:
     const SourceTree& source;
     QChar separator;
     QString name;
-    QList<ManifestDraft::Entry> removals;
+    QList<PatchManifestEntry> removals;
 };
 
 } // namespace

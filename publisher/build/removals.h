@@ -1,8 +1,8 @@
 #pragma once
 
-#include "publisher/common/manifestdraft.h"
 #include "publisher/common/publication.h"
 #include "publisher/common/refusal.h"
+#include "update/patchmanifest.h"
 
 #include <QChar>
 #include <QList>
@@ -22,9 +22,9 @@ struct RemovalRequest {
 };
 
 /// The entries that carry out a request, for the head of the manifest. The
-/// launcher can remove a single name per manifest: see removalplan.h.
+/// launcher can remove a single name per manifest: see placeholder.h.
 struct RemovalPlan {
-    QList<ManifestDraft::Entry> entries;
+    QList<PatchManifestEntry> entries;
     /// The same in terms of the client folder.
     QList<PublishedRemoval> removals;
     QList<Refusal> refusals;

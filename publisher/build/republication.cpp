@@ -1,12 +1,13 @@
 #include "publisher/build/republication.h"
 
 #include "publisher/build/hashcache.h"
+#include "publisher/build/manifestdraft.h"
 #include "publisher/build/manifestexchange.h"
 #include "publisher/build/precheck.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
-#include "publisher/common/manifestdraft.h"
+#include "publisher/common/manifesttext.h"
 #include "publisher/common/names.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
@@ -222,8 +223,8 @@ private:
     QString differenceTo(const QString& path) const
     {
         ManifestDraft draft;
-        const bool own = ManifestDraft::readIni(
-            text, [&](const ManifestDraft::Entry& entry) { draft.entries.append(entry); });
+        const bool own = ManifestText::read(
+            text, [&](const PatchManifestEntry& entry) { draft.entries.append(entry); });
         return own ? draft.differenceTo(path) : QString();
     }
 

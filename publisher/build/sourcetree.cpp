@@ -2,7 +2,7 @@
 
 #include "publisher/common/folderlist.h"
 #include "publisher/common/names.h"
-#include "publisher/common/removalplan.h"
+#include "publisher/common/placeholder.h"
 
 #include <QFileInfo>
 #include <QHash>

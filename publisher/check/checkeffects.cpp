@@ -1,6 +1,6 @@
 #include "publisher/check/checkeffects.h"
 
-#include "publisher/common/removalplan.h"
+#include "publisher/common/placeholder.h"
 
 #include <QHash>
 #include <QMap>
@@ -44,7 +44,7 @@ Rehearsal::Server completeServer(const CheckedManifest& manifest)
     QHash<QString, QString> hashes;
     for (qint64 n = 1; n <= manifest.content.count(); ++n) {
         const QUrl url = PatchLayout::patchFile({}, manifest.kind, manifest.content.entry(n));
-        hashes.insert(url.toString(), manifest.content.hashes.at(n - 1).toLower());
+        hashes.insert(url.toString(), manifest.content.entry(n).hash.toLower());
     }
     return [hashes](const QUrl& url) {
         return std::optional(hashes.value(url.toString()));
@@ -215,12 +215,13 @@ private:
         return CheckEffects::shownPath(path, separator);
     }
 
-    /// What the admin wants gone. A removal that lives on name plates means the
-    /// plates' name.
+    /// What the admin wants gone. A removal that lives on placeholders means
+    /// their name.
     QString wantedPath(qint64 n) const
     {
         const PatchManifestEntry& entry = manifest.content.entry(n);
-        const QString name = removesOnlyByPlates(entry) ? manifest.content.name(1) : entry.name;
+        const QString name
+            = removesOnlyByPlaceholders(entry) ? manifest.content.name(1) : entry.name;
         return inClient(entry.pathOffset + u'/' + name);
     }
 
@@ -482,7 +483,7 @@ QList<Finding> rootFindings(
         const bool removal
             = effect.action == Action::RemoveFile || effect.action == Action::RemoveFolder;
         if (effect.phase != Phase::Reconciliation || !removal || effect.entry < 2
-            || removesOnlyByPlates(manifest.content.entry(effect.entry)))
+            || removesOnlyByPlaceholders(manifest.content.entry(effect.entry)))
             continue;
         const QString number = QString::number(effect.entry);
         found.append(manifest.finding(

@@ -3,7 +3,7 @@
 #include "publisher/check/checkpublished.h"
 #include "publisher/check/checkreading.h"
 #include "publisher/common/names.h"
-#include "publisher/common/removalplan.h"
+#include "publisher/common/placeholder.h"
 
 #include <QHash>
 #include <QRegularExpression>
@@ -141,18 +141,13 @@ public:
         checkName();
         checkPath();
         checkWindowsNames();
-        if (entry.action() != PatchAction::FileDownload || isNamePlate(entry, hash()))
+        if (entry.action() != PatchAction::FileDownload || isPlaceholder(entry))
             return;
         checkHash();
         checkUrl();
     }
 
 private:
-    QString hash() const
-    {
-        return manifest.content.hashes.at(n - 1);
-    }
-
     void add(FindingId id, const QString& text)
     {
         found.append(manifest.finding(id, n, text));
@@ -237,21 +232,21 @@ private:
     void checkHash()
     {
         static const QRegularExpression md5(u"^[0-9a-f]{32}$"_s);
-        if (hash().isEmpty())
+        if (entry.hash.isEmpty())
             add(FindingId::HashMissing,
                 named()
                     + " has no hash: players never download it, and the file of that name "
                       "in their client is deleted."_L1);
-        else if (!md5.match(hash().toLower()).hasMatch())
+        else if (!md5.match(entry.hash.toLower()).hasMatch())
             add(FindingId::HashMalformed,
-                named() + " has the hash \""_L1 + hash().left(40)
+                named() + " has the hash \""_L1 + entry.hash.left(40)
                     + "\", which is no MD5: players download the file at every start."_L1);
-        else if (hash() != hash().toLower())
+        else if (entry.hash != entry.hash.toLower())
             add(FindingId::HashUppercase,
                 named()
                     + " has a hash in upper case, which never matches: players download the "
                       "file at every start."_L1);
-        else if (hash() == emptyFileHash)
+        else if (entry.hash == emptyFileHash)
             add(FindingId::FileEmpty,
                 named()
                     + " is an empty file: the launcher stores no empty answer, and the file "
@@ -288,8 +283,7 @@ public:
     void take(qint64 n)
     {
         const PatchManifestEntry& entry = manifest.content.entry(n);
-        if (!entry.save || entry.name.isEmpty()
-            || isNamePlate(entry, manifest.content.hashes.at(n - 1)))
+        if (!entry.save || entry.name.isEmpty() || isPlaceholder(entry))
             return;
         const QString place
             = RehearsalTree::canonical(entry.pathOffset + u'/' + entry.name, separator);

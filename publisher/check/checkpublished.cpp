@@ -1,8 +1,8 @@
 #include "publisher/check/checkpublished.h"
 
 #include "publisher/common/filework.h"
+#include "publisher/common/placeholder.h"
 #include "publisher/common/progress.h"
-#include "publisher/common/removalplan.h"
 
 #include <QFileInfo>
 #include <QThreadPool>
@@ -44,7 +44,7 @@ inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& 
     const auto found = [&](FindingId id, const QString& text) {
         return manifest.finding(id, entry.number, text);
     };
-    const QString& hash = manifest.content.hashes.at(entry.number - 1);
+    const QString& hash = manifest.content.entry(entry.number).hash;
     if (!entry.file.isFile())
         return found(FindingId::FileNotPublished, whyMissing(entry, {}));
     if (entry.file.size() == 0)
@@ -72,7 +72,7 @@ QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& 
         const PatchManifestEntry& entry = manifest.content.entry(n);
         const QString served = CheckPublished::serverPath(manifest.kind, entry);
         if (entry.action() == PatchAction::FileDownload && !entry.name.isEmpty()
-            && !served.isEmpty() && !isNamePlate(entry, manifest.content.hashes.at(n - 1)))
+            && !served.isEmpty() && !isPlaceholder(entry))
             entries.append({ n, served, QFileInfo(tree + served) });
     }
     return entries;

@@ -26,10 +26,8 @@ ManifestContent ManifestContent::read(const QString& path, QChar separator, int 
     // Beyond the last key all numbers are alike, and nothing comes of them.
     const qint64 count
         = std::min({ manifest.entryCount(), manifest.lastNumberedEntry() + 1, mostEntries });
-    for (qint64 n = 1; n <= count; ++n) {
+    for (qint64 n = 1; n <= count; ++n)
         content.entries.append(manifest.entry(n));
-        content.hashes.append(manifest.hash(n));
-    }
     for (qint64 n = std::max<qint64>(count, 0) + 1; n <= realms; ++n)
         content.furtherNames.insert(n, manifest.name(n));
     return content;

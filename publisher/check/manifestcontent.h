@@ -6,7 +6,6 @@
 #include <QHash>
 #include <QList>
 #include <QString>
-#include <QStringList>
 
 namespace Publisher {
 
@@ -18,7 +17,6 @@ struct ManifestContent {
 
     /// What stands at "entry 1" is the first one.
     QList<PatchManifestEntry> entries;
-    QStringList hashes;
     /// Names of numbers beyond the last entry; removals look at them too.
     QHash<qint64, QString> furtherNames;
 

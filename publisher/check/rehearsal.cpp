@@ -108,7 +108,7 @@ void Rehearsal::queueIfChanged(const RehearsalTree& tree, const QString& kind, q
     const ManifestContent* content = manifest(kind);
     const PatchManifestEntry& entry = content->entry(n);
     const QString cached = layout.cachedFileFolder(kind, entry) + u'/' + entry.name;
-    if (tree.digest(cached).value_or(QString()) != content->hashes.at(n - 1))
+    if (tree.digest(cached).value_or(QString()) != entry.hash)
         queue.append({ kind, n });
 }
 

@@ -5,8 +5,8 @@
 #include "publisher/common/clock.h"
 #include "publisher/common/finding.h"
 #include "publisher/common/names.h"
+#include "publisher/common/placeholder.h"
 #include "publisher/common/progress.h"
-#include "publisher/common/removalplan.h"
 
 #include <QCommandLineParser>
 #include <QDir>

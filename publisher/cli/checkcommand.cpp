@@ -3,7 +3,7 @@
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
 #include "publisher/cli/output.h"
-#include "publisher/common/removalplan.h"
+#include "publisher/common/placeholder.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -185,9 +185,9 @@ bool isRemoval(const Effect& effect)
     return effect.action == Action::RemoveFile || effect.action == Action::RemoveFolder;
 }
 
-bool isPlate(const CheckedManifest& manifest, qint64 n)
+bool isPlaceholderAt(const CheckedManifest& manifest, qint64 n)
 {
-    return isNamePlate(manifest.content.entry(n), manifest.content.hashes.at(n - 1));
+    return isPlaceholder(manifest.content.entry(n));
 }
 
 qsizetype
@@ -195,7 +195,7 @@ countOf(const CheckedManifest& manifest, const QList<Effect>& run, Action action
 {
     return std::count_if(run.cbegin(), run.cend(), [&](const Effect& effect) {
         return effect.action == action && effect.realm == realm
-            && !(action == Action::InstallFile && isPlate(manifest, effect.entry));
+            && !(action == Action::InstallFile && isPlaceholderAt(manifest, effect.entry));
     });
 }
 
@@ -258,7 +258,7 @@ void describe(const Inspection& inspection, const Request& request, Output& outp
     EffectList list;
     for (const Effect& effect : run.effects) {
         const bool aimsAtNothing = effect.phase == Phase::Reconciliation
-            && removesOnlyByPlates(manifest.content.entry(effect.entry));
+            && removesOnlyByPlaceholders(manifest.content.entry(effect.entry));
         if (request.details || (isRemoval(effect) && !aimsAtNothing))
             list.add(EffectView(effect, request.players).text(), realmsOf(effect, run));
     }

@@ -1,28 +1,25 @@
 #include "publisher/common/publication.h"
 
-#include "publisher/common/manifestdraft.h"
+#include "publisher/common/manifesttext.h"
 #include "publisher/common/names.h"
-#include "publisher/common/removalplan.h"
+#include "publisher/common/placeholder.h"
 
 #include <QDir>
 #include <QFile>
 
-#include <functional>
 #include <utility>
 
 namespace Publisher {
 
 namespace {
 
-using TakeEntry = std::function<void(const ManifestDraft::Entry&)>;
-
 /// For manifests written by hand.
-void readAsLaunchersDo(const QString& manifestPath, const TakeEntry& take)
+void readAsLaunchersDo(const QString& manifestPath, const ManifestText::TakeEntry& take)
 {
     // An entry without a path offset means "Data", whatever the separator.
     const PatchManifest manifest(manifestPath, u'/');
     for (qint64 n = 1; n <= manifest.entryCount(); ++n)
-        take({ manifest.entry(n), manifest.hash(n) });
+        take(manifest.entry(n));
 }
 
 /// Relative to the client folder, with "/".
@@ -41,29 +38,28 @@ public:
     {
     }
 
-    void take(const ManifestDraft::Entry& given)
+    void take(const PatchManifestEntry& entry)
     {
-        const PatchManifestEntry& entry = given.content;
         if (++count == 1)
             firstName = entry.name;
         if (!entry.save)
             publication.removals.append(
-                { pathInClient(entry, removesOnlyByPlates(entry) ? firstName : entry.name),
+                { pathInClient(entry, removesOnlyByPlaceholders(entry) ? firstName : entry.name),
                   entry.dirOnly });
         else if (entry.dirOnly)
             publication.folders.insert(pathInClient(entry, entry.name));
-        else if (!isNamePlate(entry, given.hash))
-            takeFile(entry, given.hash);
+        else if (!isPlaceholder(entry))
+            takeFile(entry);
     }
 
     Publication publication;
 
 private:
-    void takeFile(const PatchManifestEntry& entry, const QString& hash)
+    void takeFile(const PatchManifestEntry& entry)
     {
         const QString path = pathInClient(entry, entry.name);
         const QString place = pathOnServer(kind, entry.urlOffset, entry.name);
-        publication.files.insert(path, { path, hash, QDir::cleanPath(place) });
+        publication.files.insert(path, { path, entry.hash, QDir::cleanPath(place) });
     }
 
     QString kind;
@@ -79,7 +75,7 @@ Publication readPublication(const QString& manifestPath, const QString& kind)
     if (!manifest.open(QIODevice::ReadOnly))
         return {};
     Reader own(kind);
-    if (ManifestDraft::readIni(manifest.readAll(), [&](const auto& entry) { own.take(entry); }))
+    if (ManifestText::read(manifest.readAll(), [&](const auto& entry) { own.take(entry); }))
         return own.publication;
     Reader foreign(kind);
     readAsLaunchersDo(manifestPath, [&](const auto& entry) { foreign.take(entry); });

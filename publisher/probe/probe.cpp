@@ -6,8 +6,8 @@
 #include "publisher/check/checkreading.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
+#include "publisher/common/placeholder.h"
 #include "publisher/common/programfault.h"
-#include "publisher/common/removalplan.h"
 #include "update/launcherfiles.h"
 #include "updater/programheader.h"
 
@@ -409,7 +409,7 @@ void Probe::askFilesOf(const QString& name, const QString& kind, const QByteArra
     found += CheckEntries::findings(checked, {});
     for (qint64 n = 1; n <= checked.content.count(); ++n) {
         const PatchManifestEntry& entry = checked.content.entry(n);
-        const QString& hash = checked.content.hashes.at(n - 1);
+        const QString& hash = checked.content.entry(n).hash;
         if (entry.action() != PatchAction::FileDownload || entry.name.isEmpty() || hash.isEmpty())
             continue;
         askPatchFile(

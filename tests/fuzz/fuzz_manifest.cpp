@@ -25,7 +25,6 @@ void readAsLauncher(const QString& path, QChar separator)
     const qint64 count = std::min(manifest.entryCount(), mostEntries);
     for (qint64 n = 0; n <= count; ++n) {
         const PatchManifestEntry entry = manifest.entry(n);
-        manifest.hash(n);
         layout.cachedFolder(u"live"_s, entry);
         layout.reconciledFolder(u"/client"_s, u"live"_s, entry);
         PatchLayout::patchFile(u"https://server/"_s, u"live"_s, entry).toString();

@@ -298,9 +298,9 @@ private slots:
         QTest::addColumn<QStringList>("rows");
         QTest::addColumn<QList<int>>("like");
         QTest::newRow("no removal") << dataFolder + file(2, "a.mpq") << QList<int>{ 1, 1, 1, 1 };
-        QTest::newRow("name plates") << file(1, "x", "halden-vacant", "")
+        QTest::newRow("placeholders") << file(1, "x", "halden-vacant", "")
                 + file(2, "x", "halden-vacant", "") + removal(3, "halden-vacant")
-                                     << QList<int>{ 1, 1, 3, 4 };
+                                      << QList<int>{ 1, 1, 3, 4 };
         QTest::newRow("aimed at a realm")
             << dataFolder + removal(2, "Data") + file(3, "Data") << QList<int>{ 1, 2, 1, 4 };
         QTest::newRow("other names") << file(1, "a") + file(2, "b") + file(3, "a") + file(4, "b")
@@ -518,11 +518,11 @@ private:
         add("own name missing", count(1) + folderRemoval(1, "", "Fonts"),
             { "name-missing@1", "removal-empties-folder@1" }, one);
         add("folder by the realm's number", count(1) + folderRemoval(1, "old", "Fonts"), {}, one);
-        add("name plates",
+        add("placeholders",
             count(4) + file(1, "old", "halden-vacant", "") + file(2, "old", "halden-vacant", "")
                 + removal(3, "halden-vacant") + folderRemoval(4, "halden-vacant", "Fonts"),
             {}, two);
-        add("too few name plates",
+        add("too few placeholders",
             count(3) + file(1, "old", "halden-vacant", "") + removal(2, "halden-vacant")
                 + folderRemoval(3, "halden-vacant", "Fonts"),
             { "removal-never-effective@2", "removal-hits-other-name@2", "removal-never-effective@3",

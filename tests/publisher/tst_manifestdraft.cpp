@@ -1,4 +1,5 @@
-#include "publisher/common/manifestdraft.h"
+#include "publisher/build/manifestdraft.h"
+#include "publisher/common/manifesttext.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 
@@ -24,8 +25,8 @@ QString written(const QByteArray& manifest)
 std::optional<ManifestDraft> readBack(const QByteArray& text)
 {
     ManifestDraft draft;
-    const bool whole = ManifestDraft::readIni(
-        text, [&](const ManifestDraft::Entry& entry) { draft.entries.append(entry); });
+    const bool whole = ManifestText::read(
+        text, [&](const PatchManifestEntry& entry) { draft.entries.append(entry); });
     return whole ? std::optional(draft) : std::nullopt;
 }
 
@@ -82,17 +83,17 @@ private slots:
         draft.entries = { ManifestDraft::folder(name, '\\'),
                           ManifestDraft::file("Data/" + name + "/x", name, "0cc1", '\\'),
                           ManifestDraft::file("Data/" + name, "Data", "0cc2", '\\') };
-        const QString path = written(draft.toIni());
+        const QString path = written(ManifestText::write(draft.entries));
         const PatchManifest manifest(path);
         QCOMPARE(manifest.entryCount(), 3);
         QCOMPARE(manifest.name(1), name);
         QCOMPARE(manifest.entry(2).pathOffset, "Data\\" + name);
         QCOMPARE(manifest.entry(2).urlOffset, name);
         QCOMPARE(manifest.name(3), name);
-        QCOMPARE(manifest.hash(3), QString("0cc2"));
+        QCOMPARE(manifest.entry(3).hash, QString("0cc2"));
         QCOMPARE(draft.differenceTo(path), QString());
         // Without the settings layer the same.
-        const std::optional<ManifestDraft> read = readBack(draft.toIni());
+        const std::optional<ManifestDraft> read = readBack(ManifestText::write(draft.entries));
         QVERIFY(read);
         QCOMPARE(read->entries.size(), 3);
         QCOMPARE(read->differenceTo(path), QString());
@@ -110,7 +111,7 @@ private slots:
                               .urlOffset = "",
                               .name = "c" },
                             "" } };
-        const QByteArray text = draft.toIni();
+        const QByteArray text = ManifestText::write(draft.entries);
         QVERIFY(readBack(text));
         for (qsizetype size = 0; size < text.size(); ++size)
             QVERIFY2(!readBack(text.left(size)), qPrintable(QString::number(size)));
@@ -119,9 +120,11 @@ private slots:
                 QByteArray other = text;
                 other[i] = byte;
                 const std::optional<ManifestDraft> read = readBack(other);
-                QVERIFY2(!read || read->toIni() == other, other.constData());
+                QVERIFY2(!read || ManifestText::write(read->entries) == other, other.constData());
                 other = text.left(i) + byte + text.sliced(i);
-                QVERIFY2(!readBack(other) || readBack(other)->toIni() == other, other.constData());
+                QVERIFY2(
+                    !readBack(other) || ManifestText::write(readBack(other)->entries) == other,
+                    other.constData());
             }
         }
         for (const char* line : { "\n", "x=1\n", "file1-save=true\n", "[Other]\n", " " })
@@ -145,7 +148,7 @@ private slots:
         ManifestDraft draft;
         draft.entries = { ManifestDraft::file(path, "u", "h", QChar(separator)),
                           ManifestDraft::folder(path, QChar(separator)) };
-        const PatchManifest manifest(written(draft.toIni()));
+        const PatchManifest manifest(written(ManifestText::write(draft.entries)));
         QTEST(manifest.entry(1).pathOffset, "offset");
         QTEST(manifest.entry(2).pathOffset, "offset");
         QCOMPARE(manifest.entry(2).name, path.section('/', -1));
@@ -165,7 +168,7 @@ private slots:
                               .name = "c" },
                             "" } };
         QCOMPARE(
-            draft.toIni(),
+            ManifestText::write(draft.entries),
             QByteArray("[General]\nnumberOfFiles=3\n"
                        "file1=\"Data\"\nfile1-dirOnly=true\nfile1-pathOffset=\"\"\n"
                        "file2=\"ä.mpq\"\nfile2-pathOffset=\"Data\"\nfile2-urlOffset=\"Data/0cc\"\n"
@@ -201,7 +204,7 @@ private slots:
         QFETCH(QString, told);
         ManifestDraft draft;
         draft.entries = { ManifestDraft::file("Data/x", "u", "h", '/') };
-        QByteArray text = draft.toIni();
+        QByteArray text = ManifestText::write(draft.entries);
         QVERIFY(text.contains(from));
         const QString difference = draft.differenceTo(written(text.replace(from, to)));
         QVERIFY2(difference.contains(told), qPrintable(difference));

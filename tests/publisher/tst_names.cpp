@@ -1,6 +1,6 @@
 #include "publisher/common/names.h"
 #include "tests/support/testmain.h"
-#include "update/patchpaths.h"
+#include "update/patchlayout.h"
 
 #include <QRegularExpression>
 
@@ -15,7 +15,7 @@ QString askedFor(const QString& urlOffset, const QString& name)
         .save = true, .dirOnly = false, .pathOffset = "", .urlOffset = urlOffset, .name = name
     };
     QByteArray request
-        = PatchPaths::patchFile("https://host/", "live", entry)
+        = PatchLayout::patchFile("https://host/", "live", entry)
               .toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment);
     if (request.contains('?'))
         request.truncate(request.indexOf('?'));

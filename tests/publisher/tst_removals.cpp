@@ -134,11 +134,11 @@ private slots:
             { { "Data/x", "Data\\enUS\\x" }, { "Interface/AddOns/x" }, 3 }, tree, '\\');
         QCOMPARE(idsOf(plan.refusals), QStringList());
         QStringList shown;
-        for (const ManifestDraft::Entry& entry : plan.entries)
+        for (const PatchManifestEntry& entry : plan.entries)
             shown.append(QString("%1 %2 %3 %4")
-                             .arg(entry.content.save)
-                             .arg(entry.content.dirOnly)
-                             .arg(entry.content.pathOffset, entry.content.name));
+                             .arg(entry.save)
+                             .arg(entry.dirOnly)
+                             .arg(entry.pathOffset, entry.name));
         const QString plate = "1 0 halden-vacant x";
         QCOMPARE(
             shown,

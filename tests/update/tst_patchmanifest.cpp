@@ -53,7 +53,7 @@ private slots:
         QCOMPARE(entry.dirOnly, false);
         QCOMPARE(entry.pathOffset, "Data" + QString(QDir::separator()));
         QCOMPARE(entry.urlOffset, QString());
-        QCOMPARE(manifest.hash(1), QString());
+        QCOMPARE(manifest.entry(1).hash, QString());
     }
 
     void entriesTheFileDoesNotNameHaveDefaultsAndNoName()
@@ -85,7 +85,7 @@ private slots:
         QCOMPARE(entry.dirOnly, true);
         QCOMPARE(entry.pathOffset, "Data/deDE/");
         QCOMPARE(entry.urlOffset, "v2/deDE");
-        QCOMPARE(manifest.hash(3), "0cc175b9c0f1b6a831c399e269772661");
+        QCOMPARE(manifest.entry(3).hash, "0cc175b9c0f1b6a831c399e269772661");
     }
 
     void entryNumbersAreWrittenWithoutPadding()
@@ -364,7 +364,7 @@ private slots:
     void aHashKeepsItsLetters()
     {
         writeRows({ "file1-hash=0CC175b9C0F1B6A831C399E269772661" });
-        QCOMPARE(PatchManifest(manifestPath()).hash(1), "0CC175b9C0F1B6A831C399E269772661");
+        QCOMPARE(PatchManifest(manifestPath()).entry(1).hash, "0CC175b9C0F1B6A831C399E269772661");
     }
 
     void readingLeavesTheFileAlone()

@@ -10,7 +10,7 @@
 #include "tests/support/widgets.h"
 #include "tests/ui/mainwindowundertest.h"
 #include "ui/addclientdialog.h"
-#include "update/patchpaths.h"
+#include "update/patchlayout.h"
 #include "update/updatingprocedures.h"
 
 #include <QComboBox>
@@ -26,6 +26,11 @@ namespace {
 const QString app = "C:/home/player/Halden Launcher";
 
 const QByteArray fileAndFolder = "numberOfFiles=2\nfile1=a.mpq\nfile2=AddOns\nfile2-dirOnly=true\n";
+
+PatchLayout layout()
+{
+    return { SettingsHandler::getSettingsPath(), SettingsHandler::getClientDataStoragePath() };
+}
 
 /// Stands in for the shell, which would open the folder.
 class Shell : public QObject {
@@ -121,30 +126,28 @@ private slots:
         QCOMPARE(QDir::separator(), '\\');
         QCOMPARE(SettingsHandler::getSettingsPath(), app + "\\Settings");
         QCOMPARE(SettingsHandler::getClientDataStoragePath(), app + "\\ClientDataStorage");
-        QCOMPARE(PatchPaths::manifest("patch.ini"), app + "\\Settings\\patch.ini");
+        QCOMPARE(layout().manifest("patch.ini"), app + "\\Settings\\patch.ini");
     }
 
     /// Backslashes and slashes are mixed in fixed places.
     void everyPathOfAPatch()
     {
         const PatchManifestEntry data = entry("Data\\deDE");
-        QCOMPARE(PatchPaths::cacheKindFolder("live"), app + "\\ClientDataStorage/live");
+        QCOMPARE(layout().cacheKindFolder("live"), app + "\\ClientDataStorage/live");
         QCOMPARE(
-            PatchPaths::cachedFileFolder("live", data),
-            app + "\\ClientDataStorage/live/Data\\deDE");
+            layout().cachedFileFolder("live", data), app + "\\ClientDataStorage/live/Data\\deDE");
         QCOMPARE(
-            PatchPaths::cachedFolder("live", data),
-            app + "\\ClientDataStorage\\live\\Data\\deDE\\n");
-        QCOMPARE(PatchPaths::installFolder("C:\\WoW", data), "C:\\WoW/Data\\deDE");
-        QCOMPARE(PatchPaths::inClient("C:\\WoW", "Data", "n"), "C:\\WoW\\Data\\n");
+            layout().cachedFolder("live", data), app + "\\ClientDataStorage\\live\\Data\\deDE\\n");
+        QCOMPARE(PatchLayout::installFolder("C:\\WoW", data), "C:\\WoW/Data\\deDE");
+        QCOMPARE(layout().inClient("C:\\WoW", "Data", "n"), "C:\\WoW\\Data\\n");
         QCOMPARE(
-            PatchPaths::reconciledFolder("C:\\WoW", "live", data), "C:\\WoW\\live\\Data\\deDE\\n");
+            layout().reconciledFolder("C:\\WoW", "live", data), "C:\\WoW\\live\\Data\\deDE\\n");
     }
 
     void aManifestWithoutAFolderMeansDataWithABackslash()
     {
         writeFile(app + "/Settings/patch.ini", "numberOfFiles=1\nfile1=a.mpq\n");
-        const PatchManifest manifest(PatchPaths::manifest("patch.ini"));
+        const PatchManifest manifest(layout().manifest("patch.ini"));
         QCOMPARE(manifest.entry(1).pathOffset, "Data\\");
     }
 

@@ -1,4 +1,4 @@
-#include "publisher/common/manifestdraft.h"
+#include "publisher/common/manifesttext.h"
 
 #include <algorithm>
 
@@ -22,21 +22,21 @@ void appendQuoted(QByteArray& text, const QString& value)
     text += "\"\n";
 }
 
-void appendEntry(QByteArray& text, qsizetype n, const ManifestDraft::Entry& entry)
+void appendEntry(QByteArray& text, qsizetype n, const PatchManifestEntry& entry)
 {
     const QByteArray key = "file" + QByteArray::number(n);
     text += key + '=';
-    appendQuoted(text, entry.content.name);
-    if (!entry.content.save)
+    appendQuoted(text, entry.name);
+    if (!entry.save)
         text += key + "-save=false\n";
-    if (entry.content.dirOnly)
+    if (entry.dirOnly)
         text += key + "-dirOnly=true\n";
     text += key + "-pathOffset=";
-    appendQuoted(text, entry.content.pathOffset);
-    if (entry.content.action() != PatchAction::FileDownload)
+    appendQuoted(text, entry.pathOffset);
+    if (entry.action() != PatchAction::FileDownload)
         return;
     text += key + "-urlOffset=";
-    appendQuoted(text, entry.content.urlOffset);
+    appendQuoted(text, entry.urlOffset);
     text += key + "-hash=";
     appendQuoted(text, entry.hash);
 }
@@ -94,18 +94,18 @@ public:
         return QString::fromUtf8(value);
     }
 
-    ManifestDraft::Entry takeEntry(qsizetype n)
+    PatchManifestEntry takeEntry(qsizetype n)
     {
         const QByteArray key = "file" + QByteArray::number(n);
-        ManifestDraft::Entry entry{};
+        PatchManifestEntry entry{};
         expect(key + '=');
-        entry.content.name = takeQuoted();
-        entry.content.save = !take(key + "-save=false\n");
-        entry.content.dirOnly = take(key + "-dirOnly=true\n");
+        entry.name = takeQuoted();
+        entry.save = !take(key + "-save=false\n");
+        entry.dirOnly = take(key + "-dirOnly=true\n");
         expect(key + "-pathOffset=");
-        entry.content.pathOffset = takeQuoted();
+        entry.pathOffset = takeQuoted();
         if (take(key + "-urlOffset="))
-            entry.content.urlOffset = takeQuoted();
+            entry.urlOffset = takeQuoted();
         if (take(key + "-hash="))
             entry.hash = takeQuoted();
         return entry;
@@ -127,42 +127,9 @@ private:
     bool good = true;
 };
 
-bool isSame(const PatchManifestEntry& one, const PatchManifestEntry& other)
-{
-    return one.save == other.save && one.dirOnly == other.dirOnly
-        && one.pathOffset == other.pathOffset && one.urlOffset == other.urlOffset
-        && one.name == other.name;
-}
-
 } // namespace
 
-QString pathOffsetOf(const QString& folder, QChar separator)
-{
-    return QString(folder).replace(u'/', separator);
-}
-
-ManifestDraft::Entry ManifestDraft::folder(const QString& path, QChar separator)
-{
-    return { { .save = true,
-               .dirOnly = true,
-               .pathOffset = pathOffsetOf(path.section(u'/', 0, -2), separator),
-               .urlOffset = {},
-               .name = path.section(u'/', -1) },
-             {} };
-}
-
-ManifestDraft::Entry ManifestDraft::file(
-    const QString& path, const QString& urlOffset, const QString& hash, QChar separator)
-{
-    return { { .save = true,
-               .dirOnly = false,
-               .pathOffset = pathOffsetOf(path.section(u'/', 0, -2), separator),
-               .urlOffset = urlOffset,
-               .name = path.section(u'/', -1) },
-             hash };
-}
-
-QByteArray ManifestDraft::toIni() const
+QByteArray ManifestText::write(const QList<PatchManifestEntry>& entries)
 {
     QByteArray text = head(entries.size());
     for (qsizetype i = 0; i < entries.size(); ++i)
@@ -170,7 +137,7 @@ QByteArray ManifestDraft::toIni() const
     return text;
 }
 
-bool ManifestDraft::readIni(QByteArrayView text, const std::function<void(const Entry&)>& take)
+bool ManifestText::read(QByteArrayView text, const TakeEntry& take)
 {
     Reader reader(text);
     reader.expect("[General]\nnumberOfFiles=");
@@ -179,7 +146,7 @@ bool ManifestDraft::readIni(QByteArrayView text, const std::function<void(const 
     bool same = text.startsWith(written);
     for (qsizetype n = 1; n <= count && same && reader.isGood(); ++n) {
         const QByteArrayView rest = text.last(reader.left());
-        const Entry entry = reader.takeEntry(n);
+        const PatchManifestEntry entry = reader.takeEntry(n);
         written.clear();
         appendEntry(written, n, entry);
         same = rest.startsWith(written) && rest.size() - written.size() == reader.left();
@@ -187,21 +154,6 @@ bool ManifestDraft::readIni(QByteArrayView text, const std::function<void(const 
             take(entry);
     }
     return same && reader.isGood() && reader.left() == 0;
-}
-
-QString ManifestDraft::differenceTo(const QString& manifestPath) const
-{
-    const PatchManifest manifest(manifestPath);
-    if (manifest.entryCount() != entries.size())
-        return u"launchers would read %1 entries instead of %2"_s.arg(manifest.entryCount())
-            .arg(entries.size());
-    for (qsizetype i = 0; i < entries.size(); ++i) {
-        const Entry& meant = entries.at(i);
-        if (!isSame(meant.content, manifest.entry(i + 1)) || meant.hash != manifest.hash(i + 1))
-            return u"launchers would read entry %1 (\"%2\") differently"_s.arg(i + 1).arg(
-                meant.content.name);
-    }
-    return {};
 }
 
 } // namespace Publisher

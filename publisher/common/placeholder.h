@@ -13,7 +13,7 @@ namespace Publisher {
 // cache, removal n reaches the client of realm n, under its own name, or a path
 // from the root when there is no such realm. So:
 //
-// - Entries 1 to N (as many realms as a player may have) are name plates: they
+// - Entries 1 to N (as many realms as a player may have) are placeholders: they
 //   bear the name that is to go and do nothing else. Each is a file entry with
 //   an empty hash in a folder that exists nowhere: such a file counts as up to
 //   date, is never asked for, and has neither source nor target when it comes
@@ -30,15 +30,15 @@ inline constexpr QLatin1StringView vacantName("halden-vacant");
 
 /// An entry that only lends its name to the removals. The launcher never asks
 /// for it and never writes or deletes anything for it.
-inline bool isNamePlate(const PatchManifestEntry& entry, const QString& hash)
+inline bool isPlaceholder(const PatchManifestEntry& entry)
 {
     return entry.action() == PatchAction::FileDownload && entry.pathOffset == vacantName
-        && hash.isEmpty();
+        && entry.hash.isEmpty();
 }
 
 /// A removal whose own name exists nowhere: comparing the cache deletes nothing
 /// for it, whatever realm bears its number.
-inline bool removesOnlyByPlates(const PatchManifestEntry& entry)
+inline bool removesOnlyByPlaceholders(const PatchManifestEntry& entry)
 {
     return !entry.save && entry.name == vacantName;
 }

@@ -1,6 +1,6 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
-#include "update/patchpaths.h"
+#include "update/patchlayout.h"
 
 #include <QDir>
 #include <QRegularExpression>
@@ -10,6 +10,8 @@ namespace {
 const QString applicationFolder = TestSupport::sandboxApplicationFolder();
 /// The platform's own separator, apart from the literal slashes.
 const QString sep = QString(QDir::separator());
+const PatchLayout
+    layout(applicationFolder + sep + "Settings", applicationFolder + sep + "ClientDataStorage");
 
 PatchManifestEntry
 makeEntry(const QString& pathOffset, const QString& name, const QString& urlOffset = QString())
@@ -25,7 +27,7 @@ makeEntry(const QString& pathOffset, const QString& name, const QString& urlOffs
 
 } // namespace
 
-class tst_PatchPaths : public QObject {
+class tst_PatchLayout : public QObject {
     Q_OBJECT
 
 private slots:
@@ -37,14 +39,14 @@ private slots:
     void manifestsLieInTheSettingsFolder()
     {
         QCOMPARE(
-            PatchPaths::manifest("patchTest.ini"),
+            layout.manifest("patchTest.ini"),
             applicationFolder + sep + "Settings" + sep + "patchTest.ini");
     }
 
     void cacheKindFolder()
     {
         QCOMPARE(
-            PatchPaths::cacheKindFolder("live"),
+            layout.cacheKindFolder("live"),
             applicationFolder + sep + "ClientDataStorage" + "/live");
     }
 
@@ -71,22 +73,22 @@ private slots:
         QFETCH(QString, offset);
         QFETCH(QString, tail);
         QCOMPARE(
-            PatchPaths::cachedFileFolder("test", makeEntry(offset, "a.mpq")),
+            layout.cachedFileFolder("test", makeEntry(offset, "a.mpq")),
             applicationFolder + sep + "ClientDataStorage" + tail);
     }
 
     void cachedFolder()
     {
         QCOMPARE(
-            PatchPaths::cachedFolder("live", makeEntry("Interface/", "AddOns")),
+            layout.cachedFolder("live", makeEntry("Interface/", "AddOns")),
             applicationFolder + sep + "ClientDataStorage" + sep + "live" + sep + "Interface/" + sep
                 + "AddOns");
     }
 
     void installFolder()
     {
-        QCOMPARE(PatchPaths::installFolder("/client", makeEntry("Data/", "a")), "/client/Data/");
-        QCOMPARE(PatchPaths::installFolder("", makeEntry("Data/", "a")), "/Data/");
+        QCOMPARE(PatchLayout::installFolder("/client", makeEntry("Data/", "a")), "/client/Data/");
+        QCOMPARE(PatchLayout::installFolder("", makeEntry("Data/", "a")), "/Data/");
     }
 
     void inClient_data()
@@ -121,7 +123,7 @@ private slots:
         QFETCH(QString, offset);
         QFETCH(QString, name);
         QFETCH(QString, path);
-        QCOMPARE(PatchPaths::inClient(client, offset, name), path);
+        QCOMPARE(layout.inClient(client, offset, name), path);
     }
 
     void patchFile_data()
@@ -166,7 +168,7 @@ private slots:
         QFETCH(QString, urlOffset);
         QFETCH(QString, name);
         QFETCH(QString, tail);
-        const QUrl url = PatchPaths::patchFile(
+        const QUrl url = PatchLayout::patchFile(
             "https://download.tarnwick.example/", "live", makeEntry("Data/", name, urlOffset));
         QCOMPARE(
             url.toString(QUrl::FullyEncoded),
@@ -177,7 +179,7 @@ private slots:
     void marksOfTheUrlAreNoPartOfThePath()
     {
         const auto pathOf = [](const QString& name) {
-            return PatchPaths::patchFile("https://host/", "test", makeEntry("Data/", name)).path();
+            return PatchLayout::patchFile("https://host/", "test", makeEntry("Data/", name)).path();
         };
         QCOMPARE(pathOf("a#b.mpq"), "/wow-client-patch/test//a");
         QCOMPARE(pathOf("a?b.mpq"), "/wow-client-patch/test//a");
@@ -185,5 +187,5 @@ private slots:
     }
 };
 
-HALDEN_TEST_MAIN(tst_PatchPaths)
-#include "tst_patchpaths.moc"
+HALDEN_TEST_MAIN(tst_PatchLayout)
+#include "tst_patchlayout.moc"
