@@ -2,6 +2,7 @@
 
 #include "core/realmwalk.h"
 #include "core/settingshandler.h"
+#include "update/launcherfiles.h"
 #include "update/patchlayout.h"
 #include "update/patchmanifest.h"
 #include "update/updatingprocedures.h"
@@ -98,7 +99,7 @@ void UpdatingProcedures::copyPatchedFilesIntoClient()
     for (int r = 1; r <= walk.last(); ++r) {
         const bool testRealm = SettingsHandler::getTestRealm(r);
         const PatchManifest manifest(
-            layout.manifest(testRealm ? u"patchTest.ini"_s : u"patch.ini"_s));
+            layout.manifest(testRealm ? testManifestFileName : liveManifestFileName));
         const Client client{ r, SettingsHandler::getClientPath(r),
                              testRealm ? u"test"_s : u"live"_s, layout };
         for (qint64 n = 1; n <= manifest.entryCount(); ++n)

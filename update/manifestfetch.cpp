@@ -5,6 +5,7 @@
 #include "core/signalboolhelperclass.h"
 #include "net/filedownloader.h"
 #include "net/referencetime.h"
+#include "update/launcherfiles.h"
 #include "update/updatingprocedures.h"
 
 #include <QDebug>
@@ -24,13 +25,13 @@ void UpdatingProcedures::updatePatchIni()
     if (!testDownloaded) {
         if (SettingsHandler::getDev()) {
             qDebug() << "call download for patchTestIni";
-            fetchManifest(u"patchTest.ini"_s, patchTestIniDownloadedFlag);
+            fetchManifest(testManifestFileName, patchTestIniDownloadedFlag);
         } else {
             // Runs this slot again, nested, for the live manifest.
             patchTestIniDownloadedFlag->setTrue();
         }
     } else if (!liveDownloaded) {
-        fetchManifest(u"patch.ini"_s, patchIniDownloadedFlag);
+        fetchManifest(liveManifestFileName, patchIniDownloadedFlag);
     } else {
         clientUpdate();
     }

@@ -1,5 +1,7 @@
 #include "update/patchlayout.h"
 
+#include "update/launcherfiles.h"
+
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -52,6 +54,6 @@ QUrl PatchLayout::patchFile(
     const QString& baseUrl, const QString& kind, const PatchManifestEntry& entry)
 {
     return QUrl(
-        baseUrl + "wow-client-patch/"_L1 + kind + u'/' + entry.urlOffset + u'/' + entry.name,
+        baseUrl + patchFolderName + u'/' + kind + u'/' + entry.urlOffset + u'/' + entry.name,
         QUrl::TolerantMode);
 }

@@ -63,14 +63,17 @@ QString PatchManifest::name(qint64 n) const
     return settings.value(key(n)).toString();
 }
 
-qint64 PatchManifest::lastNumberedEntry() const
+qint64 PatchManifest::entryOfKey(const QString& key)
 {
     static const QRegularExpression numbered(u"^file([0-9]+)(-|$)"_s);
+    return numbered.match(key).captured(1).toLongLong();
+}
+
+qint64 PatchManifest::lastNumberedEntry() const
+{
     qint64 last = 0;
     const QStringList keys = settings.childKeys();
-    for (const QString& candidate : keys) {
-        const QRegularExpressionMatch match = numbered.match(candidate);
-        last = std::max(last, match.captured(1).toLongLong());
-    }
+    for (const QString& candidate : keys)
+        last = std::max(last, entryOfKey(candidate));
     return last;
 }

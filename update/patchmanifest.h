@@ -47,6 +47,8 @@ public:
     PatchManifestEntry entry(qint64 n) const;
     QString name(qint64 n) const;
 
+    /// Number of the entry that a key belongs to, 0 for a key that belongs to none.
+    static qint64 entryOfKey(const QString& key);
     /// Highest number that any key of an entry bears, 0 when there is none.
     qint64 lastNumberedEntry() const;
 

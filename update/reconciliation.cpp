@@ -4,6 +4,7 @@
 #include "core/settingshandler.h"
 #include "core/signalboolhelperclass.h"
 #include "net/referencetime.h"
+#include "update/launcherfiles.h"
 #include "update/patchlayout.h"
 #include "update/patchmanifest.h"
 #include "update/updatingprocedures.h"
@@ -88,11 +89,11 @@ void removeClientFolder(
 void UpdatingProcedures::clientUpdate()
 {
     qDebug() << "clientUpdateIsCalled";
-    reconcilePatchIni(livePatchBaseUrl, u"patch.ini"_s, liveDownloadQueue, u"live"_s);
+    reconcilePatchIni(livePatchBaseUrl, liveManifestFileName, liveDownloadQueue, u"live"_s);
     if (SettingsHandler::getDev()) {
         qDebug() << "this is a dev-launcher";
         qDebug() << "now handling TestPatchIni";
-        reconcilePatchIni(testPatchBaseUrl, u"patchTest.ini"_s, testDownloadQueue, u"test"_s);
+        reconcilePatchIni(testPatchBaseUrl, testManifestFileName, testDownloadQueue, u"test"_s);
     }
     clientFileDownloadedFlag->setTrue();
 }

@@ -11,7 +11,6 @@
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
 #include "publisher/common/manifesttext.h"
-#include "publisher/common/names.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
 #include "update/launcherfiles.h"
@@ -42,10 +41,10 @@ public:
         : request(buildRequest)
         , clock(time)
         , report(target)
-        , patchFolder(request.server + "/wow-client-patch"_L1)
-        , kindFolder(patchFolder + u'/' + request.kind)
+        , patchFolder(onServer(ServerLayout::patchFolder()))
+        , kindFolder(onServer(ServerLayout::kindFolder(request.kind)))
         , stagingFolder(patchFolder + "/.halden-publish"_L1)
-        , manifestPath(request.server + u'/' + manifestNameOf(request.kind))
+        , manifestPath(onServer(ServerLayout::manifestName(request.kind)))
         , cache(HashCache::forTarget(kindFolder))
     {
     }
@@ -208,7 +207,7 @@ private:
             manifest.entries.append(ManifestDraft::folder(folder, request.separator));
         for (const StagedFile& item : items)
             manifest.entries.append(ManifestDraft::file(
-                item.file.path, urlOffsetOf(serverFolderOf(item.file, item.md5)), item.md5,
+                item.file.path, ServerLayout::urlOffset(item.file.path, item.md5), item.md5,
                 request.separator));
         text = ManifestText::write(manifest.entries);
         report.manifestChanged = !isLive(text);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "publisher/build/removals.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QChar>
 #include <QString>
@@ -15,8 +16,7 @@ struct BuildRequest {
     QString source;
     /// What the web server serves.
     QString server;
-    /// "live" or "test".
-    QString kind;
+    Kind kind = Kind::Live;
     /// Of the players' system.
     QChar separator = u'\\';
     RemovalRequest removals;

@@ -1,7 +1,6 @@
 #include "publisher/build/history.h"
 
 #include "publisher/common/filework.h"
-#include "publisher/common/names.h"
 
 #include <QDir>
 #include <QFile>
@@ -81,10 +80,10 @@ QJsonObject PublicationNote::toJson() const
              { u"command"_s, command } };
 }
 
-History::History(QString server, QString kind)
-    : livePath(server + u'/' + manifestNameOf(kind))
-    , kindOfPatch(std::move(kind))
-    , folder(std::move(server) + u'/' + historyFolder + u'/' + kindOfPatch)
+History::History(const QString& server, Kind kind)
+    : livePath(server + u'/' + ServerLayout::manifestName(kind))
+    , kindOfPatch(kind)
+    , folder(server + u'/' + ServerLayout::historyFolder() + u'/' + ServerLayout::word(kind))
 {
 }
 

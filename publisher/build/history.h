@@ -46,7 +46,7 @@ struct HistoryEntry {
 /// died in between, is no publication; the next one takes its number.
 class History {
 public:
-    History(QString server, QString kind);
+    History(const QString& server, Kind kind);
 
     /// In the order of their numbers.
     QList<HistoryEntry> entries() const;
@@ -63,11 +63,8 @@ private:
     QString fileOf(int number, const QString& suffix) const;
 
     QString livePath;
-    QString kindOfPatch;
+    Kind kindOfPatch;
     QString folder;
 };
-
-/// Below the server folder.
-inline constexpr QLatin1StringView historyFolder(".halden-history");
 
 } // namespace Publisher

@@ -2,7 +2,6 @@
 
 #include "publisher/common/clock.h"
 #include "publisher/common/filework.h"
-#include "publisher/common/names.h"
 
 #include <QFile>
 
@@ -12,7 +11,7 @@ QString exchangeManifest(
     const ManifestExchange& exchange, Clock& clock,
     const std::function<QString(const QString& path)>& verify)
 {
-    const QString live = exchange.server + u'/' + manifestNameOf(exchange.kind);
+    const QString live = exchange.server + u'/' + ServerLayout::manifestName(exchange.kind);
     const QString fresh = FileWork::draftOf(live);
     QString error;
     if (exchange.isPublication)

@@ -15,8 +15,7 @@ class Clock;
 struct ManifestExchange {
     /// What the web server serves.
     QString server;
-    /// "live" or "test".
-    QString kind;
+    Kind kind = Kind::Live;
     QByteArray text;
     PublicationNote note;
     /// Waits for the disk.

@@ -1,5 +1,6 @@
 #include "publisher/build/removals.h"
 
+#include "publisher/build/manifestdraft.h"
 #include "publisher/build/sourcetree.h"
 #include "publisher/common/names.h"
 #include "publisher/common/placeholder.h"

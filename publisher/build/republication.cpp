@@ -8,7 +8,6 @@
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
 #include "publisher/common/manifesttext.h"
-#include "publisher/common/names.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
 
@@ -30,9 +29,9 @@ public:
         : request(republicationRequest)
         , clock(time)
         , report(target)
-        , livePath(request.server + u'/' + manifestNameOf(request.kind))
-        , stagingFolder(request.server + "/wow-client-patch/.halden-publish"_L1)
-        , cache(HashCache::forTarget(request.server + "/wow-client-patch/"_L1 + request.fromKind))
+        , livePath(request.server + u'/' + ServerLayout::manifestName(request.kind))
+        , stagingFolder(onServer(ServerLayout::patchFolder()) + "/.halden-publish"_L1)
+        , cache(HashCache::forTarget(onServer(ServerLayout::kindFolder(request.fromKind))))
     {
     }
 
@@ -144,8 +143,8 @@ private:
 
     void find(Item& item) const
     {
-        const QString prefix = "wow-client-patch/"_L1 + request.kind + u'/';
-        const QString source = "wow-client-patch/"_L1 + request.fromKind + u'/'
+        const QString prefix = ServerLayout::kindFolder(request.kind) + u'/';
+        const QString source = ServerLayout::kindFolder(request.fromKind) + u'/'
             + item.file.serverPath.mid(prefix.size());
         const QStringList places{ item.file.serverPath, source };
         for (const QString& place : places) {

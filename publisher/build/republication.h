@@ -2,6 +2,7 @@
 
 #include "publisher/common/exitcode.h"
 #include "publisher/common/refusal.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QList>
 #include <QString>
@@ -16,10 +17,9 @@ class Clock;
 struct RepublicationRequest {
     /// What the web server serves.
     QString server;
-    /// For whom: "live" or "test".
-    QString kind;
+    Kind kind = Kind::Live;
     /// Where the files lie now; the kind itself, or the other one.
-    QString fromKind;
+    Kind fromKind = Kind::Live;
     QString manifestPath;
     /// For the history.
     QString command;

@@ -3,6 +3,7 @@
 #include "publisher/common/folderlist.h"
 #include "publisher/common/names.h"
 #include "publisher/common/placeholder.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QFileInfo>
 #include <QHash>
@@ -24,10 +25,13 @@ namespace {
 Refusal faultOfAddress(const QString& path)
 {
     static const QString anyHash(32, u'0');
-    const SourceFile file{ path };
-    const QString folder = serverFolderOf(file, anyHash);
-    const QString asked = pathOnServer(u"live"_s, urlOffsetOf(folder), file.name());
-    if (asked == "wow-client-patch/live/"_L1 + folder + u'/' + file.name())
+    const PatchManifestEntry entry{ .save = true,
+                                    .dirOnly = false,
+                                    .pathOffset = {},
+                                    .urlOffset = ServerLayout::urlOffset(path, anyHash),
+                                    .name = path.section(u'/', -1) };
+    const QString asked = ServerLayout::askedPath(Kind::Live, entry);
+    if (asked == ServerLayout::filePath(Kind::Live, path, anyHash))
         return {};
     const QString instead = asked.isEmpty()
         ? u"nothing of the kind"_s
@@ -169,22 +173,6 @@ private:
 };
 
 } // namespace
-
-QString SourceFile::name() const
-{
-    return path.section(u'/', -1);
-}
-
-QString SourceFile::folder() const
-{
-    return path.section(u'/', 0, -2);
-}
-
-QString serverFolderOf(const SourceFile& file, const QString& md5)
-{
-    const QString above = file.folder();
-    return above.isEmpty() ? md5 : above + u'/' + md5;
-}
 
 SourceTree SourceTree::scan(const QString& root)
 {

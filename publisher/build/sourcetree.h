@@ -15,15 +15,7 @@ struct SourceFile {
     qint64 size = 0;
     /// As it was seen.
     FileStamp stamp = {};
-
-    QString name() const;
-    /// Empty for a file directly in the source.
-    QString folder() const;
 };
-
-/// Where a file belongs on the server, relative to the folder of its kind. The
-/// content's MD5 is the last folder, so another content has another address.
-QString serverFolderOf(const SourceFile& file, const QString& md5);
 
 /// What lies in a folder that is laid out as the client folder. Folders and
 /// files are in the order of their paths' characters, the same on every machine;

@@ -3,7 +3,6 @@
 #include "publisher/build/buildrequest.h"
 #include "publisher/build/hashcache.h"
 #include "publisher/common/filework.h"
-#include "publisher/common/names.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/progress.h"
 #include "publisher/common/publication.h"
@@ -48,9 +47,9 @@ QString changedMeanwhile(const SourceFile& file)
 
 } // namespace
 
-QString StagedFile::serverPath(const QString& kind) const
+QString StagedFile::serverPath(Kind kind) const
 {
-    return "wow-client-patch/"_L1 + kind + u'/' + serverFolderOf(file, md5) + u'/' + file.name();
+    return ServerLayout::filePath(kind, file.path, md5);
 }
 
 /// Each thread has a folder of its own, so that none waits for another's entry.
@@ -66,7 +65,10 @@ Staging::Staging(
     , published(publishedFiles)
     , cache(hashCache)
     , folder(std::move(stagingFolder))
-    , other(readPublication(request.server + u'/' + manifestNameOf(otherKind()), otherKind()).files)
+    , otherKind(ServerLayout::other(request.kind))
+    , other(
+          readPublication(request.server + u'/' + ServerLayout::manifestName(otherKind), otherKind)
+              .files)
 {
 }
 
@@ -148,16 +150,11 @@ void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
 /// when there is none.
 QString Staging::twinOf(const StagedFile& item) const
 {
-    const QString twin = request.server + u'/' + item.serverPath(otherKind());
+    const QString twin = request.server + u'/' + item.serverPath(otherKind);
     const FileStamp stamp = FileStamp::of(twin);
     return stamp.size == item.file.size && FileWork::hash(twin, nullptr).md5 == item.md5
         ? twin
         : QString();
-}
-
-QString Staging::otherKind() const
-{
-    return request.kind == "test"_L1 ? u"live"_s : u"test"_s;
 }
 
 /// Whether the other kind has a file of this path and size.

@@ -33,7 +33,7 @@ struct StagedFile {
     QString error = {};
 
     /// Where it belongs, relative to the server folder.
-    QString serverPath(const QString& kind) const;
+    QString serverPath(Kind kind) const;
 };
 
 /// Hashes the source's files and copies what the server folder lacks, on all
@@ -63,13 +63,13 @@ private:
     bool isCertainlyNew(const SourceFile& file) const;
     bool mayHaveTwin(const SourceFile& file) const;
     QString twinOf(const StagedFile& item) const;
-    QString otherKind() const;
     QString hashInTree(const QString& path, const FileStamp& stamp) const;
 
     const BuildRequest& request;
     const QHash<QString, PublishedFile>& published;
     const HashCache& cache;
     QString folder;
+    Kind otherKind;
     /// What the other kind publishes, whose equal files are shared.
     QHash<QString, PublishedFile> other;
 };

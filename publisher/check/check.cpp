@@ -33,7 +33,7 @@ QList<Finding> findingsOf(
 } // namespace
 
 Inspection Check::inspect(
-    const QString& path, const QString& subject, const QString& kind, const CheckedPlayers& players,
+    const QString& path, const QString& subject, Kind kind, const CheckedPlayers& players,
     const QString& tree)
 {
     Inspection inspection;

@@ -20,7 +20,7 @@ namespace Check {
 /// what would go wrong. `subject` is what the findings call it; `tree` holds the
 /// published files, or is empty.
 Inspection inspect(
-    const QString& path, const QString& subject, const QString& kind, const CheckedPlayers& players,
+    const QString& path, const QString& subject, Kind kind, const CheckedPlayers& players,
     const QString& tree);
 
 } // namespace Check

@@ -2,6 +2,7 @@
 
 #include "publisher/check/manifestcontent.h"
 #include "publisher/common/finding.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QList>
 #include <QString>
@@ -13,8 +14,7 @@ struct CheckedManifest {
     /// What the findings call it, "patch.ini" as a rule.
     QString subject;
     QString path;
-    /// "live" or "test".
-    QString kind;
+    Kind kind = Kind::Live;
     ManifestContent content;
 
     Finding finding(FindingId id, qint64 entry, const QString& text) const;

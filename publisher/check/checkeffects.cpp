@@ -43,7 +43,8 @@ Rehearsal::Server completeServer(const CheckedManifest& manifest)
 {
     QHash<QString, QString> hashes;
     for (qint64 n = 1; n <= manifest.content.count(); ++n) {
-        const QUrl url = PatchLayout::patchFile({}, manifest.kind, manifest.content.entry(n));
+        const QUrl url = PatchLayout::patchFile(
+            {}, ServerLayout::word(manifest.kind), manifest.content.entry(n));
         hashes.insert(url.toString(), manifest.content.entry(n).hash.toLower());
     }
     return [hashes](const QUrl& url) {
@@ -538,7 +539,7 @@ QString shownPath(const QString& path, QChar separator)
 
 RehearsedRun firstRun(const CheckedManifest& manifest, const CheckedPlayers& players)
 {
-    const bool test = manifest.kind == "test"_L1;
+    const bool test = manifest.kind == Kind::Test;
     RehearsedPlayer player;
     player.cacheFolder = cacheFolder(players.separator);
     player.developer = test;

@@ -1,9 +1,10 @@
 #include "publisher/check/checkentries.h"
 
-#include "publisher/check/checkpublished.h"
-#include "publisher/check/checkreading.h"
+#include "publisher/check/rehearsaltree.h"
 #include "publisher/common/names.h"
 #include "publisher/common/placeholder.h"
+#include "publisher/common/serverlayout.h"
+#include "update/patchlayout.h"
 
 #include <QHash>
 #include <QRegularExpression>
@@ -30,7 +31,7 @@ public:
     {
         const QStringList keys = settings.childKeys();
         for (const QString& key : keys) {
-            const qint64 n = CheckReading::entryOfKey(key);
+            const qint64 n = PatchManifest::entryOfKey(key);
             if (n > 0)
                 numbers.insert(n);
             last = std::max(last, n);
@@ -255,10 +256,12 @@ private:
 
     void checkUrl()
     {
-        if (!entry.name.isEmpty() && CheckPublished::serverPath(manifest.kind, entry).isEmpty())
+        if (!entry.name.isEmpty() && ServerLayout::statedPath(manifest.kind, entry).isEmpty())
             add(FindingId::UrlChanged,
                 "The launcher asks for "_L1
-                    + PatchLayout::patchFile(u"https://…/"_s, manifest.kind, entry).toString()
+                    + PatchLayout::patchFile(
+                          u"https://…/"_s, ServerLayout::word(manifest.kind), entry)
+                          .toString()
                     + ", which is not where \""_L1 + entry.urlOffset + u'/' + entry.name
                     + "\" lies."_L1);
     }

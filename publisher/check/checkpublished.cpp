@@ -3,10 +3,10 @@
 #include "publisher/common/filework.h"
 #include "publisher/common/placeholder.h"
 #include "publisher/common/progress.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QFileInfo>
 #include <QThreadPool>
-#include <QUrl>
 
 #include <optional>
 #include <utility>
@@ -16,8 +16,6 @@ using namespace Qt::StringLiterals;
 namespace Publisher {
 
 namespace {
-
-const QUrl anyServer(u"https://server/"_s);
 
 /// One entry's file in the tree, and what is wrong with it.
 struct PublishedEntry {
@@ -70,10 +68,10 @@ QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& 
     QList<PublishedEntry> entries;
     for (qint64 n = 1; n <= manifest.content.count(); ++n) {
         const PatchManifestEntry& entry = manifest.content.entry(n);
-        const QString served = CheckPublished::serverPath(manifest.kind, entry);
+        const QString served = ServerLayout::statedPath(manifest.kind, entry);
         if (entry.action() == PatchAction::FileDownload && !entry.name.isEmpty()
             && !served.isEmpty() && !isPlaceholder(entry))
-            entries.append({ n, served, QFileInfo(tree + served) });
+            entries.append({ n, served, QFileInfo(tree + u'/' + served) });
     }
     return entries;
 }
@@ -81,19 +79,6 @@ QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& 
 } // namespace
 
 namespace CheckPublished {
-
-QString serverPath(const QString& kind, const PatchManifestEntry& entry)
-{
-    const QUrl url = PatchLayout::patchFile(anyServer.toString(), kind, entry);
-    const QString meant = "/wow-client-patch/"_L1 + kind + u'/'
-        + QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
-    const bool whole
-        = url.isValid() && !url.hasQuery() && !url.hasFragment() && url.host() == anyServer.host();
-    const QString path = QUrl::fromPercentEncoding(url.path(QUrl::FullyEncoded).toUtf8());
-    if (!whole || path != meant || meant.contains(u'\\') || meant.split(u'/').contains(".."_L1))
-        return {};
-    return path;
-}
 
 QList<Finding> findings(const CheckedManifest& manifest, const QString& tree)
 {

@@ -1,5 +1,8 @@
 #include "publisher/check/checkreading.h"
 
+#include "publisher/common/webpage.h"
+#include "update/patchmanifest.h"
+
 #include <QFile>
 #include <QRegularExpression>
 #include <QSet>
@@ -181,7 +184,7 @@ public:
 private:
     void add(FindingId id, const QString& key, const QString& text)
     {
-        found.append({ id, subject, CheckReading::entryOfKey(key), text });
+        found.append({ id, subject, PatchManifest::entryOfKey(key), text });
     }
 
     void inSection(const QString& place, const Line& line)
@@ -226,12 +229,6 @@ private:
     QSet<QString> seen;
 };
 
-bool looksLikeHtml(const QByteArray& content)
-{
-    const QByteArray start = content.left(1024).trimmed().toLower();
-    return start.startsWith("<!doctype") || start.startsWith("<html");
-}
-
 Finding malformed(const QString& subject, const QString& text)
 {
     return { FindingId::ManifestMalformed, subject, 0, text };
@@ -248,7 +245,7 @@ QList<Finding> findings(const QString& manifestPath, const QString& subject)
         return { { FindingId::ManifestMissing, subject, 0,
                    u"The manifest is not there; players keep the one they have."_s } };
     const QByteArray content = file.readAll();
-    if (looksLikeHtml(content))
+    if (isWebPage(content))
         return { malformed(subject, u"This is a web page, not a manifest."_s) };
     const Text text = readText(content);
     if (!text.isUtf8)
@@ -278,12 +275,6 @@ bool saysWhatIsRead(const QString& text, const QString& value)
         }
     }
     return false;
-}
-
-qint64 entryOfKey(const QString& key)
-{
-    static const QRegularExpression numbered(u"^file([0-9]+)(-|$)"_s);
-    return numbered.match(key).captured(1).toLongLong();
 }
 
 } // namespace CheckReading

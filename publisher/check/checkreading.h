@@ -19,9 +19,6 @@ QList<Finding> findings(const QString& manifestPath, const QString& subject);
 /// literally so, in quotes, or escaped the way the settings layer writes it.
 bool saysWhatIsRead(const QString& text, const QString& value);
 
-/// Number of the entry a key belongs to, 0 for a key that belongs to none.
-qint64 entryOfKey(const QString& key);
-
 } // namespace CheckReading
 
 } // namespace Publisher

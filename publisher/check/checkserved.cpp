@@ -3,7 +3,6 @@
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
-#include "publisher/common/names.h"
 #include "update/launcherfiles.h"
 
 #include <QCoreApplication>
@@ -25,8 +24,8 @@ QList<Finding> datesAhead(const QString& tree)
 {
     const Clock clock;
     QList<Finding> found;
-    for (const QString& name : { manifestNameOf(u"live"_s), manifestNameOf(u"test"_s),
-                                 QString(launcherFileName), QString(updaterFileName) }) {
+    for (const auto name :
+         { liveManifestFileName, testManifestFileName, launcherFileName, updaterFileName }) {
         const QDateTime date = FileWork::dateOf(tree + u'/' + name);
         if (clock.isAhead(date))
             found.append(

@@ -44,9 +44,9 @@ bool deliver(RehearsalTree& tree, const QString& target, const QString& digest)
 
 } // namespace
 
-QString RehearsedRealm::kind() const
+Kind RehearsedRealm::kind() const
 {
-    return testRealm ? u"test"_s : u"live"_s;
+    return testRealm ? Kind::Test : Kind::Live;
 }
 
 Rehearsal::Rehearsal(
@@ -70,16 +70,16 @@ QList<Effect> Rehearsal::run(RehearsalTree& tree)
 
 QList<Effect> Rehearsal::reconcile(RehearsalTree& tree)
 {
-    QList<Effect> effects = reconcileKind(tree, u"live"_s);
+    QList<Effect> effects = reconcileKind(tree, Kind::Live);
     if (player.developer)
-        effects += reconcileKind(tree, u"test"_s);
+        effects += reconcileKind(tree, Kind::Test);
     return effects;
 }
 
-QList<Effect> Rehearsal::reconcileKind(RehearsalTree& tree, const QString& kind)
+QList<Effect> Rehearsal::reconcileKind(RehearsalTree& tree, Kind kind)
 {
     tree.makeFolder(player.cacheFolder);
-    tree.makeFolder(layout.cacheKindFolder(kind));
+    tree.makeFolder(layout.cacheKindFolder(ServerLayout::word(kind)));
     QList<Effect> effects;
     const ManifestContent* content = manifest(kind);
     for (qint64 n = 1; content && n <= content->count(); ++n) {
@@ -90,7 +90,7 @@ QList<Effect> Rehearsal::reconcileKind(RehearsalTree& tree, const QString& kind)
             continue;
         case PatchAction::FolderCreate:
             effect = { Phase::Reconciliation, Action::CreateCacheFolder, kind, n };
-            effect.path = layout.cachedFolder(kind, content->entry(n));
+            effect.path = layout.cachedFolder(ServerLayout::word(kind), content->entry(n));
             playFolder(tree, effect);
             break;
         case PatchAction::FileRemove:
@@ -103,18 +103,19 @@ QList<Effect> Rehearsal::reconcileKind(RehearsalTree& tree, const QString& kind)
     return effects;
 }
 
-void Rehearsal::queueIfChanged(const RehearsalTree& tree, const QString& kind, qint64 n)
+void Rehearsal::queueIfChanged(const RehearsalTree& tree, Kind kind, qint64 n)
 {
     const ManifestContent* content = manifest(kind);
     const PatchManifestEntry& entry = content->entry(n);
-    const QString cached = layout.cachedFileFolder(kind, entry) + u'/' + entry.name;
+    const QString cached
+        = layout.cachedFileFolder(ServerLayout::word(kind), entry) + u'/' + entry.name;
     if (tree.digest(cached).value_or(QString()) != entry.hash)
         queue.append({ kind, n });
 }
 
 /// While it reconciles, the launcher addresses the realm that bears the entry's
 /// own number.
-Effect Rehearsal::removalByNumber(const QString& kind, qint64 n) const
+Effect Rehearsal::removalByNumber(Kind kind, qint64 n) const
 {
     const PatchManifestEntry& entry = manifest(kind)->entry(n);
     const QString client = clientPath(n);
@@ -125,7 +126,7 @@ Effect Rehearsal::removalByNumber(const QString& kind, qint64 n) const
         .kind = kind,
         .entry = n,
         .realm = static_cast<int>(n),
-        .path = folder ? layout.reconciledFolder(client, kind, entry)
+        .path = folder ? layout.reconciledFolder(client, ServerLayout::word(kind), entry)
                        : layout.inClient(client, entry.pathOffset, entry.name),
         .fromRoot = client.isEmpty(),
     };
@@ -147,9 +148,10 @@ QList<Effect> Rehearsal::download(RehearsalTree& tree)
 Effect Rehearsal::fetch(RehearsalTree& tree, const Queued& item) const
 {
     const PatchManifestEntry& entry = manifest(item.kind)->entry(item.entry);
-    const QUrl url = PatchLayout::patchFile(player.baseUrl, item.kind, entry);
+    const QUrl url = PatchLayout::patchFile(player.baseUrl, ServerLayout::word(item.kind), entry);
     Effect effect{ Phase::Download, Action::FetchFile, item.kind, item.entry };
-    effect.path = layout.cachedFileFolder(item.kind, entry) + player.separator + entry.name;
+    effect.path = layout.cachedFileFolder(ServerLayout::word(item.kind), entry) + player.separator
+        + entry.name;
     effect.source = url.toString();
     const bool there = tree.exists(effect.path);
     const std::optional<QString> digest = server(url);
@@ -170,7 +172,7 @@ QList<Effect> Rehearsal::install(RehearsalTree& tree) const
 
 QList<Effect> Rehearsal::installRealm(RehearsalTree& tree, int realm) const
 {
-    const QString kind = player.realms.at(realm - 1).kind();
+    const Kind kind = player.realms.at(realm - 1).kind();
     const ManifestContent* content = manifest(kind);
     QList<Effect> effects;
     for (qint64 n = 1; content && n <= content->count(); ++n) {
@@ -198,7 +200,7 @@ QList<Effect> Rehearsal::installRealm(RehearsalTree& tree, int realm) const
 
 /// While it installs, the launcher takes the name from the entry numbered like
 /// the realm.
-Effect Rehearsal::removalByRealm(const QString& kind, qint64 n, int realm) const
+Effect Rehearsal::removalByRealm(Kind kind, qint64 n, int realm) const
 {
     const ManifestContent* content = manifest(kind);
     const PatchManifestEntry& entry = content->entry(n);
@@ -213,11 +215,12 @@ Effect Rehearsal::removalByRealm(const QString& kind, qint64 n, int realm) const
     };
 }
 
-Effect Rehearsal::installFile(RehearsalTree& tree, const QString& kind, qint64 n, int realm) const
+Effect Rehearsal::installFile(RehearsalTree& tree, Kind kind, qint64 n, int realm) const
 {
     const PatchManifestEntry& entry = manifest(kind)->entry(n);
     Effect effect{ Phase::Installation, Action::InstallFile, kind, n, realm };
-    effect.source = layout.cachedFileFolder(kind, entry) + player.separator + entry.name;
+    effect.source
+        = layout.cachedFileFolder(ServerLayout::word(kind), entry) + player.separator + entry.name;
     effect.path
         = PatchLayout::installFolder(clientPath(realm), entry) + player.separator + entry.name;
     const bool removed = tree.removeFile(effect.path);
@@ -235,9 +238,9 @@ QString Rehearsal::clientPath(qint64 realm) const
     return realm <= player.realms.size() ? player.realms.at(realm - 1).clientPath : QString();
 }
 
-const ManifestContent* Rehearsal::manifest(const QString& kind) const
+const ManifestContent* Rehearsal::manifest(Kind kind) const
 {
-    const std::optional<ManifestContent>& content = kind == "test"_L1 ? test : live;
+    const std::optional<ManifestContent>& content = kind == Kind::Test ? test : live;
     return content ? &*content : nullptr;
 }
 

@@ -2,6 +2,7 @@
 
 #include "publisher/check/manifestcontent.h"
 #include "publisher/check/rehearsaltree.h"
+#include "publisher/common/serverlayout.h"
 #include "update/patchlayout.h"
 
 #include <QList>
@@ -19,7 +20,7 @@ struct RehearsedRealm {
     QString clientPath;
     bool testRealm = false;
 
-    QString kind() const;
+    Kind kind() const;
 };
 
 /// A player whose update runs are rehearsed.
@@ -50,8 +51,8 @@ enum class Outcome { Nothing, Created, Overwritten, Deleted, Failed };
 struct Effect {
     Phase phase;
     Action action;
-    /// Manifest kind, "live" or "test", and number of the entry.
-    QString kind;
+    /// Which manifest, and number of the entry.
+    Kind kind;
     qint64 entry = 0;
     /// Realm entry whose client is meant, 0 for the cache. A removal may mean a
     /// realm that the player does not have.
@@ -93,18 +94,18 @@ public:
 
 private:
     struct Queued {
-        QString kind;
+        Kind kind;
         qint64 entry;
     };
 
-    QList<Effect> reconcileKind(RehearsalTree& tree, const QString& kind);
-    void queueIfChanged(const RehearsalTree& tree, const QString& kind, qint64 n);
-    Effect removalByNumber(const QString& kind, qint64 n) const;
-    Effect removalByRealm(const QString& kind, qint64 n, int realm) const;
+    QList<Effect> reconcileKind(RehearsalTree& tree, Kind kind);
+    void queueIfChanged(const RehearsalTree& tree, Kind kind, qint64 n);
+    Effect removalByNumber(Kind kind, qint64 n) const;
+    Effect removalByRealm(Kind kind, qint64 n, int realm) const;
     Effect fetch(RehearsalTree& tree, const Queued& item) const;
-    Effect installFile(RehearsalTree& tree, const QString& kind, qint64 n, int realm) const;
+    Effect installFile(RehearsalTree& tree, Kind kind, qint64 n, int realm) const;
     QString clientPath(qint64 realm) const;
-    const ManifestContent* manifest(const QString& kind) const;
+    const ManifestContent* manifest(Kind kind) const;
 
     RehearsedPlayer player;
     PatchLayout layout;

@@ -1,55 +1,25 @@
 #include "publisher/build/build.h"
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
+#include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/finding.h"
-#include "publisher/common/names.h"
-#include "publisher/common/placeholder.h"
 #include "publisher/common/progress.h"
 
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QThread>
 
 #include <algorithm>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
 namespace Publisher {
 
 namespace {
-
-void addSwitches(QCommandLineParser& parser)
-{
-    parser.addOptions({
-        { { u"n"_s, u"dry-run"_s }, u"Tells the difference and writes nothing."_s },
-        { u"yes-remove"_s,
-          u"Confirms that this many files are dropped from what is live; asked for where that is "
-          "more than a tenth."_s,
-          u"NUMBER"_s, u"0"_s },
-        { u"renew"_s,
-          u"Dates the manifest anew even if it has not changed, so that every launcher fetches it "
-          "once more."_s },
-        { u"prune"_s,
-          u"Removes the kind's files that none of the latest publications names, once the new "
-          "manifest is live. Players in the middle of an update may still ask for them."_s },
-        { u"keep"_s,
-          u"With --prune: how many publications keep their files, the new one included, so that "
-          "one can roll back to them."_s,
-          u"NUMBER"_s, u"3"_s },
-        { { u"m"_s, u"message"_s }, u"Stands in the history."_s, u"TEXT"_s },
-        { u"rehash"_s,
-          u"Reads every file, even where size and dates say that it has not changed."_s },
-        { u"jobs"_s, u"Reads and copies this many files at once."_s, u"NUMBER"_s,
-          QString::number(QThread::idealThreadCount()) },
-        { u"no-flush"_s,
-          u"Does not wait until everything is on the disk. Faster, but a power cut soon "
-          "afterwards can leave a broken publication."_s },
-    });
-}
 
 QJsonArray toJson(const QList<qint64>& numbers)
 {
@@ -126,7 +96,7 @@ void showPassedOver(const BuildReport& report, Output& output)
 
 void showOutcome(const BuildRequest& request, const BuildReport& report, Output& output)
 {
-    const QString manifest = manifestNameOf(request.kind);
+    const QString manifest = ServerLayout::manifestName(request.kind);
     if (request.dryRun)
         output.line(u"Dry run: nothing has been written."_s);
     else if (report.manifestChanged)
@@ -162,7 +132,7 @@ void showDifference(const BuildReport& report, Output& output)
 
 void setDifference(const BuildRequest& request, const BuildReport& report, Output& output)
 {
-    output.set(u"kind"_s, request.kind);
+    output.set(u"kind"_s, ServerLayout::word(request.kind));
     output.set(u"dryRun"_s, request.dryRun);
     output.set(u"added"_s, toJson(report.added));
     output.set(u"changed"_s, toJson(report.changed));
@@ -185,7 +155,7 @@ bool isInside(const QString& path, const QString& folder)
     return path == folder || path.startsWith(folder + u'/');
 }
 
-/// What keeps the command line from making sense; empty when it does.
+/// Why the folders make no sense; empty when they do.
 QString faultOf(const QCommandLineParser& parser)
 {
     const QStringList folders = parser.positionalArguments();
@@ -197,45 +167,28 @@ QString faultOf(const QCommandLineParser& parser)
         return u"there is no folder \"%1\""_s.arg(folders.at(0));
     if (isInside(source, server) || isInside(server, source))
         return u"the source folder and the server folder must not lie in each other"_s;
-    const QString kind = parser.value(u"kind"_s);
-    if (kind != "live"_L1 && kind != "test"_L1)
-        return u"--kind is live or test"_s;
-    const QString separator = parser.value(u"separator"_s);
-    if (separator != "/"_L1 && separator != R"(\)"_L1)
-        return uR"(--separator is / or \)"_s;
-    if (parser.value(u"keep"_s).toInt() < 1)
-        return u"--keep is a number from 1"_s;
-    if (parser.value(u"jobs"_s).toInt() < 1)
-        return u"--jobs is a number from 1"_s;
-    bool isNumber = false;
-    if (parser.value(u"yes-remove"_s).toLongLong(&isNumber) < 0 || !isNumber)
-        return u"--yes-remove is the number of files that are dropped"_s;
-    const int realms = parser.value(u"realms"_s).toInt();
-    if (realms < 1 || realms > mostRealms)
-        return u"--realms is a number from 1 to %1"_s.arg(mostRealms);
     return {};
 }
 
-BuildRequest requestOf(const QCommandLineParser& parser)
+BuildRequest requestOf(const QCommandLineParser& parser, OptionReader& options)
 {
-    const QStringList folders = parser.positionalArguments();
     return {
-        .source = QFileInfo(folders.at(0)).canonicalFilePath(),
-        .server = QDir::cleanPath(QFileInfo(folders.at(1)).absoluteFilePath()),
-        .kind = parser.value(u"kind"_s),
-        .separator = parser.value(u"separator"_s).at(0),
+        .source = QFileInfo(parser.positionalArguments().at(0)).canonicalFilePath(),
+        .server = options.folder(1),
+        .kind = options.kind(),
+        .separator = options.separator(),
         .removals = { .files = parser.values(u"remove"_s),
                       .folders = parser.values(u"remove-folder"_s),
-                      .realms = parser.value(u"realms"_s).toInt() },
-        .confirmedDrops = parser.value(u"yes-remove"_s).toLongLong(),
-        .renew = parser.isSet(u"renew"_s),
-        .dryRun = parser.isSet(u"dry-run"_s),
-        .prune = parser.isSet(u"prune"_s),
-        .keep = parser.value(u"keep"_s).toInt(),
-        .message = parser.value(u"message"_s),
-        .rehash = parser.isSet(u"rehash"_s),
-        .flush = !parser.isSet(u"no-flush"_s),
-        .threads = parser.value(u"jobs"_s).toInt(),
+                      .realms = options.realms() },
+        .confirmedDrops = options.confirmedDrops(),
+        .renew = options.isSet(u"renew"_s),
+        .dryRun = options.isSet(u"dry-run"_s),
+        .prune = options.isSet(u"prune"_s),
+        .keep = options.number(u"keep"_s, 1),
+        .message = options.text(u"message"_s),
+        .rehash = options.isSet(u"rehash"_s),
+        .flush = !options.isSet(u"no-flush"_s),
+        .threads = options.number(u"jobs"_s, 1),
     };
 }
 
@@ -270,12 +223,10 @@ void configure(QCommandLineParser& parser)
         "in one blow."_s);
     parser.addPositionalArgument(
         u"SOURCE"_s, u"Folder with Data/..., patched_wow.exe and so on."_s);
-    parser.addPositionalArgument(u"SERVER"_s, u"Folder that the web server serves."_s);
+    Options::addServer(parser);
+    Options::addKind(parser, u"Which players get it: live (patch.ini) or test (patchTest.ini)."_s);
+    Options::addPlayers(parser, u"Removals reach players with up to this many realm entries."_s);
     parser.addOptions({
-        { u"kind"_s, u"Which players get it: live (patch.ini) or test (patchTest.ini)."_s,
-          u"KIND"_s, u"live"_s },
-        { u"separator"_s, u"Between the folders on players' systems: \\ (Windows) or /."_s,
-          u"CHARACTER"_s, u"\\"_s },
         { u"remove"_s, u"Removes this file from every player's client; repeatable for one name."_s,
           u"PATH"_s },
         { u"remove-folder"_s,
@@ -286,19 +237,40 @@ void configure(QCommandLineParser& parser)
           u"Removes what this file lists too, one path a line, folders with a slash at the end; "
           "SOURCE.removals, beside the source, if it is there."_s,
           u"FILE"_s },
-        { u"realms"_s, u"Removals reach players with up to this many realm entries."_s, u"NUMBER"_s,
-          u"16"_s },
+        { u"renew"_s,
+          u"Dates the manifest anew even if it has not changed, so that every launcher fetches it "
+          "once more."_s },
+        { u"prune"_s,
+          u"Removes the kind's files that none of the latest publications names, once the new "
+          "manifest is live. Players in the middle of an update may still ask for them."_s },
+        { u"keep"_s,
+          u"With --prune: how many publications keep their files, the new one included, so that "
+          "one can roll back to them."_s,
+          u"NUMBER"_s, u"3"_s },
     });
-    addSwitches(parser);
+    Options::addPublishing(parser);
+}
+
+std::optional<BuildRequest> readRequest(const QCommandLineParser& parser, Output& output)
+{
+    QString fault = faultOf(parser);
+    if (fault.isEmpty()) {
+        OptionReader options(parser);
+        const BuildRequest request = requestOf(parser, options);
+        fault = options.fault();
+        if (fault.isEmpty())
+            return request;
+    }
+    output.error(fault);
+    return std::nullopt;
 }
 
 ExitCode run(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser); !fault.isEmpty()) {
-        output.error(fault);
+    std::optional<BuildRequest> wanted = readRequest(parser, output);
+    if (!wanted)
         return ExitCode::Usage;
-    }
-    BuildRequest request = requestOf(parser);
+    BuildRequest& request = *wanted;
     if (const QString fault = addRemovalsOfFile(parser, request, output); !fault.isEmpty()) {
         output.error(fault);
         return ExitCode::InputOutput;

@@ -1,12 +1,12 @@
 #include "publisher/build/launcherrelease.h"
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
+#include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/progress.h"
 
 #include <QCommandLineParser>
-#include <QDir>
 #include <QFileInfo>
 
 using namespace Qt::StringLiterals;
@@ -48,7 +48,7 @@ void configure(QCommandLineParser& parser)
     parser.setApplicationDescription(
         u"\nPuts both programs into SERVER under the names that launchers ask for. A program that "
         "has not changed keeps its date."_s);
-    parser.addPositionalArgument(u"SERVER"_s, u"Folder that the web server serves."_s);
+    Options::addServer(parser);
     parser.addOptions({
         { u"launcher"_s, u"The launcher to publish."_s, u"FILE"_s },
         { u"updater"_s, u"The updater to publish."_s, u"FILE"_s },
@@ -68,7 +68,7 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
     const LauncherRequest request{
         .launcher = parser.value(u"launcher"_s),
         .updater = parser.value(u"updater"_s),
-        .server = QDir::cleanPath(QFileInfo(parser.positionalArguments().at(0)).absoluteFilePath()),
+        .server = OptionReader(parser).folder(0),
         .dryRun = parser.isSet(u"dry-run"_s),
         .renew = parser.isSet(u"renew"_s),
         .flush = !parser.isSet(u"no-flush"_s),

@@ -2,6 +2,7 @@
 #include "publisher/check/checkserved.h"
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
+#include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/placeholder.h"
 
@@ -24,7 +25,7 @@ namespace {
 struct Request {
     struct Manifest {
         QString path;
-        QString kind;
+        Kind kind;
     };
 
     QList<Manifest> manifests;
@@ -33,64 +34,56 @@ struct Request {
     bool details = false;
 };
 
-QString kindOf(const QString& path, const QCommandLineParser& parser)
-{
-    if (parser.isSet(u"kind"_s))
-        return parser.value(u"kind"_s);
-    return QFileInfo(path).fileName() == "patchTest.ini"_L1 ? u"test"_s : u"live"_s;
-}
-
 /// The manifests that stand in a server tree; the live one is always expected.
 void takeTree(const QString& tree, Request& request)
 {
     request.tree = tree;
-    request.manifests.append({ tree + "/patch.ini"_L1, u"live"_s });
-    if (QFileInfo::exists(tree + "/patchTest.ini"_L1))
-        request.manifests.append({ tree + "/patchTest.ini"_L1, u"test"_s });
+    for (const Kind kind : { Kind::Live, Kind::Test }) {
+        const QString path = tree + u'/' + ServerLayout::manifestName(kind);
+        if (kind == Kind::Live || QFileInfo::exists(path))
+            request.manifests.append({ path, kind });
+    }
 }
 
-bool takePlayers(const QCommandLineParser& parser, Request& request, Output& output)
+/// What the file is called tells it, unless the admin does.
+Kind kindOf(const QString& path, OptionReader& options)
 {
-    bool isNumber = false;
-    request.players.realms = parser.value(u"realms"_s).toInt(&isNumber);
-    if (!isNumber || request.players.realms < 1 || request.players.realms > mostRealms) {
-        output.error(u"--realms takes a number from 1 to %1"_s.arg(mostRealms));
-        return false;
-    }
-    const QString separator = parser.value(u"separator"_s);
-    if (separator != "\\"_L1 && separator != "/"_L1) {
-        output.error(uR"(--separator is \ or /)"_s);
-        return false;
-    }
-    request.players.separator = separator.front();
-    const QString kind = parser.value(u"kind"_s);
-    if (!kind.isEmpty() && kind != "live"_L1 && kind != "test"_L1) {
-        output.error(u"--kind is live or test"_s);
-        return false;
-    }
-    return true;
+    if (options.isSet(u"kind"_s))
+        return options.kind();
+    return QFileInfo(path).fileName() == ServerLayout::manifestName(Kind::Test) ? Kind::Test
+                                                                                : Kind::Live;
 }
 
-std::optional<Request> readRequest(const QCommandLineParser& parser, Output& output)
+Request requestOf(const QStringList& arguments, OptionReader& options)
 {
     Request request;
-    if (!takePlayers(parser, request, output) || !FindingReport::acceptsKnownOnly(parser, output))
-        return std::nullopt;
-    const QStringList arguments = parser.positionalArguments();
+    request.players = { .realms = options.realms(), .separator = options.separator() };
     for (const QString& argument : arguments) {
         if (QFileInfo(argument).isDir())
             takeTree(argument, request);
         else
-            request.manifests.append({ argument, kindOf(argument, parser) });
+            request.manifests.append({ argument, kindOf(argument, options) });
     }
-    if (request.manifests.isEmpty()) {
-        output.error(u"which server tree, or which manifest?"_s);
-        return std::nullopt;
-    }
-    if (parser.isSet(u"tree"_s))
-        request.tree = parser.value(u"tree"_s);
-    request.details = parser.isSet(u"details"_s);
+    if (options.isSet(u"tree"_s))
+        request.tree = options.text(u"tree"_s);
+    request.details = options.isSet(u"details"_s);
     return request;
+}
+
+std::optional<Request> readRequest(const QCommandLineParser& parser, Output& output)
+{
+    if (!FindingReport::acceptsKnownOnly(parser, output))
+        return std::nullopt;
+    OptionReader options(parser);
+    const Request request = requestOf(parser.positionalArguments(), options);
+    options.kind();
+    if (!options.fault().isEmpty())
+        output.error(options.fault());
+    else if (request.manifests.isEmpty())
+        output.error(u"name a server tree, or a manifest"_s);
+    else
+        return request;
+    return std::nullopt;
 }
 
 /// Whether everything that was named is there to be read.
@@ -288,7 +281,7 @@ QJsonObject toJson(const Inspection& inspection, const Request& request)
     const QJsonArray effects = effectsToJson(inspection.run, request.players);
     return {
         { u"manifest"_s, manifest.subject },
-        { u"kind"_s, manifest.kind },
+        { u"kind"_s, ServerLayout::word(manifest.kind) },
         { u"entries"_s, manifest.content.count() },
         { u"realms"_s, request.players.realms },
         { u"effects"_s, effects },
@@ -335,15 +328,12 @@ void configure(QCommandLineParser& parser)
     parser.addOptions({
         { u"tree"_s, u"Compares a single manifest with the files of this server tree."_s,
           u"TREE"_s },
-        { u"kind"_s,
-          u"What a single manifest is, live or test; by default patchTest.ini is the test one."_s,
-          u"KIND"_s },
-        { u"realms"_s, u"Players have up to this many realm entries (default 16)."_s, u"N"_s,
-          u"16"_s },
-        { u"separator"_s, u"Of the players' system, \\ (default) or /."_s, u"CHARACTER"_s,
-          u"\\"_s },
         { u"details"_s, u"Lists every effect, not the removals only."_s },
     });
+    Options::addKind(
+        parser,
+        u"What a single manifest is, live or test; by default patchTest.ini is the test one."_s);
+    Options::addPlayers(parser, u"Players have up to this many realm entries (default 16)."_s);
     FindingReport::addOptions(parser);
 }
 

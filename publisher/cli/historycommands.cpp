@@ -2,17 +2,14 @@
 #include "publisher/build/republication.h"
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
+#include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
-#include "publisher/common/names.h"
 
 #include <QCommandLineParser>
-#include <QDir>
 #include <QFileInfo>
-#include <QThread>
 
-#include <algorithm>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -21,62 +18,50 @@ namespace Publisher {
 
 namespace {
 
-void addKind(QCommandLineParser& parser)
+QString ofWhichPlayers()
 {
-    parser.addOption({ u"kind"_s, u"Of which players: live (patch.ini) or test (patchTest.ini)."_s,
-                       u"KIND"_s, u"live"_s });
+    return u"Of which players: live (patch.ini) or test (patchTest.ini)."_s;
 }
 
-void addSwitches(QCommandLineParser& parser)
-{
-    parser.addOptions({
-        { { u"n"_s, u"dry-run"_s }, u"Tells the difference and writes nothing."_s },
-        { { u"m"_s, u"message"_s }, u"Stands in the history."_s, u"TEXT"_s },
-        { u"yes-remove"_s,
-          u"Confirms that this many files are dropped from what is live; asked for where that is "
-          "more than a tenth."_s,
-          u"NUMBER"_s, u"0"_s },
-        { u"rehash"_s,
-          u"Reads every file, even where size and dates say that it has not changed."_s },
-        { u"jobs"_s, u"Reads this many files at once."_s, u"NUMBER"_s,
-          QString::number(QThread::idealThreadCount()) },
-        { u"no-flush"_s,
-          u"Does not wait until everything is on the disk. Faster, but a power cut soon "
-          "afterwards can leave a broken publication."_s },
-    });
-}
-
-void addServer(QCommandLineParser& parser)
-{
-    parser.addPositionalArgument(u"SERVER"_s, u"Folder that the web server serves."_s);
-}
-
-QString serverOf(const QCommandLineParser& parser)
-{
-    return QDir::cleanPath(QFileInfo(parser.positionalArguments().at(0)).absoluteFilePath());
-}
-
-/// What keeps the command line from making sense; empty when it does.
-QString faultOf(const QCommandLineParser& parser, bool wantsNumber, const QString& kind)
+/// Why the arguments make no sense; empty when they do.
+QString faultOf(const QCommandLineParser& parser, bool wantsNumber)
 {
     const QStringList arguments = parser.positionalArguments();
     if (arguments.size() != (wantsNumber ? 2 : 1))
         return wantsNumber
             ? u"give the server folder and the number of a publication, which history lists"_s
-            : u"give the server folder"_s;
+            : u"give the server folder, the one that build publishes into"_s;
     if (!QFileInfo(arguments.at(0)).isDir())
         return u"there is no folder \"%1\"; name the one that build publishes into"_s.arg(
             arguments.at(0));
-    if (kind != "live"_L1 && kind != "test"_L1)
-        return u"--kind is live or test"_s;
     return {};
 }
 
-std::optional<HistoryEntry> entryOf(const QCommandLineParser& parser, Output& output)
+/// Whose history is asked for.
+struct Asked {
+    QString server;
+    Kind kind;
+};
+
+std::optional<Asked> readAsked(const QCommandLineParser& parser, bool wantsNumber, Output& output)
+{
+    QString fault = faultOf(parser, wantsNumber);
+    if (fault.isEmpty()) {
+        OptionReader options(parser);
+        const Asked asked{ options.folder(0), options.kind() };
+        fault = options.fault();
+        if (fault.isEmpty())
+            return asked;
+    }
+    output.error(fault);
+    return std::nullopt;
+}
+
+std::optional<HistoryEntry>
+entryOf(const Asked& asked, const QCommandLineParser& parser, Output& output)
 {
     const QString wanted = parser.positionalArguments().at(1);
-    const QList<HistoryEntry> entries
-        = History(serverOf(parser), parser.value(u"kind"_s)).entries();
+    const QList<HistoryEntry> entries = History(asked.server, asked.kind).entries();
     for (const HistoryEntry& entry : entries) {
         if (QString::number(entry.number) == wanted)
             return entry;
@@ -118,7 +103,7 @@ void show(const RepublicationRequest& request, const RepublicationReport& report
     list(u"added"_s, report.added, output);
     list(u"changed"_s, report.changed, output);
     list(u"removed"_s, report.removed, output);
-    output.set(u"kind"_s, request.kind);
+    output.set(u"kind"_s, ServerLayout::word(request.kind));
     output.set(u"dryRun"_s, request.dryRun);
     output.set(u"unchanged"_s, report.unchanged);
     output.set(u"manifestChanged"_s, report.manifestChanged);
@@ -128,7 +113,7 @@ void show(const RepublicationRequest& request, const RepublicationReport& report
                     .arg(report.unchanged));
     if (!report.refusals.isEmpty())
         return FindingReport::showRefusals(report.refusals, output);
-    const QString manifest = manifestNameOf(request.kind);
+    const QString manifest = ServerLayout::manifestName(request.kind);
     if (request.dryRun)
         output.line(u"Dry run: nothing has been written."_s);
     else
@@ -138,13 +123,17 @@ void show(const RepublicationRequest& request, const RepublicationReport& report
 
 ExitCode run(RepublicationRequest request, const QCommandLineParser& parser, Output& output)
 {
-    request.server = serverOf(parser);
-    request.message = parser.value(u"message"_s);
-    request.confirmedDrops = parser.value(u"yes-remove"_s).toLongLong();
-    request.dryRun = parser.isSet(u"dry-run"_s);
-    request.rehash = parser.isSet(u"rehash"_s);
-    request.flush = !parser.isSet(u"no-flush"_s);
-    request.threads = std::max(1, parser.value(u"jobs"_s).toInt());
+    OptionReader options(parser);
+    request.message = options.text(u"message"_s);
+    request.confirmedDrops = options.confirmedDrops();
+    request.dryRun = options.isSet(u"dry-run"_s);
+    request.rehash = options.isSet(u"rehash"_s);
+    request.flush = !options.isSet(u"no-flush"_s);
+    request.threads = options.number(u"jobs"_s, 1);
+    if (const QString fault = options.fault(); !fault.isEmpty()) {
+        output.error(fault);
+        return ExitCode::Usage;
+    }
     Clock clock;
     RepublicationReport report;
     const ExitCode code = republish(request, clock, report);
@@ -159,18 +148,16 @@ void configureHistory(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(
         u"\nLists the publications of SERVER, the latest last. A star marks the one that is live."_s);
-    addServer(parser);
-    addKind(parser);
+    Options::addServer(parser);
+    Options::addKind(parser, ofWhichPlayers());
 }
 
 ExitCode runHistory(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser, false, parser.value(u"kind"_s)); !fault.isEmpty()) {
-        output.error(fault);
+    const std::optional<Asked> asked = readAsked(parser, false, output);
+    if (!asked)
         return ExitCode::Usage;
-    }
-    const QList<HistoryEntry> entries
-        = History(serverOf(parser), parser.value(u"kind"_s)).entries();
+    const QList<HistoryEntry> entries = History(asked->server, asked->kind).entries();
     QJsonArray array;
     for (const HistoryEntry& entry : entries) {
         output.line(headline(entry));
@@ -185,21 +172,19 @@ ExitCode runHistory(const QCommandLineParser& parser, Output& output)
 void configureShow(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(u"\nLists what a publication of the history holds."_s);
-    addServer(parser);
+    Options::addServer(parser);
     parser.addPositionalArgument(u"NUMBER"_s, u"As history lists it."_s);
-    addKind(parser);
+    Options::addKind(parser, ofWhichPlayers());
 }
 
 ExitCode runShow(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser, true, parser.value(u"kind"_s)); !fault.isEmpty()) {
-        output.error(fault);
-        return ExitCode::Usage;
-    }
-    const std::optional<HistoryEntry> entry = entryOf(parser, output);
+    const std::optional<Asked> asked = readAsked(parser, true, output);
+    const std::optional<HistoryEntry> entry
+        = asked ? entryOf(*asked, parser, output) : std::nullopt;
     if (!entry)
         return ExitCode::Usage;
-    const Publication publication = readPublication(entry->manifestPath, parser.value(u"kind"_s));
+    const Publication publication = readPublication(entry->manifestPath, asked->kind);
     QStringList paths = publication.files.keys();
     paths.sort();
     output.line(headline(*entry));
@@ -226,27 +211,26 @@ void configureRollback(QCommandLineParser& parser)
         u"\nMakes a publication of the history live again, without its source folder and without "
         "copying anything, if all of its files are still on the server. It gets a newer date than "
         "what it replaces and is a publication of its own."_s);
-    addServer(parser);
+    Options::addServer(parser);
     parser.addPositionalArgument(u"NUMBER"_s, u"As history lists it."_s);
-    addKind(parser);
-    addSwitches(parser);
+    Options::addKind(parser, ofWhichPlayers());
+    Options::addPublishing(parser);
 }
 
 ExitCode runRollback(const QCommandLineParser& parser, Output& output)
 {
-    if (const QString fault = faultOf(parser, true, parser.value(u"kind"_s)); !fault.isEmpty()) {
-        output.error(fault);
-        return ExitCode::Usage;
-    }
-    const std::optional<HistoryEntry> entry = entryOf(parser, output);
+    const std::optional<Asked> asked = readAsked(parser, true, output);
+    const std::optional<HistoryEntry> entry
+        = asked ? entryOf(*asked, parser, output) : std::nullopt;
     if (!entry)
         return ExitCode::Usage;
     RepublicationRequest request;
-    request.kind = parser.value(u"kind"_s);
-    request.fromKind = request.kind;
+    request.server = asked->server;
+    request.kind = asked->kind;
+    request.fromKind = asked->kind;
     request.manifestPath = entry->manifestPath;
     request.command = u"rollback to %1"_s.arg(entry->number);
-    return Publisher::run(request, parser, output);
+    return run(request, parser, output);
 }
 
 void configurePromote(QCommandLineParser& parser)
@@ -254,25 +238,28 @@ void configurePromote(QCommandLineParser& parser)
     parser.setApplicationDescription(
         u"\nMakes the test publication the live one, byte by byte. Its files get live addresses by "
         "links, so that nothing is copied or uploaded anew."_s);
-    addServer(parser);
-    addSwitches(parser);
+    Options::addServer(parser);
+    Options::addPublishing(parser);
 }
 
 ExitCode runPromote(const QCommandLineParser& parser, Output& output)
 {
-    QString fault = faultOf(parser, false, u"live"_s);
-    if (fault.isEmpty() && !QFileInfo::exists(serverOf(parser) + u'/' + manifestNameOf(u"test"_s)))
-        fault = u"there is no test publication; build --kind test makes one"_s;
+    QString fault = faultOf(parser, false);
+    RepublicationRequest request;
+    request.kind = Kind::Live;
+    request.fromKind = Kind::Test;
+    if (fault.isEmpty()) {
+        request.server = OptionReader(parser).folder(0);
+        request.manifestPath = request.server + u'/' + ServerLayout::manifestName(Kind::Test);
+        if (!QFileInfo::exists(request.manifestPath))
+            fault = u"there is no test publication; build --kind test makes one"_s;
+    }
     if (!fault.isEmpty()) {
         output.error(fault);
         return ExitCode::Usage;
     }
-    RepublicationRequest request;
-    request.kind = u"live"_s;
-    request.fromKind = u"test"_s;
-    request.manifestPath = serverOf(parser) + u'/' + manifestNameOf(request.fromKind);
     request.command = u"promote"_s;
-    return Publisher::run(request, parser, output);
+    return run(request, parser, output);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "app/constants.h"
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
+#include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/progress.h"
 #include "publisher/probe/probe.h"
@@ -52,16 +53,13 @@ std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output
         output.error("\""_L1 + arguments.first() + "\" is no web address"_L1);
         return std::nullopt;
     }
-    bool isNumber = false;
-    request.daysOfCertificate = parser.value(u"days"_s).toInt(&isNumber);
-    if (!isNumber || !FindingReport::acceptsKnownOnly(parser, output)) {
-        if (!isNumber)
-            output.error(u"--days takes a number"_s);
+    if (!FindingReport::acceptsKnownOnly(parser, output))
         return std::nullopt;
-    }
-    request.secondsOfSilence = parser.value(u"timeout"_s).toInt(&isNumber);
-    if (!isNumber || request.secondsOfSilence < 1) {
-        output.error(u"--timeout takes a number of seconds, from 1"_s);
+    OptionReader options(parser);
+    request.daysOfCertificate = options.number(u"days"_s, 0);
+    request.secondsOfSilence = options.number(u"timeout"_s, 1);
+    if (!options.fault().isEmpty()) {
+        output.error(options.fault());
         return std::nullopt;
     }
     request.infoUrl = infoUrl(request.baseUrl, parser.value(u"alert"_s));

@@ -1,7 +1,5 @@
 #include "publisher/common/names.h"
 
-#include "update/patchlayout.h"
-
 #include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
@@ -45,38 +43,6 @@ bool isJunk(const QString& fileName)
     }
     // The launcher's own downloads bear this suffix while they run.
     return fileName.endsWith("-new"_L1);
-}
-
-QString urlOffsetOf(const QString& folder)
-{
-    QString offset = folder;
-    // The percent sign first: the others bring new ones.
-    return offset.replace(u'%', "%25"_L1).replace(u'#', "%23"_L1).replace(u'?', "%3F"_L1);
-}
-
-QByteArray pathOnTheWire(const QUrl& url)
-{
-    if (!url.isValid() || url.hasQuery() || url.hasFragment())
-        return {};
-    // What the network layer writes into its requests: it resolves dots, and more
-    // than dots, see ".c" in "Data/.c/x".
-    return url.toEncoded(
-        QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::FullyEncoded
-        | QUrl::NormalizePathSegments);
-}
-
-QString pathOnServer(const QString& kind, const QString& urlOffset, const QString& name)
-{
-    const PatchManifestEntry entry{
-        .save = true, .dirOnly = false, .pathOffset = {}, .urlOffset = urlOffset, .name = name
-    };
-    const QByteArray asked = pathOnTheWire(PatchLayout::patchFile(u"https://host/"_s, kind, entry));
-    return QString::fromUtf8(QByteArray::fromPercentEncoding(asked)).mid(1);
-}
-
-QString manifestNameOf(const QString& kind)
-{
-    return kind == "test"_L1 ? u"patchTest.ini"_s : u"patch.ini"_s;
 }
 
 } // namespace Publisher

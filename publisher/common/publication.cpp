@@ -1,13 +1,10 @@
 #include "publisher/common/publication.h"
 
 #include "publisher/common/manifesttext.h"
-#include "publisher/common/names.h"
 #include "publisher/common/placeholder.h"
 
 #include <QDir>
 #include <QFile>
-
-#include <utility>
 
 namespace Publisher {
 
@@ -33,8 +30,8 @@ QString pathInClient(const PatchManifestEntry& entry, const QString& name)
 /// Makes a publication of the entries as they come.
 class Reader {
 public:
-    explicit Reader(QString manifestKind)
-        : kind(std::move(manifestKind))
+    explicit Reader(Kind manifestKind)
+        : kind(manifestKind)
     {
     }
 
@@ -58,18 +55,18 @@ private:
     void takeFile(const PatchManifestEntry& entry)
     {
         const QString path = pathInClient(entry, entry.name);
-        const QString place = pathOnServer(kind, entry.urlOffset, entry.name);
+        const QString place = ServerLayout::askedPath(kind, entry);
         publication.files.insert(path, { path, entry.hash, QDir::cleanPath(place) });
     }
 
-    QString kind;
+    Kind kind;
     QString firstName;
     qint64 count = 0;
 };
 
 } // namespace
 
-Publication readPublication(const QString& manifestPath, const QString& kind)
+Publication readPublication(const QString& manifestPath, Kind kind)
 {
     QFile manifest(manifestPath);
     if (!manifest.open(QIODevice::ReadOnly))

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "publisher/common/serverlayout.h"
+
 #include <QHash>
 #include <QList>
 #include <QSet>
@@ -35,6 +37,6 @@ struct Publication {
 };
 
 /// A manifest that is missing publishes nothing.
-Publication readPublication(const QString& manifestPath, const QString& kind);
+Publication readPublication(const QString& manifestPath, Kind kind);
 
 } // namespace Publisher

@@ -2,13 +2,14 @@
 
 #include "app/constants.h"
 #include "publisher/check/checkentries.h"
-#include "publisher/check/checkpublished.h"
 #include "publisher/check/checkreading.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
 #include "publisher/common/placeholder.h"
 #include "publisher/common/programfault.h"
+#include "publisher/common/webpage.h"
 #include "update/launcherfiles.h"
+#include "update/patchlayout.h"
 #include "updater/programheader.h"
 
 #include <QCryptographicHash>
@@ -43,12 +44,6 @@ const QDateTime& oldDate()
 {
     static const QDateTime date = QDateTime::fromString(u"2000-01-01T10:15:00Z", Qt::ISODate);
     return date;
-}
-
-bool isHtml(const QByteArray& beginning)
-{
-    const QByteArray text = beginning.left(beginningSize).trimmed().toLower();
-    return text.startsWith("<!doctype html") || text.startsWith("<html");
 }
 
 /// Add-ons bring web pages of their own, which are no errors.
@@ -209,9 +204,10 @@ void Probe::start()
         QMetaObject::invokeMethod(this, &Probe::finished, Qt::QueuedConnection);
         return;
     }
-    ask({ address(u"patch.ini"_s), oldDate(), Body::Beginning, [this](const ProbeAnswer& answer) {
-             takeFirstAnswer(answer);
-         } });
+    ask({ address(liveManifestFileName), oldDate(), Body::Beginning,
+          [this](const ProbeAnswer& answer) {
+              takeFirstAnswer(answer);
+          } });
 }
 
 void Probe::ask(Question question)
@@ -303,14 +299,15 @@ void Probe::takeFirstAnswer(const ProbeAnswer& answer)
         add(FindingId::CertificateExpiring, asked.baseUrl.host(),
             "The certificate is valid for "_L1 + QString::number(*days)
                 + " more days; after that no launcher gets anything."_L1);
-    askManifest(u"patch.ini"_s, u"live"_s);
+    askManifest(Kind::Live);
     if (asked.test)
-        askManifest(u"patchTest.ini"_s, u"test"_s);
+        askManifest(Kind::Test);
     askInfo();
     askLauncherFile(QString(launcherFileName));
     askLauncherFile(QString(updaterFileName));
     askForMissing(u"halden-probe-asks-for-what-is-not-there.exe"_s);
-    askForMissing(u"wow-client-patch/live/halden-probe-asks-for-what-is-not-there"_s);
+    askForMissing(
+        ServerLayout::kindFolder(Kind::Live) + u"/halden-probe-asks-for-what-is-not-there"_s);
 }
 
 /// Tells a certificate from a version, and both from a server that is away.
@@ -337,7 +334,7 @@ void Probe::askForOldVersions(const QString& error)
 {
     // The manager would go on with the old settings for the same host.
     manager.clearConnectionCache();
-    ask({ address(u"patch.ini"_s), oldDate(), Body::Beginning,
+    ask({ address(liveManifestFileName), oldDate(), Body::Beginning,
           [this, error](const ProbeAnswer& answer) {
               isServerReached = answer.status != 0;
               if (!isServerReached)
@@ -353,7 +350,7 @@ void Probe::askForOldVersions(const QString& error)
 void Probe::askWithoutTls(const QString& error)
 {
     constexpr int portOfHttps = 443;
-    QUrl plain = address(u"patch.ini"_s);
+    QUrl plain = address(liveManifestFileName);
     plain.setPort(plain.port(portOfHttps));
     plain.setScheme(u"http"_s);
     ask({ plain, oldDate(), Body::Beginning,
@@ -378,26 +375,29 @@ void Probe::takeCertificates(const QList<QSslCertificate>& chain)
     }
 }
 
-void Probe::askManifest(const QString& name, const QString& kind)
+void Probe::askManifest(Kind kind)
 {
-    ask({ address(name), oldDate(), Body::Whole, [this, name, kind](const ProbeAnswer& answer) {
-             takeManifest(name, kind, answer);
-         } });
+    ask({ address(ServerLayout::manifestName(kind)), oldDate(), Body::Whole,
+          [this, kind](const ProbeAnswer& answer) {
+              takeManifest(kind, answer);
+          } });
 }
 
-void Probe::takeManifest(const QString& name, const QString& kind, const ProbeAnswer& answer)
+void Probe::takeManifest(Kind kind, const ProbeAnswer& answer)
 {
+    const QString name = ServerLayout::manifestName(kind);
     if (!isUsable(name, 0, FindingId::ManifestMissing, answer))
         return;
     checkDate(name, answer);
     checkCaching(name, answer);
     compareManifest(name, answer);
     askDates(name, answer);
-    askFilesOf(name, kind, answer.body);
+    askFilesOf(kind, answer.body);
 }
 
-void Probe::askFilesOf(const QString& name, const QString& kind, const QByteArray& manifest)
+void Probe::askFilesOf(Kind kind, const QByteArray& manifest)
 {
+    const QString name = ServerLayout::manifestName(kind);
     QTemporaryFile file;
     if (!file.open() || file.write(manifest) != manifest.size() || !file.flush()) {
         trouble = u"%1 cannot be looked at: %2"_s.arg(name, file.errorString());
@@ -413,8 +413,9 @@ void Probe::askFilesOf(const QString& name, const QString& kind, const QByteArra
         if (entry.action() != PatchAction::FileDownload || entry.name.isEmpty() || hash.isEmpty())
             continue;
         askPatchFile(
-            { name, n, PatchLayout::patchFile(asked.baseUrl.toString(), kind, entry), hash,
-              CheckPublished::serverPath(kind, entry) },
+            { name, n,
+              PatchLayout::patchFile(asked.baseUrl.toString(), ServerLayout::word(kind), entry),
+              hash, ServerLayout::statedPath(kind, entry) },
             serverTime);
     }
 }
@@ -606,7 +607,7 @@ bool Probe::isUsable(
             FindingId::FileUnreachable,
             "Only "_L1 + QString::number(answer.received) + " of "_L1
                 + QString::number(answer.length) + " bytes arrive."_L1);
-    if (isHtml(answer.body) && !isNamedLikePage(answer.url) && missing != FindingId::InfoMissing)
+    if (isWebPage(answer.body) && !isNamedLikePage(answer.url) && missing != FindingId::InfoMissing)
         return fail(
             FindingId::ErrorPage,
             u"The server sends a web page in place of the file, with status 200: launchers "
@@ -631,7 +632,7 @@ void Probe::compareWithTree(const PatchFile& file, const ProbeAnswer& answer)
 {
     if (asked.tree.isEmpty() || file.serverPath.isEmpty() || notInTree.contains(file.manifest))
         return;
-    const QFileInfo local(asked.tree + file.serverPath);
+    const QFileInfo local(asked.tree + u'/' + file.serverPath);
     if (!local.isFile())
         add(FindingId::MissingInTree, file.manifest,
             u"There is no %1 to compare with."_s.arg(local.filePath()), file.entry);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "publisher/common/finding.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QDateTime>
 #include <QList>
@@ -135,9 +136,9 @@ private:
     void askForOldVersions(const QString& error);
     void askWithoutTls(const QString& error);
     void takeCertificates(const QList<QSslCertificate>& chain);
-    void askManifest(const QString& name, const QString& kind);
-    void takeManifest(const QString& name, const QString& kind, const ProbeAnswer& answer);
-    void askFilesOf(const QString& name, const QString& kind, const QByteArray& manifest);
+    void askManifest(Kind kind);
+    void takeManifest(Kind kind, const ProbeAnswer& answer);
+    void askFilesOf(Kind kind, const QByteArray& manifest);
     void askInfo();
     void takeInfo(const ProbeAnswer& answer);
     void checkDate(const QString& name, const ProbeAnswer& answer);

@@ -38,7 +38,7 @@ qsizetype inspect(const QString& path, quint32 index)
     players.separator = index % 2 == 0 ? u'\\' : u'/';
     readAsLauncher(path, players.separator);
     const Inspection inspection = Check::inspect(
-        path, u"patch.ini"_s, index % 3 == 0 ? u"test"_s : u"live"_s, players,
+        path, u"patch.ini"_s, index % 3 == 0 ? Kind::Test : Kind::Live, players,
         index % 5 == 0 ? u"/"_s : QString());
     qsizetype characters = 0;
     for (const Finding& finding : inspection.findings)

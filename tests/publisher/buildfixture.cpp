@@ -34,7 +34,8 @@ QString server(const QString& relativePath)
 QMap<QString, QByteArray> servedFiles()
 {
     QMap<QString, QByteArray> files = filesBelow(server());
-    files.removeIf([](const auto& file) { return file.key().startsWith(historyFolder); });
+    files.removeIf(
+        [](const auto& file) { return file.key().startsWith(ServerLayout::historyFolder()); });
     return files;
 }
 
@@ -69,7 +70,7 @@ BuildRequest request()
     return {
         .source = source(),
         .server = server(),
-        .kind = "live",
+        .kind = Kind::Live,
         .removals = { .files = {}, .folders = {}, .realms = 4 },
         .keep = 1,
         .flush = false,

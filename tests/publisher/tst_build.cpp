@@ -109,7 +109,7 @@ private slots:
                 { "|Data", "Data|deDE", "Data|a.mpq", "Data\\deDE|b.mpq", "|patched_wow.exe" }));
         QCOMPARE(read.entry(2).action(), PatchAction::FolderCreate);
         QCOMPARE(read.entry(3).action(), PatchAction::FileDownload);
-        QCOMPARE(read.hash(3), placeOf("Data/a.mpq").section('/', -2, -2));
+        QCOMPARE(read.entry(3).hash, placeOf("Data/a.mpq").section('/', -2, -2));
     }
 
     void testPlayersHaveATreeOfTheirOwn()
@@ -119,7 +119,7 @@ private slots:
         const QByteArray live = readFile(server(manifest));
         put("Data/a.mpq", "for testing");
         BuildRequest forTest = request();
-        forTest.kind = "test";
+        forTest.kind = Kind::Test;
         published(forTest);
         QCOMPARE(readFile(server(manifest)), live);
         QCOMPARE(readFile(server(placeOf("Data/a.mpq", "test"))), QByteArray("for testing"));
@@ -473,7 +473,7 @@ private slots:
     {
         putThree();
         BuildRequest forTest = request();
-        forTest.kind = "test";
+        forTest.kind = Kind::Test;
         published(forTest);
         const QStringList others{ "launcher.info", "Halden-Launcher.exe", "other/file" };
         for (const QString& other : others)

@@ -315,7 +315,7 @@ private slots:
         CheckedPlayers players;
         players.realms = 4;
         const Inspection inspection
-            = Check::inspect(manifest(count(5) + rows), "patch.ini", "live", players, {});
+            = Check::inspect(manifest(count(5) + rows), "patch.ini", Kind::Live, players, {});
         QTEST(inspection.run.likeRealm, "like");
     }
 

@@ -24,7 +24,7 @@ QByteArray live()
 }
 
 /// Publishes a content of the one file that all publications have.
-void publish(const QByteArray& content, const QString& message = {}, const QString& kind = "live")
+void publish(const QByteArray& content, const QString& message = {}, Kind kind = Kind::Live)
 {
     put("Data/a.mpq", content);
     BuildRequest wanted = request();
@@ -126,7 +126,7 @@ private slots:
     void kindsHaveHistoriesOfTheirOwn()
     {
         publish("one", "for all");
-        publish("two", "for testers", "test");
+        publish("two", "for testers", Kind::Test);
         QCOMPARE(messages(), QStringList("for all*"));
         QCOMPARE(messages("test"), QStringList("for testers*"));
     }
@@ -235,7 +235,7 @@ private slots:
     {
         publish("one");
         publish("two");
-        publish("three", {}, "test");
+        publish("three", {}, Kind::Test);
         const QMap<QString, QByteArray> before = filesBelow(server());
         const CommandRun run = rollback(1, { "--dry-run" });
         QCOMPARE(run.code, ExitCode::Fine);
@@ -248,7 +248,7 @@ private slots:
     {
         publish("one");
         put("Data/Neu/b.mpq", "new");
-        publish("two", {}, "test");
+        publish("two", {}, Kind::Test);
         const CommandRun run = promote();
         QVERIFY2(run.code == ExitCode::Fine, qPrintable(run.text + run.messages));
         QCOMPARE(live(), readFile(server("patchTest.ini")));
@@ -263,7 +263,7 @@ private slots:
 
     void promotesWhereNothingIsLiveYet()
     {
-        publish("one", {}, "test");
+        publish("one", {}, Kind::Test);
         QCOMPARE(promote().code, ExitCode::Fine);
         QCOMPARE(live(), readFile(server("patchTest.ini")));
     }
@@ -279,7 +279,7 @@ private slots:
     void damagedTestFileIsNotPromoted()
     {
         publish("one");
-        publish("two", {}, "test");
+        publish("two", {}, Kind::Test);
         writeFile(server(placeOf("Data/a.mpq", "test")), "TWO");
         const QByteArray before = live();
         QCOMPARE(refusals(promote()), QStringList("file-wrong"));
@@ -300,12 +300,12 @@ private slots:
     {
         QFETCH(QString, first);
         QFETCH(QString, second);
-        publish("one", {}, first);
-        publish("one", {}, second);
+        publish("one", {}, *ServerLayout::kindOf(first));
+        publish("one", {}, *ServerLayout::kindOf(second));
         const QString place = server(placeOf("Data/a.mpq", first));
         QCOMPARE(numberOf(server(placeOf("Data/a.mpq", second))), numberOf(place));
         QVERIFY(numberOf(place) != numberOf(source("Data/a.mpq")));
-        publish("two", {}, second);
+        publish("two", {}, *ServerLayout::kindOf(second));
         QCOMPARE(readFile(place), QByteArray("one"));
     }
 

@@ -103,14 +103,11 @@ private slots:
     void onlyItsOwnTextIsReadWithoutTheSettingsLayer()
     {
         ManifestDraft draft;
-        draft.entries = { ManifestDraft::folder("Data", '\\'),
-                          ManifestDraft::file("Data/@\"ä\\.mpq", "Data/0cc", "0cc", '\\'),
-                          { { .save = false,
-                              .dirOnly = true,
-                              .pathOffset = "A\\B",
-                              .urlOffset = "",
-                              .name = "c" },
-                            "" } };
+        draft.entries = {
+            ManifestDraft::folder("Data", '\\'),
+            ManifestDraft::file("Data/@\"ä\\.mpq", "Data/0cc", "0cc", '\\'),
+            { .save = false, .dirOnly = true, .pathOffset = "A\\B", .urlOffset = "", .name = "c" }
+        };
         const QByteArray text = ManifestText::write(draft.entries);
         QVERIFY(readBack(text));
         for (qsizetype size = 0; size < text.size(); ++size)
@@ -159,14 +156,11 @@ private slots:
     void text()
     {
         ManifestDraft draft;
-        draft.entries = { ManifestDraft::folder("Data", '\\'),
-                          ManifestDraft::file("Data/ä.mpq", "Data/0cc", "0cc", '\\'),
-                          { { .save = false,
-                              .dirOnly = true,
-                              .pathOffset = "A\\B",
-                              .urlOffset = "",
-                              .name = "c" },
-                            "" } };
+        draft.entries = {
+            ManifestDraft::folder("Data", '\\'),
+            ManifestDraft::file("Data/ä.mpq", "Data/0cc", "0cc", '\\'),
+            { .save = false, .dirOnly = true, .pathOffset = "A\\B", .urlOffset = "", .name = "c" }
+        };
         QCOMPARE(
             ManifestText::write(draft.entries),
             QByteArray("[General]\nnumberOfFiles=3\n"

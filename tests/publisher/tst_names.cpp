@@ -1,28 +1,9 @@
 #include "publisher/common/names.h"
 #include "tests/support/testmain.h"
-#include "update/patchlayout.h"
 
 #include <QRegularExpression>
 
 using namespace Publisher;
-
-namespace {
-
-/// The path that a server sees of the address that the launcher builds.
-QString askedFor(const QString& urlOffset, const QString& name)
-{
-    const PatchManifestEntry entry{
-        .save = true, .dirOnly = false, .pathOffset = "", .urlOffset = urlOffset, .name = name
-    };
-    QByteArray request
-        = PatchLayout::patchFile("https://host/", "live", entry)
-              .toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment);
-    if (request.contains('?'))
-        request.truncate(request.indexOf('?'));
-    return QString::fromUtf8(QByteArray::fromPercentEncoding(request));
-}
-
-} // namespace
 
 class tst_Names : public QObject {
     Q_OBJECT
@@ -89,55 +70,6 @@ private slots:
     {
         QFETCH(QString, name);
         QTEST(isJunk(name), "junk");
-    }
-
-    void folderReachesTheServer_data()
-    {
-        QTest::addColumn<QString>("folder");
-        for (const char* folder :
-             { "Data/deDE", "Interface/AddOns/Halden Karten", "Data/Übersicht", "a#b", "a?b",
-               "100%", "a%20b", "a%2Fb", "a%23b?c#d", "a;b,c@d&e=f+g", "[a]{b}^`|" })
-            QTest::newRow(folder) << folder;
-    }
-
-    void folderReachesTheServer()
-    {
-        QFETCH(QString, folder);
-        const QString expected = "wow-client-patch/live/" + folder + "/x.mpq";
-        QCOMPARE(askedFor(urlOffsetOf(folder), "x.mpq"), '/' + expected);
-        QCOMPARE(pathOnServer("live", urlOffsetOf(folder), "x.mpq"), expected);
-    }
-
-    void nameReachesTheServer_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("reaches");
-        for (const char* name :
-             { "patch x.mpq", "Größe.MPQ", "a,b;c@d&e=f+g", "100% more.mpq", "[a]{b}^`.mpq", "@x" })
-            QTest::newRow(name) << name << true;
-        for (const char* name : { "patch#2.mpq", "patch?.mpq", "a%20b.mpq", "%41.mpq", "50%ab" })
-            QTest::newRow(name) << name << false;
-    }
-
-    void nameReachesTheServer()
-    {
-        QFETCH(QString, name);
-        QFETCH(bool, reaches);
-        const QString expected = "wow-client-patch/live/Data/" + name;
-        QCOMPARE(askedFor("Data", name) == '/' + expected, reaches);
-        QCOMPARE(pathOnServer("live", "Data", name) == expected, reaches);
-    }
-
-    void addressWithAnotherPartHasNoPath()
-    {
-        QCOMPARE(pathOnServer("live", "Data", "patch#2.mpq"), QString());
-        QCOMPARE(pathOnServer("live", "Data", "patch?2.mpq"), QString());
-    }
-
-    void manifestNames()
-    {
-        QCOMPARE(manifestNameOf("live"), QString("patch.ini"));
-        QCOMPARE(manifestNameOf("test"), QString("patchTest.ini"));
     }
 };
 

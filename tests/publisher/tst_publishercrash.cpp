@@ -68,7 +68,7 @@ void releaseInProcess()
 QStringList brokenFiles()
 {
     QStringList broken;
-    const auto files = readPublication(server("patch.ini"), "live").files;
+    const auto files = readPublication(server("patch.ini"), Kind::Live).files;
     for (const PublishedFile& file : files) {
         if (md5(readFile(server(file.serverPath))) != file.hash)
             broken.append(file.path);
@@ -206,7 +206,7 @@ private slots:
             const QByteArray live = readFile(server("patch.ini"));
             QVERIFY2(live == oldManifest || live == newManifest, qPrintable(call.text));
             QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text + brokenFiles().join(' ')));
-            const QList<HistoryEntry> entries = History(server(), "live").entries();
+            const QList<HistoryEntry> entries = History(server(), Kind::Live).entries();
             QVERIFY2(!entries.isEmpty() && entries.constLast().isLive, qPrintable(call.text));
             QCOMPARE(readFile(entries.constLast().manifestPath), live);
         }
@@ -270,7 +270,7 @@ private:
         published(dropping);
         put("Data/changed.mpq", "for testers");
         BuildRequest forTest = request();
-        forTest.kind = "test";
+        forTest.kind = Kind::Test;
         published(forTest);
         for (const char* name : { "patch.ini", "patchTest.ini" })
             setDate(server(name), QDateTime::currentDateTimeUtc().addSecs(-3600));

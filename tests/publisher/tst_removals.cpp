@@ -54,7 +54,7 @@ void deliver(const BuildRequest& wanted)
     BuildRequest forHere = wanted;
     forHere.separator = QDir::separator();
     published(forHere);
-    const QString name = wanted.kind == "test" ? "patchTest.ini" : "patch.ini";
+    const QString name = ServerLayout::manifestName(wanted.kind);
     UpdateFixture::writeManifest(name, readFile(server(name)));
 }
 
@@ -202,24 +202,24 @@ private slots:
     /// Comparing the cache reaches clients of the other kind as well.
     void otherKindKeepsItsFile_data()
     {
-        QTest::addColumn<QString>("kind");
-        QTest::newRow("live removes, test keeps") << "live";
-        QTest::newRow("test removes, live keeps") << "test";
+        QTest::addColumn<bool>("forTest");
+        QTest::newRow("live removes, test keeps") << false;
+        QTest::newRow("test removes, live keeps") << true;
     }
 
     void otherKindKeepsItsFile()
     {
-        QFETCH(QString, kind);
+        QFETCH(bool, forTest);
         for (int realm = 1; realm <= realmsReached; ++realm) {
             layOutClient(realm);
             UpdateFixture::addRealm(client(realm).chopped(1), realm % 2 == 0);
         }
         BuildRequest wanted = removing({ "Data/old.mpq" }, {});
-        wanted.kind = kind;
+        wanted.kind = forTest ? Kind::Test : Kind::Live;
         deliver(wanted);
         runLauncher();
         for (int realm = 1; realm <= realmsReached; ++realm) {
-            const bool reached = (realm % 2 == 0) == (kind == "test");
+            const bool reached = (realm % 2 == 0) == forTest;
             QCOMPARE(QFileInfo::exists(client(realm, "Data/old.mpq")), !reached);
         }
     }

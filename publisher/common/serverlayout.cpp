@@ -1,0 +1,115 @@
+#include "publisher/common/serverlayout.h"
+
+#include "update/launcherfiles.h"
+#include "update/patchlayout.h"
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+namespace {
+
+const QUrl anyServer(u"https://server/"_s);
+
+/// Of the client, and then of the content.
+QString folderOf(const QString& pathInClient, const QString& md5)
+{
+    const QString above = pathInClient.section(u'/', 0, -2);
+    return above.isEmpty() ? md5 : above + u'/' + md5;
+}
+
+QUrl addressOf(Kind kind, const PatchManifestEntry& entry)
+{
+    return PatchLayout::patchFile(anyServer.toString(), ServerLayout::word(kind), entry);
+}
+
+} // namespace
+
+namespace ServerLayout {
+
+QString word(Kind kind)
+{
+    return kind == Kind::Test ? u"test"_s : u"live"_s;
+}
+
+std::optional<Kind> kindOf(const QString& word)
+{
+    for (const Kind kind : { Kind::Live, Kind::Test }) {
+        if (word == ServerLayout::word(kind))
+            return kind;
+    }
+    return std::nullopt;
+}
+
+Kind other(Kind kind)
+{
+    return kind == Kind::Test ? Kind::Live : Kind::Test;
+}
+
+QString manifestName(Kind kind)
+{
+    return kind == Kind::Test ? testManifestFileName : liveManifestFileName;
+}
+
+QString patchFolder()
+{
+    return patchFolderName;
+}
+
+QString kindFolder(Kind kind)
+{
+    return patchFolder() + u'/' + word(kind);
+}
+
+QString historyFolder()
+{
+    return u".halden-history"_s;
+}
+
+QString filePath(Kind kind, const QString& pathInClient, const QString& md5)
+{
+    return kindFolder(kind) + u'/' + folderOf(pathInClient, md5) + u'/'
+        + pathInClient.section(u'/', -1);
+}
+
+QString urlOffset(const QString& pathInClient, const QString& md5)
+{
+    QString offset = folderOf(pathInClient, md5);
+    // The percent sign first: the others bring new ones.
+    return offset.replace(u'%', "%25"_L1).replace(u'#', "%23"_L1).replace(u'?', "%3F"_L1);
+}
+
+QByteArray pathOnTheWire(const QUrl& url)
+{
+    if (!url.isValid() || url.hasQuery() || url.hasFragment())
+        return {};
+    // What the network layer writes into its requests: it resolves dots, and more
+    // than dots, see ".c" in "Data/.c/x".
+    return url.toEncoded(
+        QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::FullyEncoded
+        | QUrl::NormalizePathSegments);
+}
+
+QString askedPath(Kind kind, const PatchManifestEntry& entry)
+{
+    const QByteArray asked = pathOnTheWire(addressOf(kind, entry));
+    return QString::fromUtf8(QByteArray::fromPercentEncoding(asked)).mid(1);
+}
+
+QString statedPath(Kind kind, const PatchManifestEntry& entry)
+{
+    const QUrl url = addressOf(kind, entry);
+    const QString stated = kindFolder(kind) + u'/'
+        + QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
+    const bool whole
+        = url.isValid() && !url.hasQuery() && !url.hasFragment() && url.host() == anyServer.host();
+    const QString path = QUrl::fromPercentEncoding(url.path(QUrl::FullyEncoded).toUtf8());
+    if (!whole || path != u'/' + stated || stated.contains(u'\\')
+        || stated.split(u'/').contains(".."_L1))
+        return {};
+    return stated;
+}
+
+} // namespace ServerLayout
+
+} // namespace Publisher
