@@ -104,36 +104,11 @@ private:
             prune();
     }
 
-    /// Whether the source has a path that the live manifest has not.
-    bool hasNewPaths() const
-    {
-        return std::any_of(
-                   source.files.cbegin(), source.files.cend(),
-                   [this](const SourceFile& file) { return !published.contains(file.path); })
-            || std::any_of(
-                   source.folders.cbegin(), source.folders.cend(),
-                   [this](const QString& folder) { return !live.folders.contains(folder); });
-    }
-
-    /// Held against what players may still have: the live manifest and, where a path
-    /// is new to it, those before, one at a time, since each may be large.
-    QList<Refusal> changedKinds() const
-    {
-        QList<Refusal> found = Precheck::changedKinds(source, { live });
-        if (!found.isEmpty() || !hasNewPaths())
-            return found;
-        QList<HistoryEntry> former = History(request.server, request.kind).entries();
-        former = former.last(std::min(BuildRequest::rememberedByPlayers, former.size()));
-        for (auto entry = former.crbegin(); entry != former.crend() && found.isEmpty(); ++entry)
-            found = Precheck::changedKinds(
-                source, { readPublication(entry->manifestPath, request.kind) });
-        return found;
-    }
-
     /// What is seen before any file is read.
     void judge()
     {
-        report.refusals += changedKinds();
+        report.refusals
+            += Precheck::changedKinds(source, live, History(request.server, request.kind));
         report.refusals += Precheck::manyRemoved(
             report.removed.size(), published.size(), request.confirmedDrops);
         if (!request.renew)

@@ -124,12 +124,17 @@ QList<HistoryEntry> History::entries() const
     return found;
 }
 
+Publication History::publicationOf(const HistoryEntry& entry) const
+{
+    return readPublication(entry.manifestPath, kindOfPatch);
+}
+
 QList<Publication> History::latest(int count) const
 {
     QList<Publication> publications;
     const QList<HistoryEntry> all = entries();
     for (auto entry = all.crbegin(); entry != all.crend() && publications.size() < count; ++entry)
-        publications.append(readPublication(entry->manifestPath, kindOfPatch));
+        publications.append(publicationOf(*entry));
     return publications;
 }
 

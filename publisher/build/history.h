@@ -50,6 +50,8 @@ public:
 
     /// In the order of their numbers.
     QList<HistoryEntry> entries() const;
+    /// What an entry has published.
+    Publication publicationOf(const HistoryEntry& entry) const;
     /// What a player may still have: the latest publications, the youngest first.
     QList<Publication> latest(int count) const;
 

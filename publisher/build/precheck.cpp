@@ -1,5 +1,6 @@
 #include "publisher/build/precheck.h"
 
+#include "publisher/build/history.h"
 #include "publisher/build/sourcetree.h"
 #include "publisher/common/progress.h"
 #include "publisher/common/publication.h"
@@ -7,6 +8,8 @@
 #include <QFileInfo>
 #include <QSet>
 #include <QStorageInfo>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -16,6 +19,9 @@ namespace {
 
 // Dropping more than one file in so many wants a word.
 constexpr qsizetype dropsWithoutAWord = 10;
+
+// Publications whose paths players are taken to have in their caches still.
+constexpr int rememberedByPlayers = 10;
 
 /// The folders above a path, the innermost first.
 template <typename Visit> void forFoldersAbove(QString path, const Visit& visit)
@@ -29,15 +35,13 @@ template <typename Visit> void forFoldersAbove(QString path, const Visit& visit)
 /// What players may have, for disks that do not tell upper from lower case.
 class FormerPlaces {
 public:
-    explicit FormerPlaces(const QList<Publication>& publications)
+    explicit FormerPlaces(const Publication& publication)
     {
         folders.insert(u"data"_s); // every client has it
-        for (const Publication& publication : publications) {
-            for (const QString& path : publication.folders)
-                takeFolder(path.toCaseFolded());
-            for (const PublishedFile& file : publication.files)
-                takeFile(file.path.toCaseFolded());
-        }
+        for (const QString& path : publication.folders)
+            takeFolder(path.toCaseFolded());
+        for (const PublishedFile& file : publication.files)
+            takeFile(file.path.toCaseFolded());
     }
 
     bool hasFolder(const QString& path) const
@@ -67,11 +71,7 @@ private:
     QSet<QString> folders;
 };
 
-} // namespace
-
-namespace Precheck {
-
-QList<Refusal> changedKinds(const SourceTree& source, const QList<Publication>& former)
+QList<Refusal> changedSince(const Publication& former, const SourceTree& source)
 {
     const FormerPlaces places(former);
     QList<Refusal> refusals;
@@ -92,6 +92,35 @@ QList<Refusal> changedKinds(const SourceTree& source, const QList<Publication>& 
                   "store it nowhere. Give the folder another name."_s });
     }
     return refusals;
+}
+
+/// Whether the source has a path that the live manifest has not.
+bool hasNewPaths(const SourceTree& source, const Publication& live)
+{
+    return std::any_of(
+               source.files.cbegin(), source.files.cend(),
+               [&](const SourceFile& file) { return !live.files.contains(file.path); })
+        || std::any_of(source.folders.cbegin(), source.folders.cend(), [&](const QString& folder) {
+               return !live.folders.contains(folder);
+           });
+}
+
+} // namespace
+
+namespace Precheck {
+
+QList<Refusal>
+changedKinds(const SourceTree& source, const Publication& live, const History& history)
+{
+    QList<Refusal> found = changedSince(live, source);
+    if (!found.isEmpty() || !hasNewPaths(source, live))
+        return found;
+    // One at a time, since each may be large.
+    QList<HistoryEntry> former = history.entries();
+    former = former.last(std::min<qsizetype>(rememberedByPlayers, former.size()));
+    for (auto entry = former.crbegin(); entry != former.crend() && found.isEmpty(); ++entry)
+        found = changedSince(history.publicationOf(*entry), source);
+    return found;
 }
 
 QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed)

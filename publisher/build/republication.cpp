@@ -10,6 +10,8 @@
 #include "publisher/common/manifesttext.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
+#include "publisher/build/history.h"
+#include "publisher/build/sourcetree.h"
 
 #include <QDir>
 #include <QFile>
@@ -125,8 +127,20 @@ private:
             paths->sort();
     }
 
+    /// The paths of the manifest, as if they were laid out in a source folder.
+    SourceTree laidOut() const
+    {
+        SourceTree tree;
+        for (const PublishedFile& file : std::as_const(wanted.files))
+            tree.files.append({ file.path });
+        tree.folders = wanted.folders.values();
+        return tree;
+    }
+
     void judge()
     {
+        report.refusals
+            += Precheck::changedKinds(laidOut(), before, History(request.server, request.kind));
         report.refusals += Precheck::manyRemoved(
             report.removed.size(), before.files.size(), request.confirmedDrops);
         report.refusals += Dates::ahead(livePath, clock);

@@ -347,6 +347,55 @@ private slots:
         QCOMPARE(pathsOf(published(pruning).pruned), foretold);
     }
 
+    void whatWasOfAnotherKindIsNotPublishedAgain_data()
+    {
+        QTest::addColumn<QString>("first");
+        QTest::addColumn<QString>("second");
+        QTest::addColumn<QString>("refused");
+        QTest::newRow("file to folder") << "Data/x/y"
+                                        << "Data/x"
+                                        << "folder-was-file Data/x";
+        QTest::newRow("folder to file") << "Data/x"
+                                        << "Data/x/y"
+                                        << "file-was-folder Data/x";
+        QTest::newRow("neither") << "Data/x"
+                                 << "Data/y"
+                                 << "";
+    }
+
+    /// A manifest that comes from testers, or from the times before there was a
+    /// history to hold it against.
+    void whatWasOfAnotherKindIsNotPublishedAgain()
+    {
+        QFETCH(QString, first);
+        QFETCH(QString, second);
+        QFETCH(QString, refused);
+        const auto publishAlone = [](const QString& path, const QString& kind) {
+            QDir(source()).removeRecursively();
+            put(path, "x");
+            publish("one", {}, kind);
+        };
+        publishAlone(first, "live");
+        const QByteArray old = live();
+        QDir(server(".halden-history")).removeRecursively();
+        QFile::remove(server("patch.ini"));
+        publishAlone(first, "test");
+        publishAlone(second, "live");
+        const QByteArray present = live();
+        writeFile(server(".halden-history/live/7.ini"), old);
+        writeFile(server(".halden-history/live/8.ini"), present);
+        for (const CommandRun& run :
+             { rollback(7, { "--yes-remove", "1" }), promote({ "--yes-remove", "1" }) }) {
+            QStringList told;
+            const QJsonArray all = run.json.value("refusals").toArray();
+            for (const QJsonValue& refusal : all)
+                told.append(refusal["id"].toString() + ' ' + refusal["path"].toString());
+            QCOMPARE(told.join(", "), refused);
+            QCOMPARE(run.code, refused.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
+            QCOMPARE(live() == present, !refused.isEmpty());
+        }
+    }
+
     /// Players' caches hold what any of the former publications has brought.
     void pathOfAnotherKindInAFormerPublicationIsRefused()
     {
