@@ -32,9 +32,6 @@ namespace Publisher {
 
 namespace {
 
-// Each fetches every file for itself.
-constexpr qint64 runsOfAStart = 2;
-
 class Build {
 public:
     Build(const BuildRequest& buildRequest, Clock& time, BuildReport& target)
@@ -199,10 +196,8 @@ private:
 
     void compare()
     {
-        for (const StagedFile& item : std::as_const(items)) {
+        for (const StagedFile& item : std::as_const(items))
             compareItem(item);
-            report.bytesInAll += runsOfAStart * item.file.size;
-        }
         live = {};
         report.compared = true;
     }
@@ -211,12 +206,12 @@ private:
     {
         const auto before = published.constFind(item.file.path);
         const BuildReport::Item line{ item.file.path, item.file.size };
-        if (before == published.cend()) {
+        const bool isNew = before == published.cend();
+        report.traffic.add(line.size, !isNew && before->hash == item.md5);
+        if (isNew) {
             report.added.append(line);
-            report.bytesToUpdate += runsOfAStart * line.size;
         } else if (before->hash != item.md5) {
             report.changed.append(line);
-            report.bytesToUpdate += runsOfAStart * line.size;
         } else if (!item.inPlace && before->serverPath == item.serverPath(request.kind)) {
             report.repaired.append(line);
         } else {

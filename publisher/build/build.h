@@ -4,6 +4,8 @@
 #include "publisher/common/exitcode.h"
 #include "publisher/common/publication.h"
 #include "publisher/common/refusal.h"
+#include "publisher/build/removals.h"
+#include "publisher/build/traffic.h"
 
 #include <QList>
 #include <QString>
@@ -41,11 +43,7 @@ struct BuildReport {
     QStringList passedOver;
     /// What else the admin should know, as sentences.
     QStringList notes;
-    /// Traffic of a player's start who has everything of the manifest before. Both
-    /// update runs of a start fetch every file.
-    qint64 bytesToUpdate = 0;
-    /// Traffic of a new player's start.
-    qint64 bytesInAll = 0;
+    Traffic traffic;
     bool manifestChanged = false;
     /// Paths below the server folder.
     QList<Item> pruned;

@@ -9,9 +9,6 @@
 namespace Publisher {
 
 struct BuildRequest {
-    /// Publications whose paths players are taken to have in their caches still.
-    static constexpr qsizetype rememberedByPlayers = 10;
-
     /// Laid out as the client folder.
     QString source;
     /// What the web server serves.

@@ -60,6 +60,7 @@ private:
         PublishedFile file;
         /// Below the server folder; where the file lies now.
         QString found;
+        qint64 size = 0;
         Refusal refusal = {};
         QString error = {};
     };
@@ -108,13 +109,18 @@ private:
                   u"It names no file to publish. Publish the source folder with build."_s });
     }
 
+    bool isUnchanged(const PublishedFile& file) const
+    {
+        const auto last = before.files.constFind(file.path);
+        return last != before.files.cend() && last->hash == file.hash;
+    }
+
     void compare()
     {
         for (const PublishedFile& file : std::as_const(wanted.files)) {
-            const auto last = before.files.constFind(file.path);
-            if (last == before.files.cend())
+            if (!before.files.contains(file.path))
                 report.added.append(file.path);
-            else if (last->hash != file.hash)
+            else if (!isUnchanged(file))
                 report.changed.append(file.path);
             else
                 ++report.unchanged;
@@ -165,6 +171,7 @@ private:
             if (item.file.serverPath.startsWith(prefix)
                 && isRight(onServer(place), item.file.hash)) {
                 item.found = place;
+                item.size = FileStamp::of(onServer(place)).size;
                 return;
             }
         }
@@ -187,7 +194,9 @@ private:
         Item* const first = items.data();
         Parallel::run(request.threads, items.size(), [&](qsizetype i, int) { find(first[i]); });
         for (const Item& item : std::as_const(items)) {
-            if (!item.refusal.id.isEmpty())
+            if (item.refusal.id.isEmpty())
+                report.traffic.add(item.size, isUnchanged(item.file));
+            else
                 report.refusals.append(item.refusal);
         }
     }

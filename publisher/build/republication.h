@@ -3,6 +3,7 @@
 #include "publisher/common/exitcode.h"
 #include "publisher/common/refusal.h"
 #include "publisher/common/serverlayout.h"
+#include "publisher/build/traffic.h"
 
 #include <QList>
 #include <QString>
@@ -43,6 +44,8 @@ struct RepublicationReport {
     QStringList changed;
     QStringList removed;
     qint64 unchanged = 0;
+    /// Of the files that have been found.
+    Traffic traffic;
     bool manifestChanged = false;
 };
 

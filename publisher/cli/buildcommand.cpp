@@ -122,10 +122,7 @@ void showDifference(const BuildReport& report, Output& output)
                     .arg(report.changed.size())
                     .arg(report.removed.size())
                     .arg(report.unchanged));
-    output.line(
-        u"A player who is up to date fetches %1, a new one %2: every file twice, since a start "
-        "makes two update runs."_s.arg(
-            humanSize(report.bytesToUpdate), humanSize(report.bytesInAll)));
+    output.line(report.traffic.sentence());
     for (const QString& note : report.notes)
         output.line(note);
 }
@@ -145,8 +142,8 @@ void setDifference(const BuildRequest& request, const BuildReport& report, Outpu
     output.set(u"pruned"_s, toJson(report.pruned));
     output.set(u"unreachable"_s, toJson(report.unreachable));
     output.set(u"unchanged"_s, report.unchanged);
-    output.set(u"bytesToUpdate"_s, report.bytesToUpdate);
-    output.set(u"bytesInAll"_s, report.bytesInAll);
+    output.set(u"bytesToUpdate"_s, report.traffic.bytesToUpdate);
+    output.set(u"bytesInAll"_s, report.traffic.bytesInAll);
     output.set(u"manifestChanged"_s, report.manifestChanged);
 }
 

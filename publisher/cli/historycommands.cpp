@@ -106,11 +106,15 @@ void show(const RepublicationRequest& request, const RepublicationReport& report
     output.set(u"kind"_s, ServerLayout::word(request.kind));
     output.set(u"dryRun"_s, request.dryRun);
     output.set(u"unchanged"_s, report.unchanged);
+    output.set(u"bytesToUpdate"_s, report.traffic.bytesToUpdate);
+    output.set(u"bytesInAll"_s, report.traffic.bytesInAll);
     output.set(u"manifestChanged"_s, report.manifestChanged);
     output.line(u"%1 added, %2 changed, %3 removed, %4 unchanged."_s.arg(report.added.size())
                     .arg(report.changed.size())
                     .arg(report.removed.size())
                     .arg(report.unchanged));
+    if (report.refusals.isEmpty())
+        output.line(report.traffic.sentence());
     if (!report.refusals.isEmpty())
         return FindingReport::showRefusals(report.refusals, output);
     const QString manifest = ServerLayout::manifestName(request.kind);

@@ -84,8 +84,8 @@ private slots:
         const QStringList paths{ "Data/a.mpq", "Data/deDE/b.mpq", "patched_wow.exe" };
         QCOMPARE(pathsOf(report.added), paths);
         // Both update runs of a start fetch every file.
-        QCOMPARE(report.bytesToUpdate, 2 * 21);
-        QCOMPARE(report.bytesInAll, 2 * 21);
+        QCOMPARE(report.traffic.bytesToUpdate, 2 * 21);
+        QCOMPARE(report.traffic.bytesInAll, 2 * 21);
         QVERIFY(report.manifestChanged);
         QStringList expected{ manifest };
         for (const QString& path : paths)
@@ -172,7 +172,7 @@ private slots:
         QCOMPARE(build(again, clock, report), ExitCode::Fine);
         QCOMPARE(report.unchanged, 3);
         QVERIFY(!report.manifestChanged);
-        QCOMPARE(report.bytesToUpdate, 0);
+        QCOMPARE(report.traffic.bytesToUpdate, 0);
         QCOMPARE(dateOf(server(placeOf("Data/a.mpq"))), ofFile);
         QCOMPARE(dateOf(server(manifest)), ofManifest);
         QCOMPARE(clock.waits, 0);
@@ -193,8 +193,8 @@ private slots:
         QCOMPARE(pathsOf(report.removed), QStringList("patched_wow.exe"));
         QCOMPARE(report.removed.at(0).size, 7);
         QCOMPARE(report.unchanged, 1);
-        QCOMPARE(report.bytesToUpdate, 2 * 11);
-        QCOMPARE(report.bytesInAll, 2 * 18);
+        QCOMPARE(report.traffic.bytesToUpdate, 2 * 11);
+        QCOMPARE(report.traffic.bytesInAll, 2 * 18);
     }
 
     void manifestIsNewerThanTheOneItReplaces_data()
@@ -513,7 +513,7 @@ private slots:
         QCOMPARE(QFileInfo::exists(server()), publishedBefore);
         QVERIFY(report.manifestChanged);
         QCOMPARE(pathsOf(report.changed).contains("Data/a.mpq"), publishedBefore);
-        QCOMPARE(report.bytesToUpdate, 2 * (publishedBefore ? 8 : 22));
+        QCOMPARE(report.traffic.bytesToUpdate, 2 * (publishedBefore ? 8 : 22));
         QCOMPARE(pathsOf(report.pruned), publishedBefore ? QStringList(old) : QStringList());
     }
 

@@ -205,6 +205,25 @@ private slots:
         QVERIFY(live() != first);
     }
 
+    /// Both update runs of a start fetch what has changed.
+    void republicationTellsTheTraffic()
+    {
+        put("Data/same.mpq", "same");
+        publish("one");
+        publish("second", {}, "test");
+        publish("third");
+        const QJsonObject back = rollback(1, { "--dry-run" }).json;
+        QCOMPARE(back["bytesToUpdate"].toInt(), 2 * 3);
+        QCOMPARE(back["bytesInAll"].toInt(), 2 * (3 + 4));
+        const QJsonObject promoted = promote({ "--dry-run" }).json;
+        QCOMPARE(promoted["bytesToUpdate"].toInt(), 2 * 6);
+        QCOMPARE(promoted["bytesInAll"].toInt(), 2 * (6 + 4));
+        const CommandRun text({ "rollback", server(), "1", "--dry-run" });
+        QVERIFY2(
+            text.text.contains("A player who is up to date fetches 6 B, a new one 14 B"),
+            qPrintable(text.text));
+    }
+
     void rollBackWithoutItsFilesIsRefused_data()
     {
         QTest::addColumn<bool>("remove");
