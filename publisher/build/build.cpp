@@ -4,6 +4,7 @@
 #include "publisher/build/history.h"
 #include "publisher/build/manifestdraft.h"
 #include "publisher/build/manifestexchange.h"
+#include "publisher/build/placecheck.h"
 #include "publisher/build/precheck.h"
 #include "publisher/build/sourcetree.h"
 #include "publisher/build/staging.h"
@@ -68,25 +69,33 @@ public:
     }
 
 private:
-    /// Bytes that are to be copied, found by reading and without copying.
-    qint64 bytesToCopy()
+    /// What is to be copied, found by reading and without copying.
+    QList<PlaceCheck::MissingFile> filesToCopy()
     {
         BuildRequest looking = request;
         looking.dryRun = true;
-        qint64 bytes = 0;
+        QList<PlaceCheck::MissingFile> missing;
         const QList<StagedFile> found
             = Staging(looking, published, cache, stagingFolder).run(source.files);
-        for (const StagedFile& item : found)
-            bytes += item.inPlace ? 0 : item.file.size;
-        return bytes;
+        for (const StagedFile& item : found) {
+            // What cannot be read is told when it is to be published.
+            if (!item.inPlace && item.error.isEmpty())
+                missing.append({ item.serverPath(request.kind), item.file.size });
+        }
+        return missing;
+    }
+
+    bool hasPlace()
+    {
+        const auto missing = [this] {
+            return filesToCopy();
+        };
+        return attempt(PlaceCheck::fault(request.server, request.kind, source, missing));
     }
 
     void proceed()
     {
-        const auto needed = [this] {
-            return bytesToCopy();
-        };
-        if (!request.dryRun && !attempt(Precheck::withoutRoom(request.server, source, needed)))
+        if (!request.dryRun && !hasPlace())
             return;
         items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
         for (const StagedFile& item : items)

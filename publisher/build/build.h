@@ -1,11 +1,11 @@
 #pragma once
 
 #include "publisher/build/buildrequest.h"
+#include "publisher/build/removals.h"
+#include "publisher/build/traffic.h"
 #include "publisher/common/exitcode.h"
 #include "publisher/common/publication.h"
 #include "publisher/common/refusal.h"
-#include "publisher/build/removals.h"
-#include "publisher/build/traffic.h"
 
 #include <QList>
 #include <QString>

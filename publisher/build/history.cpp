@@ -83,7 +83,7 @@ QJsonObject PublicationNote::toJson() const
 History::History(const QString& server, Kind kind)
     : livePath(server + u'/' + ServerLayout::manifestName(kind))
     , kindOfPatch(kind)
-    , folder(server + u'/' + ServerLayout::historyFolder() + u'/' + ServerLayout::word(kind))
+    , folder(server + u'/' + ServerLayout::historyFolder(kind))
 {
 }
 

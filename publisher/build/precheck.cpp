@@ -5,9 +5,7 @@
 #include "publisher/common/progress.h"
 #include "publisher/common/publication.h"
 
-#include <QFileInfo>
 #include <QSet>
-#include <QStorageInfo>
 
 #include <algorithm>
 
@@ -132,28 +130,6 @@ QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirme
                "them. If this is not the right folder, or not all of it is there, see to that; if "
                "it is meant, say so with --yes-remove %1."_s.arg(removed)
                    .arg(live) } };
-}
-
-QString
-withoutRoom(const QString& server, const SourceTree& source, const std::function<qint64()>& needed)
-{
-    if (!QFileInfo(server).isWritable())
-        return u"%1 cannot be written: the manifest goes there. Give yourself, or a group of "
-               u"yours, "
-               "the right to it, and run the same command again"_s.arg(server);
-    qint64 all = 0;
-    for (const SourceFile& file : source.files)
-        all += file.size;
-    const qint64 free = QStorageInfo(server).bytesAvailable();
-    if (free < 0 || all <= free)
-        return {};
-    const qint64 bytes = needed();
-    if (bytes <= free)
-        return {};
-    return u"%1 has no room: the new files take %2, and %3 are free. No space left for them on "
-           u"this "
-           "disk; make room, with --prune and the last source for instance, and run the same "
-           "command again"_s.arg(server, humanSize(bytes), humanSize(free));
 }
 
 } // namespace Precheck

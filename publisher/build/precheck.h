@@ -5,8 +5,6 @@
 #include <QList>
 #include <QString>
 
-#include <functional>
-
 namespace Publisher {
 
 class History;
@@ -26,13 +24,6 @@ changedKinds(const SourceTree& source, const Publication& live, const History& h
 /// Whether more is dropped than an admin does by mistake, unless `confirmed` is
 /// the very number.
 QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed);
-
-/// Whether the server folder can be written and has room for what a publication
-/// has to copy, as a sentence with the way out; empty when it has. What lies there
-/// already takes no room: only where that decides, `needed` is asked for the exact
-/// number of bytes.
-QString
-withoutRoom(const QString& server, const SourceTree& source, const std::function<qint64()>& needed);
 
 } // namespace Precheck
 

@@ -1,17 +1,17 @@
 #include "publisher/build/republication.h"
 
 #include "publisher/build/hashcache.h"
+#include "publisher/build/history.h"
 #include "publisher/build/manifestdraft.h"
 #include "publisher/build/manifestexchange.h"
 #include "publisher/build/precheck.h"
+#include "publisher/build/sourcetree.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
 #include "publisher/common/manifesttext.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
-#include "publisher/build/history.h"
-#include "publisher/build/sourcetree.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "publisher/build/traffic.h"
 #include "publisher/common/exitcode.h"
 #include "publisher/common/refusal.h"
 #include "publisher/common/serverlayout.h"
-#include "publisher/build/traffic.h"
 
 #include <QList>
 #include <QString>

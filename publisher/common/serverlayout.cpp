@@ -66,6 +66,11 @@ QString historyFolder()
     return u".halden-history"_s;
 }
 
+QString historyFolder(Kind kind)
+{
+    return historyFolder() + u'/' + word(kind);
+}
+
 QString filePath(Kind kind, const QString& pathInClient, const QString& md5)
 {
     return kindFolder(kind) + u'/' + folderOf(pathInClient, md5) + u'/'

@@ -27,8 +27,9 @@ QString manifestName(Kind kind);
 /// Holds the patch files of both kinds.
 QString patchFolder();
 QString kindFolder(Kind kind);
-/// The old manifests of both kinds, hidden from launchers.
+/// The manifests that have been live, hidden from launchers.
 QString historyFolder();
+QString historyFolder(Kind kind);
 
 /// Where a file of the client belongs. The content's MD5 is the last folder, so
 /// another content has another address.

@@ -765,19 +765,103 @@ private slots:
         QCOMPARE(report.error.contains("2.0 MiB"), !fits);
     }
 
+    void rightsAreLookedForBeforeCopying_data()
+    {
+        QTest::addColumn<QString>("closed");
+        QTest::addColumn<QString>("changed");
+        QTest::addColumn<bool>("told");
+        const QString changed = "Data/deDE/b.mpq";
+        QTest::newRow("manifest") << "" << changed << true;
+        QTest::newRow("history") << ".halden-history/live" << changed << true;
+        QTest::newRow("folder of a file") << "wow-client-patch/live/Data/deDE" << changed << true;
+        QTest::newRow("folder in which one is made") << "wow-client-patch/live"
+                                                     << "Interface/c.mpq" << true;
+        // Another admin's, in which nothing is to be done.
+        QTest::newRow("elsewhere") << "wow-client-patch/live/Data/deDE"
+                                   << "Data/a.mpq" << false;
+    }
+
+    /// A source file that cannot be read shows which comes first.
     void rightsAreLookedForBeforeCopying()
     {
+        QFETCH(QString, closed);
+        QFETCH(QString, changed);
+        QFETCH(bool, told);
         putThree();
-        QDir().mkpath(server("wow-client-patch/live"));
-        const QString folder = server();
+        published();
+        put(changed, "second");
+        put("Data/unreadable.mpq", "x");
+        QFile::setPermissions(source("Data/unreadable.mpq"), {});
+        const QString folder = server(closed);
         QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);
-        StandingClock clock(QDateTime::currentDateTimeUtc());
+        StandingClock clock(QDateTime::currentDateTimeUtc().addDays(1));
         BuildReport report;
         const ExitCode code = build(request(), clock, report);
         QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QCOMPARE(code, ExitCode::InputOutput);
-        QVERIFY2(report.error.contains("cannot be written"), qPrintable(report.error));
-        QCOMPARE(filesBelow(server()).size(), 0);
+        QCOMPARE(report.error.startsWith(folder + " cannot be written: "), told);
+        QCOMPARE(report.error.contains("unreadable.mpq"), !told);
+    }
+
+    void diskBelowTheServerFolderIsLookedAt_data()
+    {
+        QTest::addColumn<QString>("place");
+        QTest::addColumn<int>("size");
+        QTest::addColumn<QString>("told");
+        QTest::newRow("patch files, too large")
+            << "wow-client-patch" << (2 << 20) << "/wow-client-patch has no room";
+        QTest::newRow("patch files, fit") << "wow-client-patch" << 1000 << "";
+        QTest::newRow("one kind's alone")
+            << "wow-client-patch/live" << 1000 << "/wow-client-patch/live lies on another disk";
+        QTest::newRow("nothing") << "other" << (2 << 20) << "";
+    }
+
+    /// Patch files may lie on a disk of their own.
+    void diskBelowTheServerFolderIsLookedAt()
+    {
+        HALDEN_NEEDS_SMALL_DISK();
+        QFETCH(QString, place);
+        QFETCH(int, size);
+        QFETCH(QString, told);
+        // Of another size each time, by which the settings layer goes.
+        put("Data/" + QString(place).replace('/', '-'), QByteArray(size, 'x'));
+        const QString disk = "/small/disk";
+        QDir().mkpath(disk);
+        QDir().mkpath(QFileInfo(server(place)).path());
+        QVERIFY(QFile::link(disk, server(place)));
+        StandingClock clock(QDateTime::currentDateTimeUtc());
+        BuildReport report;
+        const ExitCode code = build(request(), clock, report);
+        QDir(disk).removeRecursively();
+        QVERIFY(QFile::remove(server(place)));
+        QVERIFY2(report.error.isEmpty() == told.isEmpty(), qPrintable(report.error));
+        QVERIFY2(report.error.contains(told), qPrintable(report.error));
+        QCOMPARE(code, told.isEmpty() ? ExitCode::Fine : ExitCode::InputOutput);
+    }
+
+    /// The manifest goes to the server folder's own disk.
+    void roomForTheManifestIsLookedFor()
+    {
+        HALDEN_NEEDS_SMALL_DISK();
+        put("Data/a.mpq", "x");
+        BuildRequest small = request();
+        small.server = "/small/server";
+        const QString patches = ApplicationFolder::path("patches");
+        QDir().mkpath(small.server);
+        QDir().mkpath(patches);
+        QVERIFY(QFile::link(patches, small.server + "/wow-client-patch"));
+        QFile filler("/small/filler");
+        QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        while (filler.write(QByteArray(4096, 'x')) > 0) { }
+        filler.close();
+        StandingClock clock(QDateTime::currentDateTimeUtc());
+        BuildReport report;
+        const ExitCode code = build(small, clock, report);
+        filler.remove();
+        QVERIFY(QFile::remove(small.server + "/wow-client-patch"));
+        QDir(small.server).removeRecursively();
+        QCOMPARE(code, ExitCode::InputOutput);
+        QVERIFY2(report.error.startsWith("/small/server has no room"), qPrintable(report.error));
     }
 
     void unreadableSourceIsTold()
