@@ -351,10 +351,9 @@ private:
     void pruneFile(const QFileInfo& info, const QString& path)
     {
         const qint64 size = info.size();
-        if (request.dryRun || QFile::remove(info.filePath()))
+        const QString error = request.dryRun ? QString() : FileWork::remove(info.filePath());
+        if (attempt(error))
             report.pruned.append({ path, size });
-        else
-            attempt(u"%1 cannot be removed"_s.arg(info.filePath()));
     }
 
     static void removeEmptyFolders(const QString& folder)

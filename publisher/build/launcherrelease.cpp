@@ -108,7 +108,7 @@ private:
         const FileWork::Digest written = FileWork::copy(source, copy, nullptr);
         QString error = written.error;
         if (error.isEmpty() && written.md5 != md5)
-            error = u"%1 was changed while it was being published"_s.arg(source);
+            error = FileWork::changedMeanwhile(source);
         if (error.isEmpty() && request.flush)
             error = FileWork::flush(copy);
         if (error.isEmpty())

@@ -39,12 +39,6 @@ QList<qsizetype> largestFirst(const QList<StagedFile>& items)
     return order;
 }
 
-QString changedMeanwhile(const SourceFile& file)
-{
-    return u"%1 was changed while it was being published; nothing has been published"_s.arg(
-        file.path);
-}
-
 } // namespace
 
 QString StagedFile::serverPath(Kind kind) const
@@ -123,7 +117,7 @@ void Staging::take(StagedFile& item, const FileWork::Digest& digest)
     item.error = digest.error;
     const bool sameContent = item.md5.isEmpty() || item.md5 == digest.md5;
     if (digest.error.isEmpty() && !(digest.steady && sameContent))
-        item.error = changedMeanwhile(item.file);
+        item.error = FileWork::changedMeanwhile(item.file.path);
     item.md5 = digest.md5;
     item.file.stamp = digest.stamp;
 }

@@ -161,9 +161,11 @@ QString faultOf(const QCommandLineParser& parser)
     const QString source = QFileInfo(folders.at(0)).canonicalFilePath();
     const QString server = QDir::cleanPath(QFileInfo(folders.at(1)).absoluteFilePath());
     if (source.isEmpty() || !QFileInfo(source).isDir())
-        return u"there is no folder \"%1\""_s.arg(folders.at(0));
+        return u"there is no folder \"%1\"; name the source, which is laid out as the client"_s.arg(
+            folders.at(0));
     if (isInside(source, server) || isInside(server, source))
-        return u"the source folder and the server folder must not lie in each other"_s;
+        return u"the source folder and the server folder must not lie in each other; name two "
+               "that stand apart"_s;
     return {};
 }
 

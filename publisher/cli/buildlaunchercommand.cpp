@@ -19,12 +19,13 @@ namespace {
 QString faultOf(const QCommandLineParser& parser)
 {
     if (parser.positionalArguments().size() != 1)
-        return u"give the server folder"_s;
+        return u"give the server folder, the one that the web server serves"_s;
     for (const QString& option : { u"launcher"_s, u"updater"_s }) {
         if (!parser.isSet(option))
             return u"give --%1 FILE"_s.arg(option);
         if (!QFileInfo(parser.value(option)).isFile())
-            return u"there is no file \"%1\""_s.arg(parser.value(option));
+            return u"there is no file \"%1\"; name the program with --%2"_s.arg(
+                parser.value(option), option);
     }
     return {};
 }

@@ -80,7 +80,7 @@ std::optional<Request> readRequest(const QCommandLineParser& parser, Output& out
     if (!options.fault().isEmpty())
         output.error(options.fault());
     else if (request.manifests.isEmpty())
-        output.error(u"name a server tree, or a manifest"_s);
+        output.error(u"which server tree, or which manifest? Name one, or several"_s);
     else
         return request;
     return std::nullopt;

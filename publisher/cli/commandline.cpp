@@ -17,6 +17,14 @@ namespace {
 
 constexpr QLatin1StringView programName("halden-publish");
 
+QString namesOfCommands()
+{
+    QStringList names;
+    for (const Command* command : allCommands)
+        names.append(command->name);
+    return names.join(", "_L1);
+}
+
 QString overview()
 {
     QString text = u"usage: %1 COMMAND [OPTION...]\n\n"_s.arg(programName)
@@ -88,9 +96,9 @@ ExitCode runCommandLine(const QStringList& arguments, QIODevice& result, QIODevi
     if (arguments.contains("--json"_L1))
         output.setForm(Output::Form::Json);
     if (word.isEmpty() || word == "--json"_L1)
-        output.error(u"give a command"_s);
+        output.error(u"give a command, one of %1"_s.arg(namesOfCommands()));
     else
-        output.error(u"there is no command \"%1\""_s.arg(word));
+        output.error(u"there is no command \"%1\"; give one of %2"_s.arg(word, namesOfCommands()));
     messages.write(overview().toUtf8());
     output.finish(ExitCode::Usage);
     return ExitCode::Usage;

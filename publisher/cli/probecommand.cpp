@@ -50,7 +50,8 @@ std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output
     const QString scheme = request.baseUrl.scheme();
     if (!request.baseUrl.isValid() || request.baseUrl.host().isEmpty()
         || (scheme != "https"_L1 && scheme != "http"_L1)) {
-        output.error("\""_L1 + arguments.first() + "\" is no web address"_L1);
+        output.error(u"\"%1\" is no web address; give one such as https://download.example/"_s.arg(
+            arguments.first()));
         return std::nullopt;
     }
     if (!FindingReport::acceptsKnownOnly(parser, output))

@@ -238,11 +238,24 @@ void removeDrafts(const QString& folder)
         QFile::remove(draft.filePath());
 }
 
+QString remove(const QString& path)
+{
+    std::error_code error;
+    std::filesystem::remove(native(path), error);
+    return error ? sentence(u"%1 cannot be removed"_s.arg(path), error) : QString();
+}
+
 QString replace(const QString& path, const QString& target)
 {
     std::error_code error;
     std::filesystem::rename(native(path), native(target), error);
     return error ? sentence(target, error) : QString();
+}
+
+QString changedMeanwhile(const QString& path)
+{
+    return u"%1 was changed while it was being published; nothing has been published. Let nobody "
+           "write to it, and run the same command again"_s.arg(path);
 }
 
 QString linkOrCopy(const QString& file, const QString& name, const QString& md5)
@@ -253,8 +266,7 @@ QString linkOrCopy(const QString& file, const QString& name, const QString& md5)
         return {};
     const Digest digest = copy(file, name, nullptr);
     if (digest.error.isEmpty() && digest.md5 != md5)
-        return u"%1 was changed while it was being published; nothing has been published"_s.arg(
-            file);
+        return changedMeanwhile(file);
     return digest.error;
 }
 

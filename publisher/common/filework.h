@@ -46,8 +46,12 @@ QString createFolder(const QString& path);
 QString draftOf(const QString& target);
 /// Removes drafts from a folder whose makers have died.
 void removeDrafts(const QString& folder);
+QString remove(const QString& path);
 /// Renames a file onto another one, which it replaces at one blow.
 QString replace(const QString& path, const QString& target);
+
+/// The failure of a file that does not keep still.
+QString changedMeanwhile(const QString& path);
 
 /// Gives a file a second name, or makes a copy of it where the file system has one
 /// name for each; the copy must have this MD5.

@@ -400,7 +400,9 @@ void Probe::askFilesOf(Kind kind, const QByteArray& manifest)
     const QString name = ServerLayout::manifestName(kind);
     QTemporaryFile file;
     if (!file.open() || file.write(manifest) != manifest.size() || !file.flush()) {
-        trouble = u"%1 cannot be looked at: %2"_s.arg(name, file.errorString());
+        trouble = u"%1 cannot be looked at: %2. Make room in the folder for temporary files, or "
+                  "give yourself the right to it, or name another one in TMPDIR"_s.arg(
+                      name, file.errorString());
         return;
     }
     found += CheckReading::findings(file.fileName(), name);

@@ -337,6 +337,7 @@ private slots:
         QCOMPARE(probed.code, ExitCode::InputOutput);
         QVERIFY2(
             probed.messages.contains("patch.ini cannot be looked at"), qPrintable(probed.messages));
+        QVERIFY2(probed.messages.contains("another one in TMPDIR"), qPrintable(probed.messages));
     }
 #endif
 

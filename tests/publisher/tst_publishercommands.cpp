@@ -93,15 +93,16 @@ private slots:
         const auto row = [&](const char* name, const QStringList& arguments, const char* said) {
             QTest::newRow(name) << arguments << said;
         };
-        row("nothing", {}, "usage:");
-        row("unknown command", { "publish" }, "no command \"publish\"");
+        row("nothing", {}, "give a command, one of build, build-launcher, check, probe");
+        row("unknown command", { "publish" }, "no command \"publish\"; give one of build,");
         row("unknown option", { "build", from, to, "--fast" }, "fast");
         row("option without its value", { "build", from, to, "--kind" }, "kind");
         row("no server folder", { "build", from }, "source folder and the server folder");
         row("three folders", { "build", from, to, to }, "source folder and the server folder");
-        row("no source", { "build", from + "/missing", to }, "there is no folder");
-        row("source is a file", { "build", from + "/Data/a.mpq", to }, "there is no folder");
-        row("server in the source", { "build", from, from + "/server" }, "in each other");
+        row("no source", { "build", from + "/missing", to }, "name the source");
+        row("source is a file", { "build", from + "/Data/a.mpq", to }, "name the source");
+        row("server in the source", { "build", from, from + "/server" },
+            "name two that stand apart");
         row("source in the server", { "build", from + "/Data", from }, "in each other");
         row("the same folder", { "build", from, from + "/." }, "in each other");
         row("unknown kind", { "build", from, to, "--kind", "both" }, "--kind");
@@ -116,7 +117,24 @@ private slots:
         row("no updater", { "build-launcher", to, "--launcher", "/bin/true" }, "--updater");
         row("launcher missing",
             { "build-launcher", to, "--launcher", "/missing", "--updater", "/bin/true" },
-            "no file \"/missing\"");
+            "no file \"/missing\"; name the program with --launcher");
+        row("nothing to check", { "check" }, "Name one, or several");
+        row("no server to ask", { "probe" }, "Name one address");
+        row("a bare name to ask", { "probe", "a.example" }, "give one such as https://");
+        row("days in words", { "probe", "--days", "many", "https://a/" }, "a number of days");
+        for (const char* command : { "history", "promote" })
+            row(qPrintable(QString("%1 of nothing").arg(command)), { command },
+                "the one that build publishes into");
+        for (const char* command : { "show", "rollback" })
+            row(qPrintable(QString("%1 of no number").arg(command)), { command, from },
+                "the number of a publication, which history lists");
+        for (const char* command : { "history", "promote" })
+            row(qPrintable(QString("%1 where nothing is").arg(command)), { command, to },
+                "name the one that build publishes into");
+        row("history of an unknown kind", { "history", from, "--kind", "both" },
+            "--kind is live or test");
+        row("show what is not there", { "show", from, "1" }, "halden-publish history lists them");
+        row("promote what is not there", { "promote", from }, "build --kind test makes one");
     }
 
     void refusesAWrongCommandLine()
@@ -128,6 +146,40 @@ private slots:
         QVERIFY2(run.messages.contains(said), qPrintable(run.messages));
         QCOMPARE(run.text, QString());
         QVERIFY(!QFileInfo::exists(server()));
+    }
+
+    void refusesWrongSwitchesOfARepublication_data()
+    {
+        QTest::addColumn<QStringList>("switches");
+        QTest::newRow("dropped files in words") << QStringList{ "--yes-remove", "all" };
+        QTest::newRow("less than no dropped files") << QStringList{ "--yes-remove=-1" };
+        QTest::newRow("no jobs") << QStringList{ "--jobs", "0" };
+    }
+
+    void refusesWrongSwitchesOfARepublication()
+    {
+        QFETCH(QStringList, switches);
+        publishedBefore();
+        const QString option = switches.first().section('=', 0, 0);
+        const CommandRun run(QStringList{ "rollback", server(), "1" } + switches);
+        QCOMPARE(run.code, ExitCode::Usage);
+        QVERIFY2(run.messages.contains(option + " is "), qPrintable(run.messages));
+    }
+
+    /// What nobody can foresee is told with its way out.
+    void fileThatCannotBePrunedIsTold()
+    {
+        publishedBefore();
+        const QString folder = QFileInfo(server(placeOf("Data/a.mpq"))).path();
+        put("Data/a.mpq", "second a");
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);
+        const CommandRun run(
+            { "build", source(), server(), "--no-flush", "--prune", "--keep", "1" });
+        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QCOMPARE(run.code, ExitCode::InputOutput);
+        QVERIFY2(
+            run.messages.contains("a.mpq cannot be removed: Permission denied. Give yourself"),
+            qPrintable(run.messages));
     }
 
     void buildTellsPeople()

@@ -109,6 +109,15 @@ private slots:
             << QStringList("Data/x.mpq") << QStringList("Interface/y") << "removal-second-name";
     }
 
+    void slashAtTheEndIsNamed()
+    {
+        const SourceTree tree = SourceTree::scan(source());
+        const RemovalPlan plan = RemovalPlan::make({ { "WTF/" }, {}, 4 }, tree, '\\');
+        const QString reason = plan.refusals.at(0).reason;
+        QVERIFY2(reason.contains("ends in a slash"), qPrintable(reason));
+        QVERIFY2(reason.contains("--remove-folder"), qPrintable(reason));
+    }
+
     void refuses()
     {
         QFETCH(QStringList, files);
