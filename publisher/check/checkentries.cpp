@@ -4,7 +4,6 @@
 #include "publisher/common/names.h"
 #include "publisher/common/placeholder.h"
 #include "publisher/common/serverlayout.h"
-#include "update/patchlayout.h"
 
 #include <QHash>
 #include <QRegularExpression>
@@ -256,14 +255,15 @@ private:
 
     void checkUrl()
     {
-        if (!entry.name.isEmpty() && ServerLayout::statedPath(manifest.kind, entry).isEmpty())
-            add(FindingId::UrlChanged,
-                "The launcher asks for "_L1
-                    + PatchLayout::patchFile(
-                          u"https://…/"_s, ServerLayout::word(manifest.kind), entry)
-                          .toString()
-                    + ", which is not where \""_L1 + entry.urlOffset + u'/' + entry.name
-                    + "\" lies."_L1);
+        if (entry.name.isEmpty() || !ServerLayout::statedPath(manifest.kind, entry).isEmpty())
+            return;
+        const QString asked = ServerLayout::askedPath(manifest.kind, entry);
+        const QString meant
+            = QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
+        add(FindingId::UrlChanged,
+            "The launcher asks for "_L1
+                + (asked.isEmpty() ? u"nothing of the kind"_s : u'"' + asked + u'"')
+                + ", which is not where \""_L1 + meant + "\" lies."_L1);
     }
 
     const CheckedManifest& manifest;

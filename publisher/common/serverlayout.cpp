@@ -3,6 +3,8 @@
 #include "update/launcherfiles.h"
 #include "update/patchlayout.h"
 
+#include <QDir>
+
 using namespace Qt::StringLiterals;
 
 namespace Publisher {
@@ -103,16 +105,14 @@ QString askedPath(Kind kind, const PatchManifestEntry& entry)
 
 QString statedPath(Kind kind, const PatchManifestEntry& entry)
 {
-    const QUrl url = addressOf(kind, entry);
     const QString stated = kindFolder(kind) + u'/'
         + QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
-    const bool whole
-        = url.isValid() && !url.hasQuery() && !url.hasFragment() && url.host() == anyServer.host();
-    const QString path = QUrl::fromPercentEncoding(url.path(QUrl::FullyEncoded).toUtf8());
-    if (!whole || path != u'/' + stated || stated.contains(u'\\')
+    // Doubled slashes and single dots mean nothing to a server.
+    const QString asked = QDir::cleanPath(askedPath(kind, entry));
+    if (asked != QDir::cleanPath(stated) || stated.contains(u'\\')
         || stated.split(u'/').contains(".."_L1))
         return {};
-    return stated;
+    return asked;
 }
 
 } // namespace ServerLayout

@@ -45,8 +45,8 @@ QByteArray pathOnTheWire(const QUrl& url);
 /// What launchers ask for on behalf of an entry: percents and dots are resolved.
 /// Empty where `pathOnTheWire()` is.
 QString askedPath(Kind kind, const PatchManifestEntry& entry);
-/// What the entry says in so many words; empty where its address would not lead
-/// there, for instance because the name itself holds percents.
+/// What the entry says in so many words, without detours; empty where its address
+/// would not lead there, for instance because the name itself holds percents.
 QString statedPath(Kind kind, const PatchManifestEntry& entry);
 
 } // namespace ServerLayout

@@ -10,6 +10,7 @@
 #include <QJsonObject>
 #include <QSet>
 #include <QSettings>
+#include <QUrl>
 
 using namespace TestSupport;
 using namespace Publisher;
@@ -126,12 +127,70 @@ private slots:
         QCOMPARE(shown, paths);
     }
 
+    void tellsWhatIsAskedForInstead_data()
+    {
+        QTest::addColumn<QString>("urlOffset");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("told");
+        const QString nothing = "asks for nothing of the kind, ";
+        QTest::newRow("cut") << "Data"
+                             << "a#b" << nothing;
+        QTest::newRow("percents after a folder's") << "a%23b"
+                                                   << "100%.txt"
+                                                   << "a%23b/100%.txt\", which is not where "
+                                                      "\"a#b/100%.txt\" lies";
+        QTest::newRow("percents that read as a code")
+            << "Data"
+            << "a%41"
+            << "asks for \"wow-client-patch/live/Data/aA\", ";
+        // Qt 6.4 takes such a folder out of an address, Qt 6.8 does not.
+        const QUrl dotted("https://download.test/Data/.c/x");
+        if (dotted.adjusted(QUrl::NormalizePathSegments).path() != "/Data/.c/x")
+            QTest::newRow("folder of a dot and a letter")
+                << "Data/.c"
+                << "x"
+                << "asks for \"wow-client-patch/live/Data//x\", ";
+    }
+
+    void tellsWhatIsAskedForInstead()
+    {
+        QFETCH(QString, urlOffset);
+        QFETCH(QString, name);
+        QFETCH(QString, told);
+        const QStringList rows
+            = count(1) + file(1, name, "") + QStringList{ "file1-urlOffset=\"" + urlOffset + '"' };
+        const QJsonObject json = run({ "--json", manifest(rows) }).json;
+        QCOMPARE(found(json), QStringList("url-changed@1"));
+        const QString text = json["findings"][0]["text"].toString();
+        QVERIFY2(text.contains(told), qPrintable(text));
+    }
+
     void missingManifestNamesTheCommand()
     {
         QDir().mkpath(ApplicationFolder::path("server"));
         const CommandRun checked = run({ ApplicationFolder::path("server") });
         QVERIFY2(checked.text.contains("[manifest-missing]\n    "), qPrintable(checked.text));
         QVERIFY2(checked.text.contains("`halden-publish build`"), qPrintable(checked.text));
+    }
+
+    void whatIsMissingNamesTheCommand_data()
+    {
+        QTest::addColumn<FindingId>("id");
+        QTest::addColumn<QString>("command");
+        QTest::newRow("manifest") << FindingId::ManifestMissing << "`halden-publish build`";
+        QTest::newRow("patch file") << FindingId::FileMissing << "`halden-publish build`";
+        QTest::newRow("patch file in the tree")
+            << FindingId::FileNotPublished << "`halden-publish build`";
+        QTest::newRow("launcher") << FindingId::LauncherFileMissing
+                                  << "`halden-publish build-launcher`";
+    }
+
+    void whatIsMissingNamesTheCommand()
+    {
+        QFETCH(FindingId, id);
+        QFETCH(QString, command);
+        const QString wayOut = Finding{ id, {}, 0, {} }.wayOut();
+        QVERIFY2(wayOut.contains(command), qPrintable(wayOut));
     }
 
     void finds_data()

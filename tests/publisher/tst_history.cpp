@@ -210,7 +210,7 @@ private slots:
     {
         put("Data/same.mpq", "same");
         publish("one");
-        publish("second", {}, "test");
+        publish("second", {}, Kind::Test);
         publish("third");
         const QJsonObject back = rollback(1, { "--dry-run" }).json;
         QCOMPARE(back["bytesToUpdate"].toInt(), 2 * 3);
@@ -392,7 +392,7 @@ private slots:
         const auto publishAlone = [](const QString& path, const QString& kind) {
             QDir(source()).removeRecursively();
             put(path, "x");
-            publish("one", {}, kind);
+            publish("one", {}, *ServerLayout::kindOf(kind));
         };
         publishAlone(first, "live");
         const QByteArray old = live();
