@@ -1,9 +1,11 @@
 #include "app/constants.h"
 #include "tests/chain/community.h"
+#include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 
 #include <QDateTime>
+#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QSignalSpy>
@@ -26,6 +28,9 @@ private slots:
     void initTestCase()
     {
         community.publish();
+        // Of a publisher that is at work.
+        for (const char* path : { "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock" })
+            TestSupport::writeFile(community.path(path), "x");
         community.start();
     }
 
@@ -72,6 +77,25 @@ private slots:
         const auto reply = get(request);
         QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), status);
         QCOMPARE(reply->header(QNetworkRequest::ContentTypeHeader).toString(), contentType);
+    }
+
+    void keepsToItselfWhatIsThePublishers_data()
+    {
+        QTest::addColumn<QString>("path");
+        for (const QString path :
+             { ".halden-history", ".halden-history/", ".halden-history/live/1.ini",
+               ".halden-history/live/1.json", ".halden-history/test/1.ini",
+               "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock" })
+            QTest::newRow(qPrintable(path)) << path;
+    }
+
+    /// It is there, and would be served under any other name.
+    void keepsToItselfWhatIsThePublishers()
+    {
+        QFETCH(QString, path);
+        QVERIFY2(QFileInfo::exists(community.path(path)), qPrintable(path));
+        const auto reply = get(QNetworkRequest(QUrl(downloadBaseUrl + path)));
+        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 404);
     }
 
     void informationTextIsServedByTheWebHost()
