@@ -121,7 +121,8 @@ private slots:
         row("nothing to check", { "check" }, "Name one, or several");
         row("no server to ask", { "probe" }, "Name one address");
         row("a bare name to ask", { "probe", "a.example" }, "give one such as https://");
-        row("days in words", { "probe", "--days", "many", "https://a/" }, "a number of days");
+        row("days in words", { "probe", "--days", "many", "https://a/" },
+            "--days is a number from 0");
         for (const char* command : { "history", "promote" })
             row(qPrintable(QString("%1 of nothing").arg(command)), { command },
                 "the one that build publishes into");
