@@ -6,6 +6,9 @@
 
 #include <QFileInfo>
 
+#include <filesystem>
+#include <system_error>
+
 using namespace TestSupport;
 using namespace Publisher;
 
@@ -103,6 +106,12 @@ QString placeOf(const QString& relativePath, const QString& kind)
     const QString name = relativePath.section('/', -1);
     return "wow-client-patch/" + kind + '/' + (folder.isEmpty() ? last : folder + '/' + last) + '/'
         + name;
+}
+
+bool isSameFile(const QString& one, const QString& other)
+{
+    std::error_code error;
+    return std::filesystem::equivalent(one.toStdU16String(), other.toStdU16String(), error);
 }
 
 QDateTime dateOf(const QString& path)

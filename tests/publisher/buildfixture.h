@@ -48,6 +48,9 @@ Publisher::BuildReport published();
 /// server folder.
 QString placeOf(const QString& relativePath, const QString& kind = "live");
 
+/// Whether two names are names of one file; false where one of them is nobody's.
+bool isSameFile(const QString& one, const QString& other);
+
 QDateTime dateOf(const QString& path);
 void setDate(const QString& path, const QDateTime& date);
 

@@ -13,9 +13,11 @@
 #include <QRegularExpression>
 
 #include <cerrno>
+#ifndef Q_OS_WIN
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#endif
 
 using namespace TestSupport;
 using namespace BuildFixture;
@@ -25,11 +27,13 @@ namespace {
 
 const QString manifest = "patch.ini";
 
+#ifndef Q_OS_WIN
 ino_t numberOf(const QString& path)
 {
     struct stat status { };
     return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_ino : 0;
 }
+#endif
 
 /// Overwrites bytes without a change of size or date: what an evil or broken
 /// machine does, and what no look at size and date can find.
@@ -40,11 +44,13 @@ void damage(const QString& path, const QByteArray& content)
     setDate(path, date);
 }
 
+#ifndef Q_OS_WIN
 mode_t modeOf(const QString& path)
 {
     struct stat status { };
     return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
+#endif
 
 void putThree()
 {
@@ -55,6 +61,7 @@ void putThree()
 
 } // namespace
 
+#ifndef Q_OS_WIN
 /// With which locking a folder fails; 0 for not at all.
 static int errorOfLocking = 0;
 
@@ -66,6 +73,7 @@ extern "C" int flock(int handle, int operation)
     errno = errorOfLocking;
     return -1;
 }
+#endif
 
 class tst_Build : public QObject {
     Q_OBJECT
@@ -295,6 +303,7 @@ private slots:
         }
     }
 
+#ifndef Q_OS_WIN // rights are no bits there
     /// Files that another admin has published are his, and may be written by no one
     /// else.
     void rollBackLeavesWhatIsInPlaceAlone()
@@ -340,6 +349,7 @@ private slots:
              folder = folder.section('/', 0, -2))
             QTEST(int(modeOf(server(folder))), "modeOfFolders");
     }
+#endif
 
     void manyFilesAreDroppedOnlyOnAWord_data()
     {
@@ -522,7 +532,7 @@ private slots:
         putThree();
         published();
         const QString copy = server(placeOf("Data/a.mpq"));
-        QVERIFY(numberOf(copy) != numberOf(source("Data/a.mpq")));
+        QVERIFY(!isSameFile(copy, source("Data/a.mpq")));
         QFile edited(source("Data/a.mpq"));
         QVERIFY(edited.open(QIODevice::ReadWrite));
         edited.write("EDITED");
@@ -530,6 +540,7 @@ private slots:
         QCOMPARE(readFile(copy), QByteArray("first a"));
     }
 
+#ifndef Q_OS_WIN // the C library tells no numbers of files there
     void onlyWhatChangedIsCopied()
     {
         putThree();
@@ -539,6 +550,7 @@ private slots:
         published();
         QCOMPARE(numberOf(server(placeOf("Data/a.mpq"))), number);
     }
+#endif
 
     void damagedCopyIsRepaired()
     {
@@ -607,6 +619,7 @@ private slots:
         QCOMPARE(pathsOf(report.added), QStringList({ "Data/deDE/b.mpq", "patched_wow.exe" }));
     }
 
+#ifndef Q_OS_WIN // there is no file of such a name there
     void refusalPublishesNothing()
     {
         putThree();
@@ -620,6 +633,7 @@ private slots:
         QCOMPARE(idsOf(report.refusals), QStringList("name-not-for-windows"));
         QCOMPARE(servedFiles(), before);
     }
+#endif
 
     void removalsStandInFront()
     {
@@ -638,6 +652,7 @@ private slots:
         QCOMPARE(pathsOf(again.removed), QStringList());
     }
 
+#ifndef Q_OS_WIN // the lock is a file of the toolkit's there
     void lockThatIsNotToBeHadIsTold_data()
     {
         QTest::addColumn<int>("error");
@@ -674,6 +689,7 @@ private slots:
         QCOMPARE(code, ExitCode::InputOutput);
         QVERIFY2(report.error.contains("Permission denied"), qPrintable(report.error));
     }
+#endif
 
     void secondPublisherIsTurnedAway()
     {
@@ -687,6 +703,7 @@ private slots:
         QVERIFY2(report.error.contains("another halden-publish"), qPrintable(report.error));
     }
 
+#ifndef Q_OS_WIN // a folder cannot be closed for its own owner there
     void failureLeavesTheOldPublication_data()
     {
         QTest::addColumn<QString>("readOnly");
@@ -715,6 +732,7 @@ private slots:
             QCOMPARE(readFile(server(file.key())), file.value());
         QCOMPARE(published().unchanged, 2);
     }
+#endif
 
     void fullDiskLeavesTheOldPublication()
     {
@@ -731,7 +749,11 @@ private slots:
         QMap<QString, QByteArray> after = filesBelow(small.server);
         QDir(small.server).removeRecursively();
         QCOMPARE(code, ExitCode::InputOutput);
+#ifdef Q_OS_WIN // the room is not seen beforehand, so that the disk itself tells
+        QVERIFY2(report.error.contains(diskFullText()), qPrintable(report.error));
+#else
         QVERIFY2(report.error.contains("No space left"), qPrintable(report.error));
+#endif
         QCOMPARE(after, before);
     }
 
@@ -741,7 +763,9 @@ private slots:
         QTest::addColumn<int>("size");
         QTest::addColumn<bool>("there");
         QTest::addColumn<bool>("fits");
+#ifndef Q_OS_WIN // Wine tells the room of the drive, whatever disk a folder of it is
         QTest::newRow("too large") << (2 << 20) << false << false;
+#endif
         QTest::newRow("fits") << (400 << 10) << false << true;
         QTest::newRow("there already") << (600 << 10) << true << true;
     }
@@ -765,6 +789,7 @@ private slots:
         QCOMPARE(report.error.contains("2.0 MiB"), !fits);
     }
 
+#ifndef Q_OS_WIN // the same
     void rightsAreLookedForBeforeCopying_data()
     {
         QTest::addColumn<QString>("closed");
@@ -874,6 +899,7 @@ private slots:
         QVERIFY2(report.error.contains("Data/a.mpq"), qPrintable(report.error));
         QVERIFY(!QFileInfo::exists(server(manifest)));
     }
+#endif
 
     void manyFilesOnManyThreads()
     {

@@ -244,6 +244,7 @@ private slots:
         QCOMPARE(found(run({ "--json", server }).json), findings);
     }
 
+#ifndef Q_OS_WIN // a file cannot be closed for its own owner there
     void unreadableFileInTheTree()
     {
         const QString server = ApplicationFolder::path("server");
@@ -255,6 +256,7 @@ private slots:
             found(run({ "--json", "--tree", server, manifestPath }).json),
             QStringList{ "file-not-published@1" });
     }
+#endif
 
     void serverTreeWithoutManifest()
     {
@@ -466,8 +468,10 @@ private:
             { "value-misread@2", "value-misread@2", "hash-missing@2" });
         add("yes is no boolean... and no is true",
             sound + file(2, "a.mpq") + QStringList{ "file2-save=no" }, { "boolean-misread@2" });
+#ifndef Q_OS_WIN // where the toolkit tells no capitals in keys
         add("misspelt key", sound + file(2, "a.mpq") + QStringList{ "file2-Hash=x" },
             { "key-unknown@2" });
+#endif
         add("padded number", sound + file(2, "a.mpq") + QStringList{ "file02=x" },
             { "key-unknown@2" });
         add("key in a section",

@@ -88,7 +88,9 @@ private slots:
         QTest::addColumn<bool>("keepsDate");
         QTest::newRow("size") << QByteArray("xx") << true;
         QTest::newRow("date") << QByteArray("y") << false;
+#ifndef Q_OS_WIN // which tells no date of change that nobody can set
         QTest::newRow("date set back") << QByteArray("y") << true;
+#endif
     }
 
     void fileThatLooksDifferentIsUnknown()

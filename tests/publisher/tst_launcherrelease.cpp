@@ -199,6 +199,7 @@ private slots:
         QVERIFY(!QFileInfo::exists(server()));
     }
 
+#ifndef Q_OS_WIN // a folder cannot be closed for its own owner there
     void failureLeavesTheOldPrograms()
     {
         QCOMPARE(run(), ExitCode::Fine);
@@ -211,6 +212,7 @@ private slots:
         QVERIFY(!report.error.isEmpty());
         QCOMPARE(filesBelow(server()), before);
     }
+#endif
 
     void fullDiskLeavesTheOldPrograms()
     {
@@ -221,7 +223,7 @@ private slots:
         const QMap<QString, QByteArray> before = filesBelow(small.server);
         makeProgram("launcher", QByteArray(2 << 20, 'x'));
         QCOMPARE(run(small), ExitCode::InputOutput);
-        QVERIFY2(report.error.contains("No space left"), qPrintable(report.error));
+        QVERIFY2(report.error.contains(diskFullText()), qPrintable(report.error));
         QCOMPARE(filesBelow(small.server), before);
         QDir(small.server).removeRecursively();
     }

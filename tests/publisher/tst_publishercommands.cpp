@@ -14,6 +14,8 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <cerrno>
+
 using namespace TestSupport;
 using namespace BuildFixture;
 using namespace Publisher;
@@ -277,7 +279,7 @@ private slots:
     {
         const CommandRun run({ "build", source(), server(), "--removals", source("missing") });
         QCOMPARE(run.code, ExitCode::InputOutput);
-        QVERIFY2(run.messages.contains("No such file"), qPrintable(run.messages));
+        QVERIFY2(run.messages.contains(qt_error_string(ENOENT)), qPrintable(run.messages));
         QVERIFY2(run.messages.contains("--removals"), qPrintable(run.messages));
     }
 
@@ -335,6 +337,7 @@ private slots:
         QVERIFY(manifest.contains("file5-dirOnly=true"));
     }
 
+#ifndef Q_OS_WIN // there is no file of such a name there
     void refusalsAreFindings()
     {
         put("con.mpq", "x");
@@ -350,6 +353,7 @@ private slots:
         QCOMPARE(refusal["path"].toString(), QString("con.mpq"));
         QVERIFY(refusal["reason"].toString().contains("device"));
     }
+#endif
 
     void failuresAreInputOutput()
     {
@@ -390,6 +394,7 @@ private slots:
             QVERIFY2(run.messages.contains(identifier), qPrintable(identifier));
     }
 
+#ifndef Q_OS_WIN // there is no file of such a name there
     /// Nor may a name move the cursor of a terminal.
     void lineEndInANameStaysOnItsLine()
     {
@@ -398,6 +403,7 @@ private slots:
         QVERIFY2(run.text.startsWith("Data/a\\n\\x1b[2J.mpq: "), qPrintable(run.text));
         QCOMPARE(run.text.count('\n'), 2);
     }
+#endif
 
     /// The toolkit has its own words for a name that is none.
     void onlyOwnWordsOnStandardError()

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 #include <QtGlobal>
+
+#include <cerrno>
 
 namespace TestSupport {
 
@@ -10,6 +13,17 @@ namespace TestSupport {
 inline bool hasSmallDisk()
 {
     return qgetenv("HALDEN_ROOM") != "container";
+}
+
+/// How this system says that a disk is full.
+inline QString diskFullText()
+{
+#ifdef Q_OS_WIN
+    constexpr int full = 112; // ERROR_DISK_FULL
+#else
+    constexpr int full = ENOSPC;
+#endif
+    return qt_error_string(full);
 }
 
 } // namespace TestSupport
