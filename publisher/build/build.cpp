@@ -101,13 +101,34 @@ private:
         for (const StagedFile& item : items)
             attempt(item.error);
         if (!succeeded())
-            return;
+            return takeBack();
         compare();
         draft();
         if (!request.dryRun)
             publish();
         if (request.prune && succeeded())
             prune();
+    }
+
+    /// What has been placed, and never was live, goes again.
+    void takeBack()
+    {
+        for (const StagedFile& item : std::as_const(items)) {
+            if (!item.isPlaced)
+                continue;
+            const QString path = onServer(item.serverPath(request.kind));
+            QFile::remove(path);
+            removeEmptyFoldersAbove(path);
+        }
+    }
+
+    void removeEmptyFoldersAbove(const QString& path) const
+    {
+        const QDir any;
+        QString folder = path;
+        do
+            folder.truncate(folder.lastIndexOf(u'/'));
+        while (folder.size() > kindFolder.size() && any.rmdir(folder));
     }
 
     /// What is seen before any file is read.
@@ -183,17 +204,18 @@ private:
 
     void draft()
     {
-        manifest.entries = removals.entries;
-        for (const QString& folder : source.folders)
-            manifest.entries.append(ManifestDraft::folder(folder, request.separator));
-        for (const StagedFile& item : items)
-            manifest.entries.append(ManifestDraft::file(
+        ManifestText::Writer manifest(
+            removals.entries.size() + source.folders.size() + items.size());
+        for (const PatchManifestEntry& entry : std::as_const(removals.entries))
+            manifest.append(entry);
+        for (const QString& folder : std::as_const(source.folders))
+            manifest.append(ManifestDraft::folder(folder, request.separator));
+        for (const StagedFile& item : std::as_const(items))
+            manifest.append(ManifestDraft::file(
                 item.file.path, ServerLayout::urlOffset(item.file.path, item.md5), item.md5,
                 request.separator));
-        text = ManifestText::write(manifest.entries);
+        text = manifest.text();
         report.manifestChanged = !isLive(text);
-        if (!report.manifestChanged && !request.renew)
-            manifest = {};
     }
 
     bool isLive(const QByteArray& content) const
@@ -257,7 +279,7 @@ private:
     /// left alone: another admin may own it, and its date means nothing to launchers.
     QString place(StagedFile& item, qsizetype number) const
     {
-        if (item.inPlace)
+        if (item.inPlace || item.isPlaced)
             return {};
         const QString copy = Staging::copyOf(stagingFolder, item.copiedBy, number);
         const QString target = onServer(item.serverPath(request.kind));
@@ -278,8 +300,9 @@ private:
             .flush = request.flush,
             .isPublication = report.manifestChanged,
         };
-        return exchangeManifest(
-            exchange, clock, [this](const QString& path) { return manifest.differenceTo(path); });
+        return exchangeManifest(exchange, clock, [&exchange](const QString& path) {
+            return ManifestDraft::misreading(exchange.text, path);
+        });
     }
 
     void remember()
@@ -386,7 +409,6 @@ private:
     Publication live;
     const QHash<QString, PublishedFile>& published = live.files;
     QList<StagedFile> items;
-    ManifestDraft manifest;
     QByteArray text;
 };
 

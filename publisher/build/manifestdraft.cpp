@@ -1,5 +1,7 @@
 #include "publisher/build/manifestdraft.h"
 
+#include "publisher/common/manifesttext.h"
+
 using namespace Qt::StringLiterals;
 
 namespace Publisher {
@@ -14,7 +16,7 @@ QString misread(const QString& what)
 
 } // namespace
 
-QString pathOffsetOf(const QString& folder, QChar separator)
+QString ManifestDraft::pathOffset(const QString& folder, QChar separator)
 {
     return QString(folder).replace(u'/', separator);
 }
@@ -23,7 +25,7 @@ PatchManifestEntry ManifestDraft::folder(const QString& path, QChar separator)
 {
     return { .save = true,
              .dirOnly = true,
-             .pathOffset = pathOffsetOf(path.section(u'/', 0, -2), separator),
+             .pathOffset = pathOffset(path.section(u'/', 0, -2), separator),
              .urlOffset = {},
              .name = path.section(u'/', -1) };
 }
@@ -33,24 +35,27 @@ PatchManifestEntry ManifestDraft::file(
 {
     return { .save = true,
              .dirOnly = false,
-             .pathOffset = pathOffsetOf(path.section(u'/', 0, -2), separator),
+             .pathOffset = pathOffset(path.section(u'/', 0, -2), separator),
              .urlOffset = urlOffset,
              .name = path.section(u'/', -1),
              .hash = hash };
 }
 
-QString ManifestDraft::differenceTo(const QString& manifestPath) const
+QString ManifestDraft::misreading(QByteArrayView text, const QString& manifestPath)
 {
     const PatchManifest manifest(manifestPath);
-    if (manifest.entryCount() != entries.size())
-        return misread(
-            u"%1 entries instead of %2"_s.arg(manifest.entryCount()).arg(entries.size()));
-    for (qsizetype i = 0; i < entries.size(); ++i) {
-        const PatchManifestEntry& meant = entries.at(i);
-        if (meant != manifest.entry(i + 1))
-            return misread(u"entry %1 (\"%2\") differently"_s.arg(i + 1).arg(meant.name));
-    }
-    return {};
+    qint64 n = 0;
+    QString difference;
+    const bool isOwn = ManifestText::read(text, [&](const PatchManifestEntry& meant) {
+        ++n;
+        if (difference.isEmpty() && meant != manifest.entry(n))
+            difference = misread(u"entry %1 (\"%2\") differently"_s.arg(n).arg(meant.name));
+    });
+    if (!isOwn)
+        return misread(u"something else"_s);
+    if (manifest.entryCount() != n)
+        return misread(u"%1 entries instead of %2"_s.arg(manifest.entryCount()).arg(n));
+    return difference;
 }
 
 } // namespace Publisher

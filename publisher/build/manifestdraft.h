@@ -2,29 +2,29 @@
 
 #include "update/patchmanifest.h"
 
+#include <QByteArrayView>
 #include <QChar>
-#include <QList>
 #include <QString>
 
 namespace Publisher {
 
-/// A manifest that is about to be written.
-struct ManifestDraft {
-    QList<PatchManifestEntry> entries;
+/// What goes into a manifest that is about to be written.
+namespace ManifestDraft {
 
-    /// `path` relative to the client folder, with "/". The separator of the
-    /// players' system goes between the folders of the path offset.
-    static PatchManifestEntry folder(const QString& path, QChar separator);
-    static PatchManifestEntry
-    file(const QString& path, const QString& urlOffset, const QString& hash, QChar separator);
-
-    /// Reads a written manifest as the launcher does and tells in a sentence
-    /// what is different; empty when nothing is.
-    QString differenceTo(const QString& manifestPath) const;
-};
-
+/// `path` relative to the client folder, with "/". The separator of the players'
+/// system goes between the folders of the path offset.
+PatchManifestEntry folder(const QString& path, QChar separator);
+PatchManifestEntry
+file(const QString& path, const QString& urlOffset, const QString& hash, QChar separator);
 /// The entries' path offset for a folder of the client; empty for the client
 /// folder itself.
-QString pathOffsetOf(const QString& folder, QChar separator);
+QString pathOffset(const QString& folder, QChar separator);
+
+/// Reads a written manifest as the launcher does and tells in a sentence what is
+/// different from the text that was meant, which is one of ManifestText; empty when
+/// nothing is.
+QString misreading(QByteArrayView text, const QString& manifestPath);
+
+} // namespace ManifestDraft
 
 } // namespace Publisher

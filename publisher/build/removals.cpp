@@ -43,7 +43,7 @@ PatchManifestEntry removal(const QString& folder, bool dirOnly, QChar separator)
 {
     return { .save = false,
              .dirOnly = dirOnly,
-             .pathOffset = pathOffsetOf(folder, separator),
+             .pathOffset = ManifestDraft::pathOffset(folder, separator),
              .urlOffset = {},
              .name = vacantName };
 }

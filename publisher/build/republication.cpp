@@ -244,10 +244,8 @@ private:
     /// A manifest that was written by hand means what it has meant to launchers.
     QString differenceTo(const QString& path) const
     {
-        ManifestDraft draft;
-        const bool own = ManifestText::read(
-            text, [&](const PatchManifestEntry& entry) { draft.entries.append(entry); });
-        return own ? draft.differenceTo(path) : QString();
+        const bool isOwn = ManifestText::read(text, [](const PatchManifestEntry&) {});
+        return isOwn ? ManifestDraft::misreading(text, path) : QString();
     }
 
     const RepublicationRequest& request;

@@ -105,10 +105,44 @@ void Staging::read(StagedFile& item, const Shelf& shelf, Progress& progress) con
     const QString path = request.source + u'/' + item.file.path;
     if (request.dryRun || !isCertainlyNew(item.file) || mayHaveTwin(item.file)) {
         take(item, FileWork::hash(path, &progress));
+    } else if (item.file.size <= FileWork::mostAtOnce) {
+        readAndPlace(item, shelf, progress);
     } else {
         take(item, FileWork::copy(path, shelf.path, &progress));
         item.copiedBy = shelf.thread;
     }
+}
+
+void Staging::readAndPlace(StagedFile& item, const Shelf& shelf, Progress& progress) const
+{
+    QByteArray content;
+    take(item, FileWork::read(request.source + u'/' + item.file.path, content, &progress));
+    if (item.error.isEmpty())
+        place(item, shelf, content);
+}
+
+/// Into a folder of its content's name there is but one file to write, so that
+/// nothing has to be moved. An address that is live gets its file by renaming.
+void Staging::place(StagedFile& item, const Shelf& shelf, const QByteArray& content) const
+{
+    if (!isLive(item)) {
+        const QString target = request.server + u'/' + item.serverPath(request.kind);
+        item.error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
+        if (item.error.isEmpty())
+            item.served = FileWork::create(target, content, item.error);
+        item.isPlaced = item.served.isFile();
+    }
+    if (!item.isPlaced && item.error.isEmpty()) {
+        item.error = FileWork::write(shelf.path, content);
+        item.copiedBy = shelf.thread;
+    }
+}
+
+/// Whether launchers may be asking for it now.
+bool Staging::isLive(const StagedFile& item) const
+{
+    const auto before = published.find(item.file.path);
+    return before != published.end() && before->hash == item.md5;
 }
 
 /// What has come out of reading the source.
@@ -124,6 +158,8 @@ void Staging::take(StagedFile& item, const FileWork::Digest& digest)
 
 void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
 {
+    if (item.isPlaced)
+        return;
     const QString place = request.server + u'/' + item.serverPath(request.kind);
     item.served = FileStamp::of(place);
     item.inPlace = item.served.isFile() && hashInTree(place, item.served) == item.md5;

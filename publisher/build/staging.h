@@ -23,13 +23,9 @@ struct StagedFile {
     /// The thread that has made a copy of it, ready to be moved to its place;
     /// negative when the file is there already or nothing is to be written.
     int copiedBy = -1;
-    /// Whether a right copy was in its place before.
+    /// Whether a right copy was in its place before, or has been written there now.
     bool inPlace = false;
-    /// Whether the manifest that is live leads there.
-    bool wasLive = false;
-    /// Where it leads instead for this path, and whether to the same content.
-    QString before = {};
-    bool sameBefore = false;
+    bool isPlaced = false;
     QString error = {};
 
     /// Where it belongs, relative to the server folder.
@@ -37,7 +33,8 @@ struct StagedFile {
 };
 
 /// Hashes the source's files and copies what the server folder lacks, on all
-/// cores, into a folder beside the published files. Publishes nothing.
+/// cores, into a folder beside the published files. Small new ones go to their
+/// addresses at once, where no live manifest leads. Publishes nothing.
 class Staging {
 public:
     /// `folder` takes the copies. Everything given must outlive the object.
@@ -58,6 +55,9 @@ private:
 
     void stage(StagedFile& item, const Shelf& shelf, Progress& progress) const;
     void read(StagedFile& item, const Shelf& shelf, Progress& progress) const;
+    void readAndPlace(StagedFile& item, const Shelf& shelf, Progress& progress) const;
+    void place(StagedFile& item, const Shelf& shelf, const QByteArray& content) const;
+    bool isLive(const StagedFile& item) const;
     static void take(StagedFile& item, const FileWork::Digest& digest);
     void compareWithTree(StagedFile& item, const Shelf& shelf) const;
     bool isCertainlyNew(const SourceFile& file) const;

@@ -30,7 +30,7 @@ namespace Publisher {
 
 namespace {
 
-constexpr qint64 chunk = qint64(256) << 10; // stays in a core's own cache
+constexpr qint64 chunk = FileWork::mostAtOnce; // stays in a core's own cache
 // Less is sooner copied than shared.
 constexpr qint64 leastToShare = chunk;
 constexpr QLatin1StringView draftSuffix(".halden-publish");
@@ -165,6 +165,43 @@ Digest hash(const QString& path, Progress* progress)
     return pump(file, nullptr, progress);
 }
 
+Digest read(const QString& path, QByteArray& content, Progress* progress)
+{
+    QFile file(path);
+    if (!openToRead(file))
+        return { .md5 = {}, .error = failure(file) };
+    Digest digest{ .md5 = {}, .stamp = FileStamp::of(file) };
+    content.resize(std::clamp<qint64>(digest.stamp.size, 0, mostAtOnce));
+    qint64 got = 1;
+    qint64 done = 0;
+    for (; got > 0 && done < content.size(); done += std::max<qint64>(got, 0))
+        got = file.read(content.data() + done, content.size() - done);
+    content.truncate(done);
+    if (got < 0)
+        digest.error = failure(file);
+    digest.md5
+        = QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
+    digest.steady = done == digest.stamp.size && FileStamp::of(file) == digest.stamp;
+    if (progress != nullptr)
+        progress->addBytes(done);
+    return digest;
+}
+
+FileStamp create(const QString& path, const QByteArray& content, QString& error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered)) {
+        if (!QFileInfo::exists(path))
+            error = failure(file);
+        return {};
+    }
+    if (writeAll(file, content))
+        return FileStamp::of(file);
+    error = failure(file);
+    file.remove();
+    return {};
+}
+
 Digest copy(const QString& source, const QString& target, Progress* progress)
 {
     QFile from(source);
@@ -173,10 +210,8 @@ Digest copy(const QString& source, const QString& target, Progress* progress)
         return { .md5 = {}, .error = failure(from) };
     if (!openToWrite(to))
         return { .md5 = {}, .error = failure(to) };
-    if (from.size() <= leastToShare)
-        return pump(from, &to, progress);
     const FileStamp before = FileStamp::of(from);
-    if (!cloned(from, to)) {
+    if (before.size <= leastToShare || !cloned(from, to)) {
         reserve(to, before.size);
         return pump(from, &to, progress);
     }
@@ -211,15 +246,16 @@ QString write(const QString& path, const QByteArray& content)
 
 QString createFolder(const QString& path)
 {
-    if (QFileInfo(path).isDir())
-        return {};
-    const QString above = QFileInfo(path).path();
-    if (above != path) {
-        if (const QString error = createFolder(above); !error.isEmpty())
-            return error;
-    }
     std::error_code error;
-    if (std::filesystem::create_directory(native(path), error))
+    const QString above = QFileInfo(path).path();
+    // Nearly always the folder above is there, and the folder itself is not.
+    bool isMade = std::filesystem::create_directory(native(path), error);
+    if (error && above != path && !QFileInfo(above).isDir()) {
+        if (const QString failed = createFolder(above); !failed.isEmpty())
+            return failed;
+        isMade = std::filesystem::create_directory(native(path), error);
+    }
+    if (isMade)
         admitGroupOf(above, path, error);
     return error ? sentence(u"the folder %1 cannot be created"_s.arg(path), error) : QString();
 }

@@ -2,6 +2,7 @@
 
 #include "publisher/common/filestamp.h"
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QString>
 
@@ -26,6 +27,16 @@ struct Digest {
 
 /// `progress` may be null.
 Digest hash(const QString& path, Progress* progress);
+
+/// Files up to this size are read and written in one piece.
+inline constexpr qint64 mostAtOnce = qint64(256) << 10;
+
+/// Reads a file of at most `mostAtOnce` bytes into memory. `progress` may be null.
+Digest read(const QString& path, QByteArray& content, Progress* progress);
+
+/// Writes a file that is not there yet; an existing one is left alone. Returns what
+/// the new one looks like, none where there is one already or `error` says why not.
+FileStamp create(const QString& path, const QByteArray& content, QString& error);
 
 /// Copies a file and tells the MD5 of the copy as it is written: a source that
 /// changes meanwhile shows. Large copies share the source's blocks until either is

@@ -129,12 +129,19 @@ private:
 
 } // namespace
 
-QByteArray ManifestText::write(const QList<PatchManifestEntry>& entries)
+ManifestText::Writer::Writer(qsizetype entries)
+    : written(head(entries))
 {
-    QByteArray text = head(entries.size());
-    for (qsizetype i = 0; i < entries.size(); ++i)
-        appendEntry(text, i + 1, entries.at(i));
-    return text;
+}
+
+void ManifestText::Writer::append(const PatchManifestEntry& entry)
+{
+    appendEntry(written, ++count, entry);
+}
+
+QByteArray ManifestText::Writer::text() const
+{
+    return written;
 }
 
 bool ManifestText::read(QByteArrayView text, const TakeEntry& take)

@@ -4,6 +4,7 @@
 #include "update/patchlayout.h"
 
 #include <QDir>
+#include <QStringBuilder>
 
 using namespace Qt::StringLiterals;
 
@@ -13,11 +14,10 @@ namespace {
 
 const QUrl anyServer(u"https://server/"_s);
 
-/// Of the client, and then of the content.
-QString folderOf(const QString& pathInClient, const QString& md5)
+/// Of the client, with the slash behind it.
+QStringView folderOf(const QString& pathInClient)
 {
-    const QString above = pathInClient.section(u'/', 0, -2);
-    return above.isEmpty() ? md5 : above + u'/' + md5;
+    return QStringView(pathInClient).first(pathInClient.lastIndexOf(u'/') + 1);
 }
 
 QUrl addressOf(Kind kind, const PatchManifestEntry& entry)
@@ -75,13 +75,15 @@ QString historyFolder(Kind kind)
 
 QString filePath(Kind kind, const QString& pathInClient, const QString& md5)
 {
-    return kindFolder(kind) + u'/' + folderOf(pathInClient, md5) + u'/'
-        + pathInClient.section(u'/', -1);
+    const QStringView folder = folderOf(pathInClient);
+    const QStringView name = QStringView(pathInClient).sliced(folder.size());
+    // Asked for several times for every file, so in one piece.
+    return patchFolderName % u'/' % word(kind) % u'/' % folder % md5 % u'/' % name;
 }
 
 QString urlOffset(const QString& pathInClient, const QString& md5)
 {
-    QString offset = folderOf(pathInClient, md5);
+    QString offset = folderOf(pathInClient) % md5;
     // The percent sign first: the others bring new ones.
     return offset.replace(u'%', "%25"_L1).replace(u'#', "%23"_L1).replace(u'?', "%3F"_L1);
 }

@@ -757,6 +757,36 @@ private slots:
         QCOMPARE(after, before);
     }
 
+#ifndef Q_OS_WIN // a file cannot be closed for its own owner there
+    /// Small files are placed while others are still read.
+    void failureTakesBackWhatHasBeenPlaced()
+    {
+        putThree();
+        published();
+        const QMap<QString, QByteArray> before = filesBelow(server());
+        put("Data/Neu/small.mpq", "small");
+        put("Data/unreadable.mpq", "x");
+        QFile::setPermissions(source("Data/unreadable.mpq"), {});
+        StandingClock clock(QDateTime::currentDateTimeUtc().addDays(1));
+        BuildReport report;
+        QCOMPARE(build(request(), clock, report), ExitCode::InputOutput);
+        QCOMPARE(filesBelow(server()), before);
+        QVERIFY(!QFileInfo::exists(server("wow-client-patch/live/Data/Neu")));
+        QFile::setPermissions(source("Data/unreadable.mpq"), QFile::ReadOwner);
+        QCOMPARE(published().added.size(), 2);
+        QCOMPARE(readFile(server(placeOf("Data/Neu/small.mpq"))), QByteArray("small"));
+    }
+#endif
+
+    /// A torn file, of a publisher that was killed while it wrote it.
+    void tornFileIsReplaced()
+    {
+        put("Data/a.mpq", "whole content");
+        writeFile(server(placeOf("Data/a.mpq")), "whole");
+        published();
+        QCOMPARE(readFile(server(placeOf("Data/a.mpq"))), QByteArray("whole content"));
+    }
+
     /// Seen before anything is copied; what is there already takes no room.
     void roomIsLookedForBeforeCopying_data()
     {

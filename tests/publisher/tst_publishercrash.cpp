@@ -94,7 +94,8 @@ const QStringList stepsToTheSwitch{
     "^mkdir.*/\\.halden-publish/0\"",
     "^openat.*/\\.halden-publish/0/\\d+\"",
     "^write",
-    "^openat.*/\\.halden-publish/0/\\d+\"",
+    "^mkdir.*/live/Data/Neu/[0-9a-f]{32}\"",
+    "^openat.*/live/Data/Neu/[0-9a-f]{32}/added\\.mpq\"",
     "^write",
     "^mkdir.*/live/Data/[0-9a-f]{32}\"",
     "^rename.*/\\.halden-publish/0/\\d+\".*/changed\\.mpq\"",
@@ -186,9 +187,13 @@ private slots:
         QTest::addColumn<QString>("file");
         const QString any;
         // On one file, since a sanitizer writes too.
-        QTest::newRow("full disk, at a patch file") << "write"
+        QTest::newRow("full disk, at a large file") << "write"
                                                     << "ENOSPC"
-                                                    << "wow-client-patch/.halden-publish/0/0";
+                                                    << "wow-client-patch/.halden-publish/0/1";
+        QTest::newRow("full disk, at a small file")
+            << "write"
+            << "ENOSPC"
+            << "wow-client-patch/live/Data/Neu/" + md5("added") + "/added.mpq";
         QTest::newRow("full disk, at the manifest") << "write"
                                                     << "ENOSPC"
                                                     << ".patch.ini.halden-publish";
@@ -297,7 +302,8 @@ private:
         published();
         // The program goes by the machine's clock.
         setDate(server("patch.ini"), QDateTime::currentDateTimeUtc().addDays(-1));
-        put("Data/changed.mpq", "new");
+        // One by way of the staging folder, and one right to its place.
+        put("Data/changed.mpq", QByteArray(300 << 10, 'n'));
         put("Data/Neu/added.mpq", "added");
         QFile::remove(source("Data/dropped.mpq"));
     }
