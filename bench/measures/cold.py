@@ -7,19 +7,19 @@ import subprocess
 import time
 from pathlib import Path
 
-from measures import world
+from measures import room
 from measures.tables import Table, bytes_text
 
 TITLE = "Cold run"
 PLACE = Path("/tmp/by-hand")
-TLS = ["--tlsv1.2", "--tls-max", "1.2", "--cacert", world.AUTHORITY]
+TLS = ["--tlsv1.2", "--tls-max", "1.2", "--cacert", room.AUTHORITY]
 
 
 def addresses():
     """Of every published patch file, in the manifest's order."""
-    root = world.TREE / "wow-client-patch" / "live"
+    root = room.TREE / "wow-client-patch" / "live"
     files = sorted(path for path in root.rglob("*.mpq"))
-    return [f"{world.PATCH_FILES}/{path.relative_to(root)}" for path in files]
+    return [f"{room.PATCH_FILES}/{path.relative_to(root)}" for path in files]
 
 
 def clear_place():
@@ -28,10 +28,7 @@ def clear_place():
 
 
 def publish(options, files, size):
-    source = world.HOME / "source"
-    world.write_files(source / "Data", files, size)
-    options.world.publish(source)
-    world.remove(source)
+    options.bench.publish(files, size)
 
 
 def launcher(options, files, *arguments):
@@ -39,21 +36,21 @@ def launcher(options, files, *arguments):
     downloads = files * (1 if "--alone" in arguments else 2)
 
     def run():
-        world.reset_player(realms=1)
-        return options.world.start_launcher(*arguments)["fetch"] / downloads
+        room.reset_player(realms=1)
+        return options.bench.start_launcher(*arguments)["fetch"] / downloads
     return run
 
 
 def handshakes(options):
     """Seconds per file when every file costs a fresh connection and nothing
     else."""
-    path = addresses()[0].removeprefix(f"https://{world.SERVER}")
+    path = addresses()[0].removeprefix(f"https://{room.SERVER}")
     seconds = 1 if options.quick else 3
 
     def run():
         begin = time.monotonic()
         output = subprocess.run(
-            ["openssl", "s_time", "-connect", f"{world.SERVER}:443", "-tls1_2", "-new",
+            ["openssl", "s_time", "-connect", f"{room.SERVER}:443", "-tls1_2", "-new",
              "-www", path, "-time", str(seconds)],
             check=True, stdout=subprocess.PIPE, encoding="utf-8").stdout
         # The program's own clock counts whole seconds.
@@ -66,7 +63,7 @@ def by_hand(script, urls):
     input."""
     def run():
         clear_place()
-        seconds = world.timed(
+        seconds = room.timed(
             "bash", "-ec", script, "bench", *TLS, cwd=PLACE, input="\n".join(urls) + "\n",
             text=True, stderr=subprocess.DEVNULL)
         found = len(list(PLACE.rglob("*.mpq")))
@@ -78,14 +75,14 @@ def by_hand(script, urls):
 
 CURL_EACH = 'while read -r url; do curl -sS "$@" -O "$url"; done'
 CURL = "xargs printf 'url=%s\\nremote-name\\n' | curl -sS \"$@\" --config -"
-WGET = f"wget -q -N --ca-certificate={world.AUTHORITY} -i -"
-ARIA2 = (f"aria2c -q --ca-certificate={world.AUTHORITY} "
+WGET = f"wget -q -N --ca-certificate={room.AUTHORITY} -i -"
+ARIA2 = (f"aria2c -q --ca-certificate={room.AUTHORITY} "
          "-j 2 --file-allocation=none --async-dns=false -i -")
 
 
 def compare(table, rounds, unit, base, contestants):
     """Rows of the named contestants with their ratio to the base."""
-    medians = world.median_rounds(rounds, *contestants.values())
+    medians = room.median_rounds(rounds, *contestants.values())
     floor = medians[list(contestants).index(base)]
     for name, median in zip(contestants, medians):
         table.add(name, f"{median * unit:.2f}", f"{median / floor:.2f}")
@@ -109,11 +106,11 @@ def measure_small(options):
 
 
 def measure_large(options):
-    files, size = 8, (2 if options.quick else 64) * world.MEBIBYTE
+    files, size = 8, (2 if options.quick else 64) * room.MEBIBYTE
     publish(options, files, size)
     urls = addresses()
     table = Table(f"{files} files of {bytes_text(size)}", "ms per MiB", "ratio")
-    compare(table, options.rounds, 1000 / (size / world.MEBIBYTE), "`curl`, one connection", {
+    compare(table, options.rounds, 1000 / (size / room.MEBIBYTE), "`curl`, one connection", {
         "`curl`, one connection": by_hand(CURL, urls),
         "launcher, one run by itself": launcher(options, files, "--alone"),
         "launcher, two runs side by side": launcher(options, files),

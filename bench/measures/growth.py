@@ -2,7 +2,7 @@
 
 import statistics
 
-from measures import plot, world
+from measures import plot, room
 from measures.tables import Table
 
 TITLE = "Growth"
@@ -11,19 +11,16 @@ FILE_SIZE = 4096
 
 
 def fill(options, entries):
-    source = world.HOME / "source"
-    world.write_files(source / "Data", entries, FILE_SIZE)
-    options.world.publish(source)
-    world.remove(source)
+    options.bench.publish(entries, FILE_SIZE)
 
 
 def first_evening_and_next(options, entries):
     """Figures of a cold start and of an unchanged one after it; by entry where
     they are times."""
     fill(options, entries)
-    world.reset_player(realms=1)
-    cold = options.world.start_launcher()
-    warm = options.world.start_launcher()
+    room.reset_player(realms=1)
+    cold = options.bench.start_launcher()
+    warm = options.bench.start_launcher()
     return {
         "entries": entries,
         "fetch": cold["fetch"] / entries / 2,

@@ -1,6 +1,6 @@
 """What stays of update runs: counted objects and bytes of heap."""
 
-from measures import world
+from measures import room
 from measures.tables import Table
 
 TITLE = "200 update runs"
@@ -8,12 +8,9 @@ DOWNLOADS_PER_RUN = 3  # updater, launcher, manifest: none has changed
 
 
 def prepare(options):
-    source = world.HOME / "source"
-    world.write_files(source / "Data", 10, 65536)
-    options.world.publish(source)
-    world.remove(source)
-    world.reset_player(realms=1)
-    options.world.start_launcher()  # from here on nothing changes
+    options.bench.publish(10, 65536)
+    room.reset_player(realms=1)
+    options.bench.start_launcher()  # from here on nothing changes
 
 
 def growth_table(rounds):
@@ -41,7 +38,7 @@ def object_table(first, last):
 
 def measure(options):
     prepare(options)
-    *rounds, comparison = options.world.run("bench_leaks", 20 if options.quick else 200)
+    *rounds, comparison = options.bench.run("bench_leaks", 20 if options.quick else 200)
     first, last = rounds[0], rounds[-1]
     downloads = last["downloads"] - first["downloads"]
     by_download = comparison["heapPerDownload"]

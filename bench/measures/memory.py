@@ -1,6 +1,6 @@
 """What large downloads hold in memory, and what they leave."""
 
-from measures import world
+from measures import room
 from measures.tables import Table, bytes_text
 
 TITLE = "Memory"
@@ -13,8 +13,8 @@ def mebibytes(kibibytes):
 def add_row(table, options, files, size, *arguments):
     """Every run downloads one file at a time."""
     runs = 1 if "--alone" in arguments else 2
-    world.reset_player(realms=1)
-    figures = options.world.start_launcher(*arguments)
+    room.reset_player(realms=1)
+    figures = options.bench.start_launcher(*arguments)
     start, peak, end = figures["startKiB"], figures["peakKiB"], figures["endKiB"]
     table.add(
         f"{files} of {bytes_text(size)}, {'one run' if runs == 1 else 'two runs'}",
@@ -25,11 +25,8 @@ def add_row(table, options, files, size, *arguments):
 def measure(options):
     scale = 32 if options.quick else 1
     table = Table("files", "start MiB", "peak MiB", "peak by file and run", "end MiB", "kept MiB")
-    for files, size in [(1, 1024 * world.MEBIBYTE // scale), (8, 64 * world.MEBIBYTE // scale)]:
-        source = world.HOME / "source"
-        world.write_files(source / "Data", files, size)
-        options.world.publish(source)
-        world.remove(source)
+    for files, size in [(1, 1024 * room.MEBIBYTE // scale), (8, 64 * room.MEBIBYTE // scale)]:
+        options.bench.publish(files, size)
         add_row(table, options, files, size, "--alone")
         add_row(table, options, files, size)
     table.note("Resident memory. \"Peak by file and run\" is what comes on top of the start, "

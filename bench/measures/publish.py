@@ -7,7 +7,7 @@ import statistics
 import tempfile
 from pathlib import Path
 
-from measures import publishsmall, world
+from measures import publishsmall, room
 from measures.tables import Table
 
 TITLE = "Publishing"
@@ -40,7 +40,7 @@ def sizes(count, total):
 def make_tree(root, total):
     """A few large files and many small ones."""
     for n, size in enumerate(sizes(FILES, total)):
-        world.write_files(root / "Data" / f"folder {n % FOLDERS}", 1, size, first=n)
+        room.write_files(root / "Data" / f"folder {n % FOLDERS}", 1, size, first=n)
 
 
 class Contest:
@@ -55,17 +55,17 @@ class Contest:
     def fresh(self, name):
         # What an earlier round has remembered would spare this one the reading.
         for folder in (self.work, self.cache):
-            world.remove(folder)
+            room.remove(folder)
         self.work.mkdir()
         # No round pays for what an earlier one has left to write.
         os.sync()
         return self.work / name
 
     def by_hand(self, script, *target):
-        return world.timed("bash", "-ec", script, "bench", self.source, *target)
+        return room.timed("bash", "-ec", script, "bench", self.source, *target)
 
     def build(self, target, *options):
-        return world.timed(self.program, "build", self.source, target, *options,
+        return room.timed(self.program, "build", self.source, target, *options,
                            env=os.environ | {"XDG_CACHE_HOME": str(self.cache)})
 
     def round(self):
@@ -84,7 +84,7 @@ def large_and_small(options):
     mib = 64 if options.quick else 4096 if options.full else 1024
     with tempfile.TemporaryDirectory(prefix="bench-publish-") as place:
         contest = Contest(options.programs / "halden-publish", Path(place))
-        make_tree(contest.source, mib * world.MEBIBYTE)
+        make_tree(contest.source, mib * room.MEBIBYTE)
         contest.by_hand('find "$1" -type f -print0 | xargs -0 cat >/dev/null')
         rounds = [contest.round() for _ in range(options.rounds)]
     median = {name: statistics.median(times[name] for times in rounds) for name, _ in ROWS}

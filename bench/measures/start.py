@@ -4,43 +4,33 @@ import os
 import subprocess
 import time
 
-from measures import world
+from measures import room
 from measures.tables import Table
+from world.display import Display
 
 TITLE = "Start"
 REALMS = [1, 10, 200, 1000]
 
 
-def start_display():
-    """A virtual display; frames reach its memory and no farther."""
-    reading, writing = os.pipe()
-    display = subprocess.Popen(
-        ["Xvfb", "-displayfd", str(writing), "-screen", "0", "1280x800x24", "-nolisten", "tcp"],
-        pass_fds=[writing], stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    os.close(writing)
-    with os.fdopen(reading) as numbers:
-        return display, numbers.readline().strip()
-
-
 def milliseconds_to_paint(environment, *command):
     began = time.monotonic_ns()
     run = subprocess.run(
-        command, check=True, cwd=world.HOME, env=environment,
+        command, check=True, cwd=room.HOME, env=environment,
         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, encoding="utf-8")
     return (int(run.stdout) - began) / 1e6
 
 
 def contestants(options, environment):
     """Windows with nothing behind them, and the launcher with each realm list."""
-    window = options.world.program("bench_window")
-    launcher = options.world.program("bench_start")
+    window = options.bench.program("bench_window")
+    launcher = options.bench.program("bench_start")
 
     def show(*switches):
         return lambda: milliseconds_to_paint(environment, window, *switches)
 
     def start_with(realms):
         def start():
-            world.reset_player(realms)
+            room.reset_player(realms)
             return milliseconds_to_paint(environment, launcher)
         return start
 
@@ -55,14 +45,13 @@ def contestants(options, environment):
 
 def measure(options):
     rounds = 3 if options.quick else 21
-    display, number = start_display()
+    display = Display(1280, 800)
     try:
-        environment = {**os.environ, "DISPLAY": f":{number}", "QT_QPA_PLATFORM": "xcb"}
+        environment = {**os.environ, **display.environment, "QT_QPA_PLATFORM": "xcb"}
         runs = contestants(options, environment)
-        medians = world.median_rounds(rounds, *runs.values())
+        medians = room.median_rounds(rounds, *runs.values())
     finally:
-        display.terminate()
-        display.wait()
+        display.close()
     table = Table("", "milliseconds", "ratio")
     for name, median in zip(runs, medians):
         table.add(name, f"{median:.0f}", f"{median / medians[0]:.2f}")

@@ -3,7 +3,7 @@ do the same work on the same files."""
 
 import shutil
 
-from measures import world
+from measures import room
 from measures.tables import Table, bytes_text
 
 TITLE = "Unchanged run"
@@ -19,35 +19,32 @@ done
 """
 
 
-def prepare(launcher_world, files, size):
+def prepare(bench, files, size):
     """The cache, both clients and the manifest as they are after an evening. The
     server keeps the manifest alone: nobody asks for more."""
-    source = world.CACHE.parent / "source"
-    world.write_files(source / "Data", files, size)
-    launcher_world.publish(source)
-    shutil.rmtree(world.TREE / "wow-client-patch")
-    world.reset_player(realms=CLIENTS, clients=CLIENTS)
-    world.CACHE.mkdir()
-    source.rename(world.CACHE / "live")
+    room.reset_player(realms=CLIENTS, clients=CLIENTS)
+    room.CACHE.mkdir()
+    bench.publish(files, size, kept_as=room.CACHE / "live")
+    shutil.rmtree(room.TREE / "wow-client-patch")
 
 
 def measure(options):
-    files, size = (200, 10 * world.MEBIBYTE + world.MEBIBYTE // 4)
+    files, size = (200, 10 * room.MEBIBYTE + room.MEBIBYTE // 4)
     if options.quick:
         size //= 64
-    prepare(options.world, files, size)
+    prepare(options.bench, files, size)
 
     def launcher():
-        figures = options.world.start_launcher()
+        figures = options.bench.start_launcher()
         if figures["fetch"] or figures["runs"] != RUNS:
             raise RuntimeError(f"not an unchanged run: {figures}")
         return sum(figures["reconcile"]) + sum(figures["install"])
 
     def by_hand():
-        return world.timed("bash", "-ec", BY_HAND, "bench", str(RUNS),
-                           world.CACHE / "live", world.CLIENTS)
+        return room.timed("bash", "-ec", BY_HAND, "bench", str(RUNS),
+                           room.CACHE / "live", room.CLIENTS)
 
-    ours, theirs = world.median_rounds(options.rounds, launcher, by_hand)
+    ours, theirs = room.median_rounds(options.rounds, launcher, by_hand)
     table = Table("", "seconds", "ratio")
     table.add("`md5sum` of the cache and `cp` into both clients, twice", f"{theirs:.2f}", "1.00")
     table.add("launcher, both runs", f"{ours:.2f}", f"{ours / theirs:.2f}")

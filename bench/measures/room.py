@@ -1,5 +1,5 @@
-"""The world inside the sandbox: a community that publishes, its web server, a
-player with clients, and the programs that are timed there."""
+"""The room that the benchmarks find: a community and its web server, a player with
+clients, and the programs that are timed there."""
 
 import json
 import os
@@ -9,10 +9,14 @@ import subprocess
 import time
 from pathlib import Path
 
+from world import player
+from world.community import Community
+
 PROJECT = Path(__file__).resolve().parents[2]
 HOME = Path("/home/player/Halden Launcher")
 CACHE = HOME / "ClientDataStorage"
 CLIENTS = Path("/home/player/clients")
+SOURCE = HOME / "source"
 TREE = Path("/srv/halden")
 SERVER = "download.tarnwick.example"
 PATCH_FILES = f"https://{SERVER}/wow-client-patch/live"
@@ -21,21 +25,29 @@ PUBLISHED = 1_714_550_400  # 1 May 2024: whatever a player has is newer
 MEBIBYTE = 1 << 20
 
 
-class World:
+class Bench:
     def __init__(self, programs):
         self.programs = programs
+        self.community = Community(programs / "halden-publish", SOURCE, TREE)
 
-    def publish(self, source):
-        """Publishes a folder of patch files, as an admin does. Clears what was
-        published before."""
-        shutil.rmtree(TREE, ignore_errors=True)
+    def serve(self):
+        """Once for all benchmarks; what is published may change."""
+        TREE.mkdir(parents=True, exist_ok=True)
+        self.community.serve()
+
+    def publish(self, count, size, kept_as=None):
+        """Publishes so many patch files of this size, in place of what was published
+        before. The admin's folder of them goes, or is moved to `kept_as`."""
+        remove(TREE)
         TREE.mkdir(parents=True)
-        subprocess.run(
-            [self.programs / "halden-publish", "build", "--separator", "/", "--no-flush",
-             source, TREE],
-            check=True, stdout=subprocess.DEVNULL)
+        source = SOURCE / "live"
+        write_files(source / "Data", count, size)
+        self.community.publish_patch("live", "--separator", "/", "--no-flush")
+        if kept_as:
+            source.rename(kept_as)
+        remove(SOURCE)
         (TREE / "launcher.info").write_text("<h1>Bench</h1>")
-        for name in ["Halden-Launcher.exe", "Halden-Launcher-Updater.exe"]:
+        for name in player.PROGRAMS:
             (TREE / name).write_bytes(b"older than the player's")
             os.utime(TREE / name, (PUBLISHED, PUBLISHED))
 
@@ -58,12 +70,6 @@ class World:
         return self.run("bench_run", *arguments)[0]
 
 
-def serve():
-    """Once for all benchmarks; what is published may change."""
-    TREE.mkdir(parents=True, exist_ok=True)
-    subprocess.run([PROJECT / "scripts" / "serve-community", TREE], check=True)
-
-
 def write_files(folder, count, size, first=0):
     """Files with different contents; the names tell nothing."""
     folder.mkdir(parents=True, exist_ok=True)
@@ -80,18 +86,13 @@ def reset_player(realms, clients=1):
     realms share the client folders in turn. Nothing is to hand over to the
     updater."""
     for folder in [CACHE, HOME / "Settings", CLIENTS]:
-        shutil.rmtree(folder, ignore_errors=True)
-    (HOME / "Settings").mkdir()
-    for name in ["Halden-Launcher.exe", "Halden-Launcher-Updater.exe"]:
-        (HOME / name).write_bytes(b"stands in for the program")
-    lines = ["[realms]", f"size={realms}"]
-    for n in range(1, realms + 1):
-        client = CLIENTS / str(n % clients)
-        (client / "Data").mkdir(parents=True, exist_ok=True)
-        lines += [f"{n}-realmName=Halden {n}", f"{n}-realmHost=logon.tarnwick.example",
-                  f"{n}-clientPath={client}", f"{n}-testRealm=false", f"{n}-language=deDE"]
-    lines += ["[selected_realm]", "realmid=1"]
-    (HOME / "Settings" / "realms.ini").write_text("\n".join(lines) + "\n")
+        remove(folder)
+    folders = [CLIENTS / str(n % clients) for n in range(realms)]
+    for folder in folders:
+        (folder / "Data").mkdir(parents=True, exist_ok=True)
+    player.settle(
+        HOME, [player.Realm(f"Halden {n}", folder) for n, folder in enumerate(folders, 1)],
+        player.PROGRAMS)
 
 
 def timed(*command, **settings):
