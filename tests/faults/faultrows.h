@@ -4,7 +4,7 @@
 
 #include <QString>
 
-// Results of cells, as Evening::play() puts them into words.
+// Results of cells, as FaultyEvening::play() puts them into words.
 
 inline const QString keptThenWhole = QStringLiteral("kept, then whole");
 inline const QString whole = QStringLiteral("whole");

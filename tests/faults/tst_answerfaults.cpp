@@ -1,6 +1,6 @@
 #include "tests/faults/celltable.h"
-#include "tests/faults/evening.h"
 #include "tests/faults/faultrows.h"
+#include "tests/faults/faultyevening.h"
 #include "tests/support/testmain.h"
 
 #include <tuple>
@@ -324,7 +324,7 @@ void tst_AnswerFaults::cell()
     QFETCH(QString, error);
     QFETCH(QString, result);
     QFETCH(QString, failedUrl);
-    Evening evening(target);
+    FaultyEvening evening(target);
     evening.answerTarget(answer(target));
     evening.server.answer("/moved", HttpAnswer::ok(Targets::today(target)));
     evening.expectError(error, failedUrl);
@@ -342,7 +342,7 @@ void tst_AnswerFaults::notModifiedWithoutACopy_data()
 void tst_AnswerFaults::notModifiedWithoutACopy()
 {
     QFETCH(Target, target);
-    Evening evening(target);
+    FaultyEvening evening(target);
     const QString path = Targets::localPath(target);
     QFile::remove(path);
     evening.answerTarget(HttpAnswer::notModified());

@@ -1,6 +1,6 @@
 #include "tests/faults/celltable.h"
-#include "tests/faults/evening.h"
 #include "tests/faults/faultrows.h"
+#include "tests/faults/faultyevening.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/diskfaults.h"
 #include "tests/support/stderrcapture.h"
@@ -19,7 +19,7 @@ using Targets::localPath;
 
 /// Prepares the player's disk for the faulty start. What it returns lives until
 /// that start is over.
-using Preparation = std::function<std::shared_ptr<void>(Evening&, Target)>;
+using Preparation = std::function<std::shared_ptr<void>(FaultyEvening&, Target)>;
 Q_DECLARE_METATYPE(Preparation)
 
 namespace {
@@ -64,7 +64,7 @@ void moveToSmallDisk(const QString& folder, const QString& file, const QByteArra
 /// Fills a disk, or all of it but this many bytes, while the target is fetched.
 Preparation fullDisk(const QString& folder, int room = 0)
 {
-    return [folder, room](Evening& evening, Target) {
+    return [folder, room](FaultyEvening& evening, Target) {
         auto disk = std::make_shared<std::unique_ptr<FullDisk>>();
         evening.whenTargetIsAskedFor([disk, folder, room] {
             const QString reserve = folder + "/reserve";
@@ -78,7 +78,7 @@ Preparation fullDisk(const QString& folder, int room = 0)
 
 Preparation readOnly(const std::function<QString(Target)>& folder)
 {
-    return [folder](Evening&, Target target) {
+    return [folder](FaultyEvening&, Target target) {
         return std::make_shared<ReadOnlyFolder>(folder(target));
     };
 }
@@ -90,7 +90,7 @@ void disks()
     rows("disk full in the middle of the \"-new\" file", fullDisk(own, 8'192), keptThenWhole);
     row(
         "disk full at the cache", Target::PatchFile,
-        [](Evening& evening, Target target) {
+        [](FaultyEvening& evening, Target target) {
             moveToSmallDisk(
                 Targets::localFolder(target), "patch-h.MPQ", Targets::yesterday(target));
             return fullDisk(smallDisk)(evening, target);
@@ -98,7 +98,7 @@ void disks()
         keptThenWhole);
     row(
         "disk full at the client", Target::PatchFile,
-        [](Evening& evening, Target target) {
+        [](FaultyEvening& evening, Target target) {
             evening.judgeByClient();
             moveToSmallDisk(ownClientFolder(), "Data/patch-h.MPQ", Targets::yesterday(target));
             return fullDisk(smallDisk)(evening, target);
@@ -111,7 +111,7 @@ void rights()
     rows("read-only folder", readOnly(Targets::localFolder), keptThenWhole, "Permission denied");
     rows(
         "read-only file",
-        [](Evening&, Target target) {
+        [](FaultyEvening&, Target target) {
             placeOldFile(localPath(target), "yesterday's");
             QFile::setPermissions(localPath(target), QFileDevice::ReadOwner);
             return std::shared_ptr<void>();
@@ -119,14 +119,14 @@ void rights()
         whole);
     row(
         "read-only folder of the client", Target::PatchFile,
-        [](Evening& evening, Target) {
+        [](FaultyEvening& evening, Target) {
             evening.judgeByClient();
             return std::make_shared<ReadOnlyFolder>(ownClientFolder() + "/Data");
         },
         keptThenWhole);
     rows(
         "target open elsewhere",
-        [](Evening&, Target target) {
+        [](FaultyEvening&, Target target) {
             placeOldFile(localPath(target), "yesterday's");
             auto reader = std::make_shared<QFile>(localPath(target));
             if (!reader->open(QIODevice::ReadWrite))
@@ -156,7 +156,7 @@ void replaceByPipe(const QString& path)
 /// To a file beside the target, or in a folder there that is gone.
 Preparation danglingLink(const QString& destination)
 {
-    return [destination](Evening& evening, Target target) {
+    return [destination](FaultyEvening& evening, Target target) {
         QFile::remove(localPath(target));
         const QString led = Targets::localFolder(target) + '/' + destination;
         if (!QFile::link(led, localPath(target)))
@@ -170,7 +170,7 @@ void otherThingsInPlace()
 {
     rows(
         "target is a folder",
-        [](Evening& evening, Target target) {
+        [](FaultyEvening& evening, Target target) {
             replaceByFolder(localPath(target));
             evening.keptMeans([target] { return QFile::exists(localPath(target) + "/inside"); });
             if (target == Target::PatchFile)
@@ -180,14 +180,14 @@ void otherThingsInPlace()
         keptForGood);
     rows(
         "\"-new\" file is a folder",
-        [](Evening&, Target target) {
+        [](FaultyEvening&, Target target) {
             replaceByFolder(temporary(target));
             return std::shared_ptr<void>();
         },
         keptForGood, "Is a directory");
     rows(
         "stale \"-new\" file",
-        [](Evening&, Target target) {
+        [](FaultyEvening&, Target target) {
             writeFile(temporary(target), "torso");
             QFile::setPermissions(temporary(target), QFileDevice::ReadOwner);
             return std::shared_ptr<void>();
@@ -195,7 +195,7 @@ void otherThingsInPlace()
         whole);
     rows(
         "target is a pipe",
-        [](Evening&, Target target) {
+        [](FaultyEvening&, Target target) {
             replaceByPipe(localPath(target));
             return std::shared_ptr<void>();
         },
@@ -204,7 +204,7 @@ void otherThingsInPlace()
     rows("target is a link into a folder that is gone", danglingLink("gone/file"), keptForGood);
     row(
         "cache entry is a pipe and the server has no file", Target::PatchFile,
-        [](Evening& evening, Target target) {
+        [](FaultyEvening& evening, Target target) {
             replaceByPipe(localPath(target));
             evening.answerTarget(HttpAnswer::status(404, "gone"));
             evening.expectError("ContentNotFoundError");
@@ -218,7 +218,7 @@ void clients()
 {
     row(
         "client folder gone", Target::PatchFile,
-        [](Evening& evening, Target) {
+        [](FaultyEvening& evening, Target) {
             evening.judgeByClient();
             QDir(ownClientFolder()).removeRecursively();
             return std::shared_ptr<void>();
@@ -226,7 +226,7 @@ void clients()
         "gone for good");
     row(
         "client's file is a folder", Target::PatchFile,
-        [](Evening& evening, Target) {
+        [](FaultyEvening& evening, Target) {
             evening.judgeByClient();
             const QString path = installedPatchFile(ownClientFolder());
             replaceByFolder(path);
@@ -272,7 +272,7 @@ void tst_DiskFaults::cell()
     QFETCH(Preparation, preparation);
     QFETCH(QString, result);
     QFETCH(QString, message);
-    Evening evening(target);
+    FaultyEvening evening(target);
     std::shared_ptr<void> prepared = preparation(evening, target);
     const StderrCapture said;
     QByteArray complaints;

@@ -1,6 +1,6 @@
 #include "tests/faults/celltable.h"
-#include "tests/faults/evening.h"
 #include "tests/faults/faultrows.h"
+#include "tests/faults/faultyevening.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
@@ -81,7 +81,7 @@ void tst_InputFaults::realmsIni_data()
 /// the lists take their time. Says what has become of each.
 QMap<Target, QString> tst_InputFaults::startWith(const QByteArray& realms, bool hasClient)
 {
-    Evening evening(Target::Launcher);
+    FaultyEvening evening(Target::Launcher);
     writeRealmsIni(realms);
     if (!hasClient)
         evening.clientMayDiffer();
@@ -119,7 +119,7 @@ void tst_InputFaults::emptyCopy_data()
 void tst_InputFaults::emptyCopy()
 {
     QFETCH(Target, target);
-    Evening evening(target);
+    FaultyEvening evening(target);
     placeOldFile(Targets::localPath(target), QByteArray());
     evening.answerTarget(HttpAnswer::notModified());
     evening.keptMeans([target] {
@@ -158,7 +158,7 @@ void tst_InputFaults::fetched()
     QFETCH(QString, fault);
     QFETCH(Target, target);
     QFETCH(QByteArray, content);
-    Evening evening(target);
+    FaultyEvening evening(target);
     evening.answerTarget(HttpAnswer::ok(content));
     if (target == Target::Manifest)
         evening.clientMayDiffer();

@@ -1,6 +1,6 @@
 #include "tests/faults/celltable.h"
-#include "tests/faults/evening.h"
 #include "tests/faults/faultrows.h"
+#include "tests/faults/faultyevening.h"
 #include "tests/faults/launchercopy.h"
 #include "tests/faults/logcheck.h"
 #include "tests/support/applicationfolder.h"
@@ -77,7 +77,7 @@ void tst_MachineFaults::fileDates()
     QFETCH(Target, target);
     QFETCH(int, year);
     QFETCH(QString, result);
-    Evening evening(target);
+    FaultyEvening evening(target);
     UpdateFixture::setModificationTime(dated(target), utc(QDate(year, 6, 1), QTime(12, 0)));
     QCOMPARE(evening.play(), result);
     cells.add(fault, target, result);

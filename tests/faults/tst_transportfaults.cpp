@@ -1,6 +1,6 @@
 #include "tests/faults/celltable.h"
-#include "tests/faults/evening.h"
 #include "tests/faults/faultrows.h"
+#include "tests/faults/faultyevening.h"
 #include "tests/faults/http2server.h"
 #include "tests/support/testmain.h"
 
@@ -139,14 +139,14 @@ void tst_TransportFaults::cell()
     QFETCH(Target, target);
     QFETCH(Replacement, replacement);
     QFETCH(QString, error);
-    Evening evening(target);
+    FaultyEvening evening(target);
     std::shared_ptr<void> inItsPlace;
     evening.replaceServerBeforeTarget([&] { inItsPlace = replacement(); });
     evening.afterwards([&] { inItsPlace.reset(); });
     evening.expectError(error);
     evening.laterTargetsMayFail();
     if (fault.startsWith("HTTP/2"))
-        Evening::toolkitWarns("stream 1 finished with error: ");
+        FaultyEvening::toolkitWarns("stream 1 finished with error: ");
     QCOMPARE(evening.play(), keptThenWhole);
     cells.add(fault, target, keptThenWhole);
 }
@@ -161,7 +161,7 @@ void tst_TransportFaults::http2_data()
 void tst_TransportFaults::http2()
 {
     QFETCH(Target, target);
-    Evening evening(target);
+    FaultyEvening evening(target);
     Http2Server server(target);
     evening.replaceServerBeforeTarget([&] { server.start(); });
     evening.afterwards([&] { server.stop(); });

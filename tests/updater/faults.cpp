@@ -1,6 +1,6 @@
 #include "tests/updater/faults.h"
 
-#include "tests/updater/installation.h"
+#include "tests/updater/updaterhome.h"
 
 #include <fcntl.h>
 #include <link.h>
@@ -23,14 +23,14 @@ QByteArray foreignProgram()
 {
     // IBM's mainframes; the machine's number has this place in every header.
     constexpr qsizetype machine = 18;
-    QByteArray program = Installation::newLauncher();
+    QByteArray program = UpdaterHome::newLauncher();
     program[machine] = 22;
     return program;
 }
 
 QByteArray unstartableProgram()
 {
-    QByteArray program = Installation::newLauncher();
+    QByteArray program = UpdaterHome::newLauncher();
     auto* const header = reinterpret_cast<ElfW(Ehdr)*>(program.data());
     auto* const segments = reinterpret_cast<ElfW(Phdr)*>(program.data() + header->e_phoff);
     for (int n = 0; n < header->e_phnum; ++n) {

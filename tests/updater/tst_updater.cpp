@@ -4,7 +4,7 @@
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 #include "tests/updater/faults.h"
-#include "tests/updater/installation.h"
+#include "tests/updater/updaterhome.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -58,7 +58,7 @@ private slots:
     void init()
     {
         QTest::failOnWarning(QRegularExpression(".*"));
-        installation = freshInstallation();
+        home = freshHome();
     }
 
     void exchangesOnceTheLauncherHasEnded()
@@ -66,20 +66,20 @@ private slots:
         RunningLauncher launcher(path("Halden-Launcher.exe"));
         const QString id = QString::number(launcher.id());
         QProcess updater;
-        installation->start(updater, { id });
-        QTRY_COMPARE(installation->logged("waiting for process " + id), 1);
-        QCOMPARE(installation->state(), untouched);
+        home->start(updater, { id });
+        QTRY_COMPARE(home->logged("waiting for process " + id), 1);
+        QCOMPARE(home->state(), untouched);
         launcher.end();
-        QCOMPARE(Installation::finish(updater).code, Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->startedVersion(), "new");
-        QCOMPARE(installation->starts(), oneStart("new"));
-        QCOMPARE(installation->strangers(), QStringList());
+        QCOMPARE(UpdaterHome::finish(updater).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->startedVersion(), "new");
+        QCOMPARE(home->starts(), oneStart("new"));
+        QCOMPARE(home->strangers(), QStringList());
     }
 
     void saysNothingWhenAllIsWell()
     {
-        const UpdaterRun run = installation->run(endedProcess());
+        const UpdaterRun run = home->run(endedProcess());
         QCOMPARE(run.code, Done);
         QCOMPARE(run.message, QString());
     }
@@ -102,13 +102,13 @@ private slots:
         QFETCH(QStringList, arguments);
         const QByteArray before = everything();
         QProcess updater;
-        installation->start(updater, arguments);
-        const UpdaterRun run = Installation::finish(updater);
+        home->start(updater, arguments);
+        const UpdaterRun run = UpdaterHome::finish(updater);
         QCOMPARE(run.code, Usage);
         QVERIFY2(run.message.startsWith("Halden-Launcher-Updater: usage error: "), "no message");
-        QCOMPARE(installation->logLines().filter("usage error: ").size(), 1);
+        QCOMPARE(home->logLines().filter("usage error: ").size(), 1);
         QCOMPARE(everything(), before);
-        QCOMPARE(installation->starts(), noStarts);
+        QCOMPARE(home->starts(), noStarts);
     }
 
     void idOfNoLauncherCountsAsEnded_data()
@@ -123,21 +123,21 @@ private slots:
     void idOfNoLauncherCountsAsEnded()
     {
         QFETCH(qint64, id);
-        QCOMPARE(installation->run(id).code, Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+        QCOMPARE(home->run(id).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
     }
 
     void launcherOfAnotherFolderCountsAsEnded()
     {
-        const Installation other("/home/player/other");
+        const UpdaterHome other("/home/player/other");
         const RunningLauncher launcher(other.path("Halden-Launcher.exe"));
-        QCOMPARE(installation->run(launcher.id()).code, Done);
+        QCOMPARE(home->run(launcher.id()).code, Done);
         QCOMPARE(
-            installation->logged(QString("process %1 is another program; the launcher has ended")
-                                     .arg(launcher.id())),
+            home->logged(QString("process %1 is another program; the launcher has ended")
+                             .arg(launcher.id())),
             1);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(other.state(), untouched);
     }
 
@@ -154,12 +154,12 @@ private slots:
         QFETCH(QStringList, wrapper);
         RunningLauncher launcher(path("Halden-Launcher.exe"));
         const QByteArray before = everything();
-        QCOMPARE(installation->run(launcher.id(), wrapper).code, GaveUp);
+        QCOMPARE(home->run(launcher.id(), wrapper).code, GaveUp);
         QCOMPARE(everything(), before);
         launcher.end();
-        QCOMPARE(installation->run(launcher.id(), wrapper).code, Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+        QCOMPARE(home->run(launcher.id(), wrapper).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
     }
 
     void waitsWithoutProcessDescriptors()
@@ -167,21 +167,21 @@ private slots:
         RunningLauncher launcher(path("Halden-Launcher.exe"));
         const QString id = QString::number(launcher.id());
         QProcess updater;
-        installation->start(updater, { id }, Trace::fail("pidfd_open", "ENOSYS"));
-        QTRY_COMPARE(installation->logged("waiting for process " + id), 1);
-        QCOMPARE(installation->state(), untouched);
+        home->start(updater, { id }, Trace::fail("pidfd_open", "ENOSYS"));
+        QTRY_COMPARE(home->logged("waiting for process " + id), 1);
+        QCOMPARE(home->state(), untouched);
         launcher.end();
-        QCOMPARE(Installation::finish(updater).code, Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(UpdaterHome::finish(updater).code, Done);
+        QCOMPARE(home->state(), exchanged);
     }
 
     /// It still runs from the file that it was started from.
     void waitsForALauncherThatHasBeenReplaced()
     {
         RunningLauncher launcher(path("Halden-Launcher.exe"));
-        installation->placeLauncher(Installation::oldLauncher());
-        QCOMPARE(installation->run(launcher.id()).code, GaveUp);
-        QCOMPARE(installation->state(), untouched);
+        home->placeLauncher(UpdaterHome::oldLauncher());
+        QCOMPARE(home->run(launcher.id()).code, GaveUp);
+        QCOMPARE(home->state(), untouched);
     }
 
     void newLauncherMayBeRunByWhoeverMayReadIt_data()
@@ -202,15 +202,15 @@ private slots:
         QFETCH(int, after);
         QVERIFY(QFile::setPermissions(
             path("Halden-Launcher.tmp"), QFileDevice::Permissions(ownerAsUser(before))));
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        QCOMPARE(int(installation->launcherPermissions()), ownerAsUser(after));
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        QCOMPARE(int(home->launcherPermissions()), ownerAsUser(after));
     }
 
     void newLauncherKeepsItsDate()
     {
         const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(path("Halden-Launcher.tmp"), date);
-        QCOMPARE(installation->run(endedProcess()).code, Done);
+        QCOMPARE(home->run(endedProcess()).code, Done);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date);
     }
 
@@ -222,7 +222,7 @@ private slots:
         QTest::newRow("web page") << QByteArray("<!DOCTYPE html>\n<html>") << "is a web page";
         QTest::newRow("text") << QByteArray("502 Bad Gateway\n") << "is no program for this system";
         QTest::newRow("script") << QByteArray("#!/bin/sh\n") << "is no program for this system";
-        QTest::newRow("cut program") << Installation::newLauncher().chopped(1) << "is cut short";
+        QTest::newRow("cut program") << UpdaterHome::newLauncher().chopped(1) << "is cut short";
         QTest::newRow("for another processor")
             << foreignProgram() << "is a program for another processor";
     }
@@ -231,9 +231,9 @@ private slots:
     {
         QFETCH(QByteArray, content);
         QFETCH(QString, reason);
-        installation->placeWaiting(content);
-        QCOMPARE(installation->run(endedProcess()).code, Refused);
-        QCOMPARE(installation->logged("refused Halden-Launcher.tmp, which " + reason), 1);
+        home->placeWaiting(content);
+        QCOMPARE(home->run(endedProcess()).code, Refused);
+        QCOMPARE(home->logged("refused Halden-Launcher.tmp, which " + reason), 1);
         verifyOldLauncherStandsAlone();
     }
 
@@ -241,21 +241,21 @@ private slots:
     {
         QVERIFY(QFile::remove(path("Halden-Launcher.tmp")));
         const QString target = "/home/player/elsewhere";
-        writeFile(target, Installation::newLauncher());
+        writeFile(target, UpdaterHome::newLauncher());
         QVERIFY(QFile::link(target, path("Halden-Launcher.tmp")));
-        QCOMPARE(installation->run(endedProcess()).code, Refused);
+        QCOMPARE(home->run(endedProcess()).code, Refused);
         verifyOldLauncherStandsAlone();
-        QCOMPARE(readFile(target), Installation::newLauncher());
+        QCOMPARE(readFile(target), UpdaterHome::newLauncher());
     }
 
     void folderIsRefusedAndLeftAlone()
     {
         QVERIFY(QFile::remove(path("Halden-Launcher.tmp")));
         writeFile(path("Halden-Launcher.tmp/precious"), "content");
-        QCOMPARE(installation->run(endedProcess()).code, Refused);
+        QCOMPARE(home->run(endedProcess()).code, Refused);
         QCOMPARE(readFile(path("Halden-Launcher.tmp/precious")), "content");
-        QCOMPARE(installation->launcher(), "old");
-        QCOMPARE(installation->starts(), noStarts);
+        QCOMPARE(home->launcher(), "old");
+        QCOMPARE(home->starts(), noStarts);
         QVERIFY(QDir(path("Halden-Launcher.tmp")).removeRecursively());
     }
 
@@ -263,9 +263,9 @@ private slots:
     {
         const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(path("Halden-Launcher.exe"), date);
-        installation->placeWaiting(unstartableProgram());
-        QCOMPARE(installation->run(endedProcess()).code, Refused);
-        QCOMPARE(installation->logged("put the old launcher back"), 1);
+        home->placeWaiting(unstartableProgram());
+        QCOMPARE(home->run(endedProcess()).code, Refused);
+        QCOMPARE(home->logged("put the old launcher back"), 1);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date);
         verifyOldLauncherStandsAlone();
     }
@@ -275,9 +275,8 @@ private slots:
     {
         const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
         setDate(path("Halden-Launcher.exe"), date);
-        installation->placeWaiting(unstartableProgram());
-        QCOMPARE(
-            installation->run(endedProcess(), Trace::fail(Trace::links(), "EPERM")).code, Refused);
+        home->placeWaiting(unstartableProgram());
+        QCOMPARE(home->run(endedProcess(), Trace::fail(Trace::links(), "EPERM")).code, Refused);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date);
         verifyOldLauncherStandsAlone();
     }
@@ -299,38 +298,38 @@ private slots:
         QFETCH(int, dateMovesBy);
         QFETCH(QStringList, starts);
         const QDateTime date = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
-        installation->placeWaiting(Installation::oldLauncher());
+        home->placeWaiting(UpdaterHome::oldLauncher());
         setDate(path("Halden-Launcher.exe"), date);
         setDate(path("Halden-Launcher.tmp"), date.addSecs(qint64{ hours } * 3600));
-        QCOMPARE(installation->run(endedProcess()).code, Nothing);
-        QCOMPARE(installation->logged("Halden-Launcher.tmp was the launcher in place"), 1);
+        QCOMPARE(home->run(endedProcess()).code, Nothing);
+        QCOMPARE(home->logged("Halden-Launcher.tmp was the launcher in place"), 1);
         QCOMPARE(dateOf(path("Halden-Launcher.exe")), date.addSecs(qint64{ dateMovesBy } * 3600));
         verifyOldLauncherStandsAlone(starts);
     }
 
     void sameSizeIsNotTheSameLauncher()
     {
-        QByteArray program = Installation::oldLauncher();
+        QByteArray program = UpdaterHome::oldLauncher();
         program.back() = static_cast<char>(program.back() + 1);
-        QCOMPARE(program.size(), Installation::oldLauncher().size());
-        installation->placeWaiting(program);
-        QCOMPARE(installation->run(endedProcess()).code, Done);
+        QCOMPARE(program.size(), UpdaterHome::oldLauncher().size());
+        home->placeWaiting(program);
+        QCOMPARE(home->run(endedProcess()).code, Done);
         QCOMPARE(readFile(path("Halden-Launcher.exe")), program);
     }
 
     void nothingIsDoneWithoutAWaitingLauncher()
     {
         QVERIFY(QFile::remove(path("Halden-Launcher.tmp")));
-        QCOMPARE(installation->run(endedProcess()).code, Nothing);
+        QCOMPARE(home->run(endedProcess()).code, Nothing);
         verifyOldLauncherStandsAlone();
     }
 
     void missingLauncherIsReplacedAllTheSame()
     {
         QVERIFY(QFile::remove(path("Halden-Launcher.exe")));
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
     }
 
     void startedTwiceItExchangesOnce_data()
@@ -348,19 +347,19 @@ private slots:
         const QString id = QString::number(launcher.id());
         std::vector<QProcess> processes(static_cast<std::size_t>(updaters));
         for (QProcess& process : processes)
-            installation->start(process, { id });
-        QTRY_COMPARE(installation->logged("waiting for process " + id), updaters);
+            home->start(process, { id });
+        QTRY_COMPARE(home->logged("waiting for process " + id), updaters);
         launcher.end();
         QList<int> codes;
         for (QProcess& process : processes) {
-            const UpdaterRun run = Installation::finish(process);
+            const UpdaterRun run = UpdaterHome::finish(process);
             QCOMPARE(run.message, QString());
             codes.append(run.code);
         }
         QCOMPARE(codes.count(Done), 1);
         QCOMPARE(codes.count(Done) + codes.count(Nothing) + codes.count(Busy), updaters);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
     }
 
     void lateUpdaterLooksWhatIsLeft_data()
@@ -381,32 +380,32 @@ private slots:
         QProcess late;
         {
             const LockHolder other(TestSupport::ApplicationFolder::path());
-            installation->start(late, { QString::number(endedProcess()) });
-            QTRY_COMPARE(installation->logged("another updater is at work"), 1);
-            QCOMPARE(installation->state(), untouched);
+            home->start(late, { QString::number(endedProcess()) });
+            QTRY_COMPARE(home->logged("another updater is at work"), 1);
+            QCOMPARE(home->state(), untouched);
             if (!waits)
                 QVERIFY(QFile::remove(path("Halden-Launcher.tmp")));
         }
-        const UpdaterRun run = Installation::finish(late);
+        const UpdaterRun run = UpdaterHome::finish(late);
         QCOMPARE(run.code, code);
         QCOMPARE(run.message, QString());
-        QCOMPARE(installation->starts(), starts);
+        QCOMPARE(home->starts(), starts);
     }
 
     /// Whoever may read the folder can hold its lock.
     void lockThatIsNeverReleasedDelaysOnly()
     {
         const LockHolder other(TestSupport::ApplicationFolder::path());
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        QCOMPARE(installation->logged("went on without the lock, which is held for too long"), 1);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        QCOMPARE(home->logged("went on without the lock, which is held for too long"), 1);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
     }
 
     /// The system takes the lock back from the dead.
     void killedUpdaterHoldsUpNobody()
     {
-        installation->placeShippedUpdater();
+        home->placeShippedUpdater();
         QProcess first;
         QProcess second;
         {
@@ -416,32 +415,32 @@ private slots:
             start(second);
             QTRY_VERIFY(second.peek(10'000).contains("another updater is at work"));
             first.kill();
-            Installation::finish(first);
+            UpdaterHome::finish(first);
         }
-        QCOMPARE(Installation::finish(second).code, Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+        QCOMPARE(UpdaterHome::finish(second).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
     }
 
     void readOnlyFolderIsLeftAsItIs()
     {
         {
             const ReadOnlyFolder folder(TestSupport::ApplicationFolder::path());
-            const UpdaterRun run = installation->run(endedProcess());
+            const UpdaterRun run = home->run(endedProcess());
             QCOMPARE(run.code, NotReplaced);
             QVERIFY2(run.message.contains(": Permission denied\n"), qPrintable(run.message));
-            QCOMPARE(installation->state(), untouched);
-            QCOMPARE(installation->startedVersion(), "old");
-            QCOMPARE(installation->starts(), noStarts);
+            QCOMPARE(home->state(), untouched);
+            QCOMPARE(home->startedVersion(), "old");
+            QCOMPARE(home->starts(), noStarts);
         }
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        QCOMPARE(home->state(), exchanged);
     }
 
     void fullDiskDoesNotMatter()
     {
         HALDEN_NEEDS_SMALL_DISK();
-        const Installation small("/small/Halden");
+        const UpdaterHome small("/small/Halden");
         const FullDisk disk("/small");
         QCOMPARE(small.run(endedProcess()).code, Done);
         QCOMPARE(small.state(), exchanged);
@@ -451,7 +450,7 @@ private slots:
     void fullDiskWithoutLinksLeavesEverything()
     {
         HALDEN_NEEDS_SMALL_DISK();
-        const Installation small("/small/Halden");
+        const UpdaterHome small("/small/Halden");
         {
             const FullDisk disk("/small");
             const QStringList noLinks = Trace::fail(Trace::links(), "EPERM");
@@ -468,24 +467,23 @@ private slots:
     void heldFileIsTriedAgain()
     {
         QCOMPARE(
-            installation->run(endedProcess(), Trace::fail(Trace::renames(), "EBUSY", 1, 3)).code,
-            Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(installation->starts(), oneStart("new"));
+            home->run(endedProcess(), Trace::fail(Trace::renames(), "EBUSY", 1, 3)).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->starts(), oneStart("new"));
         // Said once, not at every attempt.
-        QCOMPARE(installation->logLines().filter("trying again: ").size(), 1);
-        QCOMPARE(installation->logLines().filter(": Device or resource busy").size(), 1);
+        QCOMPARE(home->logLines().filter("trying again: ").size(), 1);
+        QCOMPARE(home->logLines().filter(": Device or resource busy").size(), 1);
     }
 
     void fileThatStaysHeldIsGivenUp()
     {
         const QStringList held = Trace::fail(Trace::renames(), "EBUSY");
-        QCOMPARE(installation->run(endedProcess(), held).code, NotReplaced);
-        QCOMPARE(installation->state(), untouched);
-        QCOMPARE(installation->strangers(), QStringList());
-        QCOMPARE(installation->starts(), noStarts);
-        QCOMPARE(installation->logLines().filter("gave up: ").size(), 1);
-        QCOMPARE(installation->run(endedProcess()).code, Done);
+        QCOMPARE(home->run(endedProcess(), held).code, NotReplaced);
+        QCOMPARE(home->state(), untouched);
+        QCOMPARE(home->strangers(), QStringList());
+        QCOMPARE(home->starts(), noStarts);
+        QCOMPARE(home->logLines().filter("gave up: ").size(), 1);
+        QCOMPARE(home->run(endedProcess()).code, Done);
     }
 
     /// Another copy of the launcher runs, and somebody reads the file.
@@ -494,9 +492,9 @@ private slots:
         const RunningLauncher user(path("Halden-Launcher.exe"));
         QFile reader(path("Halden-Launcher.exe"));
         QVERIFY(reader.open(QIODevice::ReadOnly));
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(reader.readAll(), Installation::oldLauncher());
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(reader.readAll(), UpdaterHome::oldLauncher());
     }
 
     void leftoversOfAKilledRunAreSettled_data()
@@ -528,17 +526,17 @@ private slots:
         QFETCH(QStringList, starts);
         arrange(before);
         writeFile(path("Halden-Launcher.old-new"), "half a copy");
-        QCOMPARE(installation->state(), before);
-        QCOMPARE(installation->run(endedProcess()).code, code);
-        QCOMPARE(installation->state(), after);
-        QCOMPARE(installation->strangers(), QStringList());
-        QCOMPARE(installation->starts(), starts);
+        QCOMPARE(home->state(), before);
+        QCOMPARE(home->run(endedProcess()).code, code);
+        QCOMPARE(home->state(), after);
+        QCOMPARE(home->strangers(), QStringList());
+        QCOMPARE(home->starts(), starts);
     }
 
     void unstartedProgramIsTakenBackLater()
     {
         arrange("other none old");
-        QCOMPARE(installation->run(endedProcess()).code, Refused);
+        QCOMPARE(home->run(endedProcess()).code, Refused);
         verifyOldLauncherStandsAlone();
     }
 
@@ -556,12 +554,12 @@ private slots:
         QFETCH(QByteArray, zone);
         QFETCH(QString, offset);
         const QDateTime before = QDateTime::currentDateTimeUtc();
-        installation->run(endedProcess(), { "env", "TZ=" + zone });
+        home->run(endedProcess(), { "env", "TZ=" + zone });
         const QDateTime after = QDateTime::currentDateTimeUtc();
         static const QRegularExpression form(R"(^(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}))"
                                              R"(([+-]\d\d:\d\d) \[\d+\] ([a-z].*)$)");
         QStringList messages;
-        const QStringList lines = installation->logLines();
+        const QStringList lines = home->logLines();
         for (const QString& line : lines) {
             const QRegularExpressionMatch match = form.match(line);
             QVERIFY2(match.hasMatch(), qPrintable(line));
@@ -593,31 +591,31 @@ private slots:
         for (int n = 1; n <= lines; ++n)
             text += QByteArray::number(n).rightJustified(99, '.') + '\n';
         writeFile(path("Halden-Launcher-Updater.log"), text);
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        const QStringList kept = installation->logLines();
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        const QStringList kept = home->logLines();
         const qint64 size = QFileInfo(path("Halden-Launcher-Updater.log")).size();
         QVERIFY2(size > 131'000 && size < 132'000, qPrintable(QString::number(size)));
         QCOMPARE(kept.first().size(), 99);
         QCOMPARE(kept.at(kept.size() - 5).right(6), QString::number(lines).rightJustified(6, '.'));
         QVERIFY(kept.last().endsWith("started the launcher"));
-        QCOMPARE(installation->strangers(), QStringList());
+        QCOMPARE(home->strangers(), QStringList());
     }
 
     void logThatFitsIsKept()
     {
         const QByteArray text = QByteArray(99, '.') + '\n';
         writeFile(path("Halden-Launcher-Updater.log"), text.repeated(2600));
-        QCOMPARE(installation->run(endedProcess()).code, Done);
-        QCOMPARE(installation->logLines().size(), 2604);
+        QCOMPARE(home->run(endedProcess()).code, Done);
+        QCOMPARE(home->logLines().size(), 2604);
     }
 
     /// What the tests above have been spared.
     void shippedUpdaterWaitsAMinute()
     {
-        installation->placeShippedUpdater();
+        home->placeShippedUpdater();
         RunningLauncher launcher(path("Halden-Launcher.exe"));
         QProcess updater;
-        installation->start(
+        home->start(
             updater, { QString::number(launcher.id()) }, Trace::record("?poll,ppoll", "/tmp/poll"));
         const auto limit = [] {
             static const QRegularExpression form(R"(POLLIN\}\], 1, (\d+|\{tv_sec=\d+))");
@@ -625,18 +623,18 @@ private slots:
         };
         QTRY_VERIFY(readFile("/tmp/poll").contains("POLLIN"));
         launcher.end();
-        QCOMPARE(Installation::finish(updater).code, Done);
+        QCOMPARE(UpdaterHome::finish(updater).code, Done);
         QVERIFY2(QStringList({ "60000", "60" }).contains(limit()), qPrintable(limit()));
     }
 
     void shippedUpdaterTriesForAQuarterOfAMinute()
     {
-        installation->placeShippedUpdater();
+        home->placeShippedUpdater();
         const QString sleeps = "?nanosleep,clock_nanosleep";
         QStringList tracer = Trace::record(sleeps, "/tmp/sleeps");
         tracer = Trace::both(tracer, Trace::skip(sleeps));
         const ReadOnlyFolder folder(TestSupport::ApplicationFolder::path());
-        QCOMPARE(installation->run(endedProcess(), tracer).code, NotReplaced);
+        QCOMPARE(home->run(endedProcess(), tracer).code, NotReplaced);
         const QList<double> pauses = pausesIn("/tmp/sleeps");
         QVERIFY(std::is_sorted(pauses.begin(), pauses.end()));
         const double total = std::accumulate(pauses.begin(), pauses.end(), 0.0);
@@ -647,13 +645,13 @@ private slots:
 private:
     QString path(const QString& name) const
     {
-        return installation->path(name);
+        return home->path(name);
     }
 
     /// Its log is read from standard error.
     void start(QProcess& updater) const
     {
-        installation->start(updater, { QString::number(endedProcess()) });
+        home->start(updater, { QString::number(endedProcess()) });
         updater.setReadChannel(QProcess::StandardError);
     }
 
@@ -666,7 +664,7 @@ private:
             all += QByteArray::number(int(QFile::permissions(path(name))), 16);
             all += dateOf(path(name)).toString(Qt::ISODateWithMs).toUtf8();
         }
-        return all + installation->kept().toUtf8();
+        return all + home->kept().toUtf8();
     }
 
     /// `state()` the other way round.
@@ -676,11 +674,11 @@ private:
         const auto program = [](const QString& word) {
             if (word == "other")
                 return unstartableProgram();
-            return word == "old" ? Installation::oldLauncher() : Installation::newLauncher();
+            return word == "old" ? UpdaterHome::oldLauncher() : UpdaterHome::newLauncher();
         };
-        installation->placeLauncher(program(words.at(0)));
-        installation->placeWaiting(program(words.at(1)));
-        installation->placeKept(program(words.at(2)));
+        home->placeLauncher(program(words.at(0)));
+        home->placeWaiting(program(words.at(1)));
+        home->placeKept(program(words.at(2)));
         if (words.at(0) == "none")
             QVERIFY(QFile::remove(path("Halden-Launcher.exe")));
         if (words.at(1) == "none")
@@ -690,12 +688,12 @@ private:
     /// And a second run finds nothing more to do.
     void verifyOldLauncherStandsAlone(const QStringList& starts = noStarts)
     {
-        QCOMPARE(installation->state(), "old none none");
-        QCOMPARE(installation->startedVersion(), "old");
-        QCOMPARE(installation->strangers(), QStringList());
-        QCOMPARE(installation->starts(), starts);
-        QCOMPARE(installation->run(endedProcess()).code, Nothing);
-        QCOMPARE(installation->state(), "old none none");
+        QCOMPARE(home->state(), "old none none");
+        QCOMPARE(home->startedVersion(), "old");
+        QCOMPARE(home->strangers(), QStringList());
+        QCOMPARE(home->starts(), starts);
+        QCOMPARE(home->run(endedProcess()).code, Nothing);
+        QCOMPARE(home->state(), "old none none");
     }
 
     /// What the toolkit calls owner and user is the same to the file system.
@@ -716,7 +714,7 @@ private:
         return seconds;
     }
 
-    std::unique_ptr<Installation> installation;
+    std::unique_ptr<UpdaterHome> home;
 };
 
 HALDEN_TEST_MAIN(tst_Updater)

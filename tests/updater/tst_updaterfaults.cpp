@@ -3,7 +3,7 @@
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 #include "tests/updater/faults.h"
-#include "tests/updater/installation.h"
+#include "tests/updater/updaterhome.h"
 
 #include <QFile>
 #include <QMap>
@@ -82,7 +82,7 @@ QByteArray contentOf(const QString& what)
         return unstartableProgram() + what.toUtf8();
     if (what == "page")
         return "<!DOCTYPE html>";
-    return what == "old" ? Installation::oldLauncher() : Installation::newLauncher();
+    return what == "old" ? UpdaterHome::oldLauncher() : UpdaterHome::newLauncher();
 }
 
 } // namespace
@@ -95,9 +95,9 @@ class tst_UpdaterFaults : public QObject {
 private slots:
     void initTestCase()
     {
-        installation = std::make_unique<Installation>(TestSupport::ApplicationFolder::path());
+        home = std::make_unique<UpdaterHome>(TestSupport::ApplicationFolder::path());
         if (TestSupport::hasSmallDisk())
-            small = std::make_unique<Installation>("/small/Halden");
+            small = std::make_unique<UpdaterHome>("/small/Halden");
         ended = endedProcess();
         for (const Scenario& scenario : scenarios())
             killPoints.append(findKillPoints(scenario));
@@ -173,7 +173,7 @@ private:
         }
     }
 
-    static void arrange(const Installation& where, const Scenario& scenario)
+    static void arrange(const UpdaterHome& where, const Scenario& scenario)
     {
         where.reset();
         where.placeLauncher(contentOf(scenario.launcher));
@@ -189,11 +189,11 @@ private:
     /// Everything that a run nobody disturbs changes, and its end.
     QList<SystemCall> findKillPoints(const Scenario& scenario)
     {
-        arrange(*installation, scenario);
+        arrange(*home, scenario);
         const QStringList tracer = Trace::record(Trace::stateChanging(), traceFile);
-        installation->run(ended, Trace::both(tracer, scenario.wrapper));
-        if (installation->state() != scenario.outcome)
-            qFatal("%s: %s", scenario.name, qPrintable(installation->state()));
+        home->run(ended, Trace::both(tracer, scenario.wrapper));
+        if (home->state() != scenario.outcome)
+            qFatal("%s: %s", scenario.name, qPrintable(home->state()));
         QList<SystemCall> calls = Trace::recordedChanges(traceFile);
         // One interference at a time with one call.
         const QString interference = scenario.wrapper.join(' ');
@@ -202,7 +202,7 @@ private:
     }
 
     /// Empty when all is well, as with all that follow.
-    static QString wrongWithLauncher(const Installation& where)
+    static QString wrongWithLauncher(const UpdaterHome& where)
     {
         const QString version = where.launcher();
         if (version != "old" && version != "new")
@@ -211,7 +211,7 @@ private:
         return started == version ? QString() : "the launcher calls itself \"" + started + '"';
     }
 
-    QString finish(const Installation& where, const QString& outcome = exchanged) const
+    QString finish(const UpdaterHome& where, const QString& outcome = exchanged) const
     {
         const UpdaterRun run = where.run(ended);
         if (run.code != 0 && run.code != 3 && run.code != 6)
@@ -226,7 +226,7 @@ private:
     /// A new launcher is started once; a second time only if the first updater
     /// was killed before it could note that it had done so.
     static QString
-    wrongWithStarts(const Installation& where, const QString& outcome, qsizetype atMost)
+    wrongWithStarts(const UpdaterHome& where, const QString& outcome, qsizetype atMost)
     {
         const qsizetype starts = where.starts().filter("new ").size();
         const bool due = outcome == exchanged;
@@ -237,46 +237,44 @@ private:
 
     QString killAndFinish(const Scenario& scenario, const SystemCall& call)
     {
-        arrange(*installation, scenario);
+        arrange(*home, scenario);
         const QStringList killer = Trace::both(Trace::killBefore(call), scenario.wrapper);
-        if (installation->run(ended, killer).code != -1)
+        if (home->run(ended, killer).code != -1)
             return "the updater was not killed";
         QString wrong = wrongWithSafety(scenario);
         if (!wrong.isEmpty())
             return wrong;
-        const QString unfinished = finish(*installation, scenario.end);
-        return unfinished.isEmpty() ? wrongWithStarts(*installation, scenario.end, 2) : unfinished;
+        const QString unfinished = finish(*home, scenario.end);
+        return unfinished.isEmpty() ? wrongWithStarts(*home, scenario.end, 2) : unfinished;
     }
 
     /// A program that does not start may stand there until the second run, as long
     /// as there is one to go back to.
     QString wrongWithSafety(const Scenario& scenario) const
     {
-        const bool isSafe = scenario.isDoubtful() && installation->kept() == "old";
-        return isSafe ? QString() : wrongWithLauncher(*installation);
+        const bool isSafe = scenario.isDoubtful() && home->kept() == "old";
+        return isSafe ? QString() : wrongWithLauncher(*home);
     }
 
     /// Which launcher wins depends on what has failed; one does, and nothing is left.
     QString failAndFinish(const Scenario& scenario, const QStringList& failure)
     {
-        arrange(*installation, scenario);
-        if (installation->run(ended, Trace::both(failure, scenario.wrapper)).code < 0)
+        arrange(*home, scenario);
+        if (home->run(ended, Trace::both(failure, scenario.wrapper)).code < 0)
             return "the updater did not end by itself";
         QString wrong = wrongWithSafety(scenario);
         if (!wrong.isEmpty())
             return wrong;
-        const UpdaterRun second = installation->run(ended);
+        const UpdaterRun second = home->run(ended);
         const QStringList ends{ exchanged, oldAlone };
-        if (!ends.contains(installation->state()) || !installation->strangers().isEmpty())
-            return QString("the second run ends with %1, %2")
-                .arg(second.code)
-                .arg(installation->state());
-        wrong = wrongWithLauncher(*installation);
-        const qsizetype starts = installation->starts().size();
+        if (!ends.contains(home->state()) || !home->strangers().isEmpty())
+            return QString("the second run ends with %1, %2").arg(second.code).arg(home->state());
+        wrong = wrongWithLauncher(*home);
+        const qsizetype starts = home->starts().size();
         return starts > 2 ? QString("%1 launchers were started").arg(starts) : wrong;
     }
 
-    QString finishAfter(const Installation& where, const UpdaterRun& run, int code) const
+    QString finishAfter(const UpdaterHome& where, const UpdaterRun& run, int code) const
     {
         if (run.code != code)
             return QString("the first run ends with %1: %2").arg(run.code).arg(run.message);
@@ -284,7 +282,7 @@ private:
         return wrong.isEmpty() ? finishedOnce(where) : wrong;
     }
 
-    QString finishedOnce(const Installation& where) const
+    QString finishedOnce(const UpdaterHome& where) const
     {
         const QString unfinished = finish(where);
         return unfinished.isEmpty() ? wrongWithStarts(where, exchanged, 1) : unfinished;
@@ -299,29 +297,28 @@ private:
 
     QString killedTwice(QRandomGenerator& random)
     {
-        arrange(*installation, scenarios().constFirst());
+        arrange(*home, scenarios().constFirst());
         for (int n = 0; n < 2; ++n) {
             const QList<SystemCall>& calls = killPoints.first();
             // The second run may have less to do and get past the place.
-            installation->run(
-                ended, Trace::killBefore(calls.at(random.bounded(int(calls.size())))));
-            QString wrong = wrongWithLauncher(*installation);
+            home->run(ended, Trace::killBefore(calls.at(random.bounded(int(calls.size())))));
+            QString wrong = wrongWithLauncher(*home);
             if (!wrong.isEmpty())
                 return wrong;
         }
-        const QString unfinished = finish(*installation);
-        return unfinished.isEmpty() ? wrongWithStarts(*installation, exchanged, 3) : unfinished;
+        const QString unfinished = finish(*home);
+        return unfinished.isEmpty() ? wrongWithStarts(*home, exchanged, 3) : unfinished;
     }
 
     QString readOnly(QRandomGenerator&)
     {
-        installation->reset();
+        home->reset();
         UpdaterRun run;
         {
             const ReadOnlyFolder folder(TestSupport::ApplicationFolder::path());
-            run = installation->run(ended);
+            run = home->run(ended);
         }
-        return finishAfter(*installation, run, 5);
+        return finishAfter(*home, run, 5);
     }
 
     QString diskFull(QRandomGenerator& random)
@@ -339,50 +336,50 @@ private:
 
     QString held(QRandomGenerator& random)
     {
-        installation->reset();
+        home->reset();
         // Five attempts, each of which ends with the first refusal.
         const int first = random.bounded(1, 3);
         const int refusals = random.bounded(1, 8);
         const QString error = random.bounded(2) == 0 ? "EBUSY" : "EACCES";
         UpdaterRun run;
         {
-            const RunningLauncher user(installation->path("Halden-Launcher.exe"));
-            run = installation->run(
+            const RunningLauncher user(home->path("Halden-Launcher.exe"));
+            run = home->run(
                 ended, Trace::fail(Trace::renames(), error, first, first + refusals - 1));
         }
-        return finishAfter(*installation, run, refusals < 5 ? 0 : 5);
+        return finishAfter(*home, run, refusals < 5 ? 0 : 5);
     }
 
     QString twice(QRandomGenerator&)
     {
-        installation->reset();
-        RunningLauncher launcher(installation->path("Halden-Launcher.exe"));
+        home->reset();
+        RunningLauncher launcher(home->path("Halden-Launcher.exe"));
         const QString id = QString::number(launcher.id());
         std::array<QProcess, 2> updaters;
         for (QProcess& updater : updaters)
-            installation->start(updater, { id });
+            home->start(updater, { id });
         launcher.end();
-        const int one = Installation::finish(updaters[0]).code;
-        const int other = Installation::finish(updaters[1]).code;
+        const int one = UpdaterHome::finish(updaters[0]).code;
+        const int other = UpdaterHome::finish(updaters[1]).code;
         if (std::min(one, other) != 0 || (std::max(one, other) != 3 && std::max(one, other) != 7))
             return QString("the updaters end with %1 and %2").arg(one).arg(other);
-        return finishedOnce(*installation);
+        return finishedOnce(*home);
     }
 
     QString reusedId(QRandomGenerator& random)
     {
-        installation->reset();
+        home->reset();
         const QString other = "/tmp/other-program";
         if (!QFile::exists(other))
             QFile::copy(HALDEN_OLD_STANDIN, other);
         const RunningLauncher user(other);
         const QList<qint64> ids{ user.id(), QCoreApplication::applicationPid(), 1 };
-        const UpdaterRun run = installation->run(ids.at(random.bounded(3)));
-        return finishAfter(*installation, run, 0);
+        const UpdaterRun run = home->run(ids.at(random.bounded(3)));
+        return finishAfter(*home, run, 0);
     }
 
-    std::unique_ptr<Installation> installation;
-    std::unique_ptr<Installation> small;
+    std::unique_ptr<UpdaterHome> home;
+    std::unique_ptr<UpdaterHome> small;
     qint64 ended = 0;
     /// For each scenario.
     QList<QList<SystemCall>> killPoints;

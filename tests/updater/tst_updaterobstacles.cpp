@@ -3,7 +3,7 @@
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 #include "tests/updater/faults.h"
-#include "tests/updater/installation.h"
+#include "tests/updater/updaterhome.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -52,7 +52,7 @@ private slots:
     void init()
     {
         QTest::failOnWarning(QRegularExpression(".*"));
-        installation = freshInstallation();
+        home = freshHome();
         QFile::remove(elsewhere);
     }
 
@@ -69,46 +69,46 @@ private slots:
     void theKeptLauncherIsNeverLost()
     {
         QFETCH(QByteArray, waiting);
-        installation->placeLauncher(unstartableProgram());
-        installation->placeKept(Installation::oldLauncher());
-        installation->placeWaiting(waiting);
+        home->placeLauncher(unstartableProgram());
+        home->placeKept(UpdaterHome::oldLauncher());
+        home->placeWaiting(waiting);
         QCOMPARE(run(), Refused);
-        QCOMPARE(installation->state(), oldAlone);
-        QCOMPARE(installation->startedVersion(), "old");
+        QCOMPARE(home->state(), oldAlone);
+        QCOMPARE(home->startedVersion(), "old");
     }
 
     void whatDoesNotStartGivesWayToTheNextOne()
     {
-        installation->placeLauncher(unstartableProgram());
-        installation->placeKept(Installation::oldLauncher());
+        home->placeLauncher(unstartableProgram());
+        home->placeKept(UpdaterHome::oldLauncher());
         QCOMPARE(run(), Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(starts(), QStringList("new"));
     }
 
     void newLauncherIsTriedThoughAWebPageWaits()
     {
-        installation->placeLauncher(Installation::newLauncher());
-        installation->placeKept(Installation::oldLauncher());
-        installation->placeWaiting("<!DOCTYPE html>");
+        home->placeLauncher(UpdaterHome::newLauncher());
+        home->placeKept(UpdaterHome::oldLauncher());
+        home->placeWaiting("<!DOCTYPE html>");
         QCOMPARE(run(), Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(starts(), QStringList("new"));
     }
 
     /// Nothing can be put in place, but what stands there can be tried.
     void whatDoesNotStartIsTakenBackThoughNothingCanBeReplaced()
     {
-        installation->placeLauncher(unstartableProgram());
-        installation->placeKept(Installation::oldLauncher());
+        home->placeLauncher(unstartableProgram());
+        home->placeKept(UpdaterHome::oldLauncher());
         QCOMPARE(run(Trace::fail("fsync", "EIO")), Refused);
-        QCOMPARE(installation->state(), untouched);
+        QCOMPARE(home->state(), untouched);
     }
 
     void unreadableKeptLauncherStays()
     {
-        installation->placeLauncher(unstartableProgram());
-        installation->placeKept(Installation::oldLauncher());
+        home->placeLauncher(unstartableProgram());
+        home->placeKept(UpdaterHome::oldLauncher());
         QVERIFY(QFile::setPermissions(path(keptName), QFileDevice::WriteOwner));
         QCOMPARE(run(), NotReplaced);
         QVERIFY(QFile::exists(path(keptName)));
@@ -133,7 +133,7 @@ private slots:
         QFile::remove(path(name));
         QCOMPARE(mkfifo(qPrintable(path(name)), 0666), 0);
         QCOMPARE(run(), Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
     }
 
     /// Somebody listens, so that it can be opened.
@@ -142,7 +142,7 @@ private slots:
         QCOMPARE(mkfifo(qPrintable(path(logName)), 0666), 0);
         const int reader = open(qPrintable(path(logName)), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         QVERIFY(reader >= 0);
-        const UpdaterRun result = installation->run(endedProcess());
+        const UpdaterRun result = home->run(endedProcess());
         std::array<char, 64> text{};
         QCOMPARE(read(reader, text.data(), text.size()), 0);
         close(reader);
@@ -159,7 +159,7 @@ private slots:
         QVERIFY(QFile::link(elsewhere, path(name)));
         QCOMPARE(run(), Done);
         QCOMPARE(readFile(elsewhere), longLog());
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
     }
 
     void momentIsWrongForAStart_data()
@@ -173,7 +173,7 @@ private slots:
     {
         QFETCH(QString, error);
         QCOMPARE(run(Trace::fail(Trace::starts(), error, 1, 3)), Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(starts(), QStringList("new"));
     }
 
@@ -186,8 +186,8 @@ private slots:
     {
         QFETCH(QString, error);
         QCOMPARE(run(Trace::fail(Trace::starts(), error)), NotReplaced);
-        QCOMPARE(installation->logged("put the old launcher back"), 1);
-        QCOMPARE(installation->state(), untouched);
+        QCOMPARE(home->logged("put the old launcher back"), 1);
+        QCOMPARE(home->state(), untouched);
         verifyItIsMadeUpFor();
     }
 
@@ -198,15 +198,15 @@ private slots:
             QVERIFY(writer.open(QIODevice::Append));
             QCOMPARE(run(), NotReplaced);
         }
-        QCOMPARE(installation->logLines().filter(": Text file busy").size(), 2);
-        QCOMPARE(installation->state(), untouched);
+        QCOMPARE(home->logLines().filter(": Text file busy").size(), 2);
+        QCOMPARE(home->state(), untouched);
         verifyItIsMadeUpFor();
     }
 
     /// Without a second name for the new launcher it stays where it is.
     void momentStaysWrongForAStartAndTheDiskIsFull()
     {
-        const Installation small("/small/Halden");
+        const UpdaterHome small("/small/Halden");
         const FullDisk disk("/small");
         const QStringList noSecondName = Trace::fail(Trace::links(), "EPERM", 2);
         QCOMPARE(
@@ -227,19 +227,19 @@ private slots:
         const QStringList heldInPlace = Trace::fail(Trace::renames(), "EACCES", 4);
         QCOMPARE(
             run(Trace::both(Trace::fail(Trace::starts(), "EAGAIN"), heldInPlace)), NotReplaced);
-        QCOMPARE(installation->state(), "new none old");
-        QCOMPARE(installation->strangers(), QStringList());
+        QCOMPARE(home->state(), "new none old");
+        QCOMPARE(home->strangers(), QStringList());
         verifyItIsMadeUpFor();
     }
 
     void sameLauncherTakesThePlaceWhereTheDateCannotBeSet()
     {
-        installation->placeWaiting(Installation::oldLauncher());
+        home->placeWaiting(UpdaterHome::oldLauncher());
         const QDateTime date = longAgo();
         setDate(launcherName, date);
         setDate(waitingName, date.addSecs(3600));
         QCOMPARE(run(Trace::fail("utimensat", "EPERM")), Nothing);
-        QCOMPARE(installation->state(), oldAlone);
+        QCOMPARE(home->state(), oldAlone);
         QCOMPARE(dateOf(launcherName), date.addSecs(3600));
         QCOMPARE(starts(), QStringList("old"));
     }
@@ -250,10 +250,10 @@ private slots:
         setDate(launcherName, longAgo());
         const QList<int> expected{ 1, 1, 2, 2 };
         for (const int count : expected) {
-            installation->placeWaiting(Installation::oldLauncher());
+            home->placeWaiting(UpdaterHome::oldLauncher());
             setDate(waitingName, dateOf(launcherName).addSecs(7));
             QCOMPARE(run(), Nothing);
-            QCOMPARE(installation->starts().size(), count);
+            QCOMPARE(home->starts().size(), count);
         }
     }
 
@@ -264,14 +264,14 @@ private slots:
         const QDateTime downloaded = longAgo().addDays(3);
         setDate(waitingName, downloaded);
         QCOMPARE(run(held), NotReplaced);
-        QCOMPARE(installation->state(), untouched);
+        QCOMPARE(home->state(), untouched);
         QCOMPARE(starts(), QStringList());
         QCOMPARE(run(held), NotReplaced);
-        QCOMPARE(installation->state(), oldAlone);
+        QCOMPARE(home->state(), oldAlone);
         QCOMPARE(starts(), QStringList("old"));
         // The server keeps back what cannot be put in place.
         QCOMPARE(dateOf(launcherName), downloaded);
-        QCOMPARE(installation->strangers(), QStringList());
+        QCOMPARE(home->strangers(), QStringList());
     }
 
     /// Should the launcher hand over again at once, that is the first one again.
@@ -280,9 +280,9 @@ private slots:
         const QStringList held = Trace::fail(Trace::renames(), "EACCES", 1, 5);
         const QList<int> expected{ 0, 1, 1, 2, 2 };
         for (const int count : expected) {
-            installation->placeWaiting(Installation::newLauncher());
+            home->placeWaiting(UpdaterHome::newLauncher());
             QCOMPARE(run(held), NotReplaced);
-            QCOMPARE(installation->starts().size(), count);
+            QCOMPARE(home->starts().size(), count);
         }
     }
 
@@ -304,10 +304,10 @@ private slots:
         const QList<int> expected{ 0, 1, 1, 2 };
         for (int launcher = 0; launcher < 4; ++launcher) {
             const qint64 id = 70'000 + launcher;
-            QCOMPARE(installation->run(id).code, NotReplaced);
-            QCOMPARE(installation->run(id).code, NotReplaced);
-            QCOMPARE(installation->starts().size(), expected.at(launcher));
-            QCOMPARE(installation->state(), untouched);
+            QCOMPARE(home->run(id).code, NotReplaced);
+            QCOMPARE(home->run(id).code, NotReplaced);
+            QCOMPARE(home->starts().size(), expected.at(launcher));
+            QCOMPARE(home->state(), untouched);
         }
         QCOMPARE(starts().first(), "old");
     }
@@ -317,8 +317,8 @@ private slots:
         const QStringList held = Trace::fail(Trace::renames(), "EACCES", 1, 5);
         const qint64 id = endedProcess();
         for (int n = 0; n < 2; ++n) {
-            QCOMPARE(installation->run(id, held).code, NotReplaced);
-            QCOMPARE(installation->state(), untouched);
+            QCOMPARE(home->run(id, held).code, NotReplaced);
+            QCOMPARE(home->state(), untouched);
         }
         QCOMPARE(starts(), QStringList());
     }
@@ -328,9 +328,9 @@ private slots:
         const QStringList held = Trace::fail(Trace::renames(), "EACCES", 1, 5);
         QCOMPARE(run(held), NotReplaced);
         QCOMPARE(run(), Done);
-        installation->placeWaiting(Installation::oldLauncher());
+        home->placeWaiting(UpdaterHome::oldLauncher());
         QCOMPARE(run(held), NotReplaced);
-        QCOMPARE(installation->state(), "new old none");
+        QCOMPARE(home->state(), "new old none");
         QCOMPARE(starts(), QStringList("new"));
     }
 
@@ -350,10 +350,8 @@ private slots:
                                 "signal.signal(signal.SIGINT, signal.SIG_IGN);"
                                 "os.execv(sys.argv[1], sys.argv[1:])";
         QCOMPARE(run({ "python3", "-c", program }), Done);
-        QCOMPARE(installation->starts().size(), 1);
-        QVERIFY2(
-            !installation->starts().first().contains("deaf"),
-            qPrintable(installation->starts().first()));
+        QCOMPARE(home->starts().size(), 1);
+        QVERIFY2(!home->starts().first().contains("deaf"), qPrintable(home->starts().first()));
     }
 
     void goesOnWithoutAnyoneToTell_data()
@@ -375,7 +373,7 @@ private slots:
         const QStringList nobodyReads{ "python3", "-c", script };
         const QStringList closed{ "sh", "-c", R"(exec "$0" "$@" <&- >&- 2>&-)" };
         QCOMPARE(run(open ? nobodyReads : closed), Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(starts(), QStringList("new"));
         QVERIFY(QDir().rmdir(path(logName)));
     }
@@ -384,12 +382,12 @@ private slots:
     {
         // The first removals make room for it, and there is nothing yet.
         QCOMPARE(run(Trace::fail(Trace::removals(), "EPERM", 3)), Done);
-        QCOMPARE(installation->state(), "new none old");
+        QCOMPARE(home->state(), "new none old");
         QCOMPARE(run(Trace::fail(Trace::removals(), "EPERM")), Nothing);
         QCOMPARE(starts(), QStringList("new"));
-        installation->placeWaiting(Installation::oldLauncher());
+        home->placeWaiting(UpdaterHome::oldLauncher());
         QCOMPARE(run(), Done);
-        QCOMPARE(installation->state(), oldAlone);
+        QCOMPARE(home->state(), oldAlone);
     }
 
     void folderWithoutLocksIsNoObstacle_data()
@@ -407,17 +405,17 @@ private slots:
         const QString id = QString::number(launcher.id());
         std::array<QProcess, 4> updaters;
         for (QProcess& updater : updaters)
-            installation->start(updater, { id }, Trace::fail("flock", error));
-        QTRY_COMPARE(installation->logged("waiting for process " + id), 4);
+            home->start(updater, { id }, Trace::fail("flock", error));
+        QTRY_COMPARE(home->logged("waiting for process " + id), 4);
         launcher.end();
         QList<int> codes;
         for (QProcess& updater : updaters)
-            codes.append(Installation::finish(updater).code);
+            codes.append(UpdaterHome::finish(updater).code);
         std::sort(codes.begin(), codes.end());
         QCOMPARE(codes.takeFirst(), Done);
         for (const int code : codes)
             QVERIFY2(code == Busy || code == Nothing, qPrintable(QString::number(code)));
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(starts(), QStringList("new"));
     }
 
@@ -426,15 +424,14 @@ private slots:
         const QStringList neither
             = Trace::both(Trace::fail("flock", "EBADF"), Trace::fail("bind", "EACCES"));
         QCOMPARE(run(neither), Done);
-        QCOMPARE(installation->state(), exchanged);
-        QCOMPARE(
-            installation->logged("went on without a lock: lock the folder: Permission denied"), 1);
+        QCOMPARE(home->state(), exchanged);
+        QCOMPARE(home->logged("went on without a lock: lock the folder: Permission denied"), 1);
     }
 
 private:
     QString path(const QString& name) const
     {
-        return installation->path(name);
+        return home->path(name);
     }
 
     /// By another launcher each time.
@@ -445,13 +442,13 @@ private:
         while (id == last)
             id = endedProcess();
         last = id;
-        return installation->run(id, wrapper).code;
+        return home->run(id, wrapper).code;
     }
 
     /// Their versions.
     QStringList starts() const
     {
-        QStringList versions = installation->starts();
+        QStringList versions = home->starts();
         for (QString& start : versions)
             start = start.section(' ', 0, 0);
         return versions;
@@ -478,11 +475,11 @@ private:
     {
         QCOMPARE(starts(), QStringList());
         QCOMPARE(run(), Done);
-        QCOMPARE(installation->state(), exchanged);
+        QCOMPARE(home->state(), exchanged);
         QCOMPARE(starts(), QStringList("new"));
     }
 
-    std::unique_ptr<Installation> installation;
+    std::unique_ptr<UpdaterHome> home;
 };
 
 HALDEN_TEST_MAIN(tst_UpdaterObstacles)

@@ -17,11 +17,11 @@ struct UpdaterRun {
 
 /// A player's folder with an updater and stand-ins for the old and the new
 /// launcher. Failures of its own end the process.
-class Installation {
+class UpdaterHome {
 public:
     /// Makes the folder anew: the old launcher is in place, the new one waits,
     /// without its run bit, as after a download.
-    explicit Installation(QString folder);
+    explicit UpdaterHome(QString folder);
 
     QString path(const QString& name) const;
     static QByteArray oldLauncher();
@@ -73,7 +73,7 @@ private:
 };
 
 /// The only thing in the sandbox's application folder.
-std::unique_ptr<Installation> freshInstallation();
+std::unique_ptr<UpdaterHome> freshHome();
 
 /// The old launcher at work: a process whose id an updater can be given.
 class RunningLauncher {

@@ -1,4 +1,4 @@
-#include "tests/updater/installation.h"
+#include "tests/updater/updaterhome.h"
 
 #include "tests/support/applicationfolder.h"
 
@@ -40,7 +40,7 @@ QByteArray program(const char* path)
 
 } // namespace
 
-Installation::Installation(QString where)
+UpdaterHome::UpdaterHome(QString where)
     : folder(std::move(where))
     , record("/tmp/starts-" + QString::number(qHash(folder)))
 {
@@ -49,24 +49,24 @@ Installation::Installation(QString where)
     reset();
 }
 
-QString Installation::path(const QString& name) const
+QString UpdaterHome::path(const QString& name) const
 {
     return folder + '/' + name;
 }
 
-QByteArray Installation::oldLauncher()
+QByteArray UpdaterHome::oldLauncher()
 {
     static const QByteArray content = program(HALDEN_OLD_STANDIN);
     return content;
 }
 
-QByteArray Installation::newLauncher()
+QByteArray UpdaterHome::newLauncher()
 {
     static const QByteArray content = program(HALDEN_NEW_STANDIN);
     return content;
 }
 
-void Installation::reset() const
+void UpdaterHome::reset() const
 {
     // What an earlier test has left running would still write.
     std::ignore = starts();
@@ -78,27 +78,27 @@ void Installation::reset() const
     QFile::remove(record);
 }
 
-void Installation::placeLauncher(const QByteArray& content) const
+void UpdaterHome::placeLauncher(const QByteArray& content) const
 {
     place(path("Halden-Launcher.exe"), content, runnable);
 }
 
-void Installation::placeWaiting(const QByteArray& content) const
+void UpdaterHome::placeWaiting(const QByteArray& content) const
 {
     place(path("Halden-Launcher.tmp"), content, notRunnable);
 }
 
-void Installation::placeKept(const QByteArray& content) const
+void UpdaterHome::placeKept(const QByteArray& content) const
 {
     place(path("Halden-Launcher.old"), content, runnable);
 }
 
-void Installation::placeShippedUpdater() const
+void UpdaterHome::placeShippedUpdater() const
 {
     place(path("Halden-Launcher-Updater.exe"), program(HALDEN_SHIPPED_UPDATER), runnable);
 }
 
-void Installation::start(
+void UpdaterHome::start(
     QProcess& updater, const QStringList& arguments, const QStringList& wrapper) const
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -116,7 +116,7 @@ void Installation::start(
         qFatal("cannot start %s: %s", qPrintable(first), qPrintable(updater.errorString()));
 }
 
-UpdaterRun Installation::finish(QProcess& updater)
+UpdaterRun UpdaterHome::finish(QProcess& updater)
 {
     if (updater.state() != QProcess::NotRunning && !updater.waitForFinished())
         qFatal("the updater does not end: %s", qPrintable(updater.errorString()));
@@ -124,34 +124,34 @@ UpdaterRun Installation::finish(QProcess& updater)
     return { ended ? updater.exitCode() : -1, QString::fromUtf8(updater.readAllStandardError()) };
 }
 
-UpdaterRun Installation::run(qint64 id, const QStringList& wrapper) const
+UpdaterRun UpdaterHome::run(qint64 id, const QStringList& wrapper) const
 {
     QProcess updater;
     start(updater, { QString::number(id) }, wrapper);
     return finish(updater);
 }
 
-QString Installation::launcher() const
+QString UpdaterHome::launcher() const
 {
     return whichIs("Halden-Launcher.exe");
 }
 
-QString Installation::waiting() const
+QString UpdaterHome::waiting() const
 {
     return whichIs("Halden-Launcher.tmp");
 }
 
-QString Installation::kept() const
+QString UpdaterHome::kept() const
 {
     return whichIs("Halden-Launcher.old");
 }
 
-QString Installation::state() const
+QString UpdaterHome::state() const
 {
     return launcher() + ' ' + waiting() + ' ' + kept();
 }
 
-QString Installation::startedVersion() const
+QString UpdaterHome::startedVersion() const
 {
     QProcess process;
     process.start(path("Halden-Launcher.exe"), { "version" });
@@ -159,7 +159,7 @@ QString Installation::startedVersion() const
     return ended ? QString::fromUtf8(process.readAllStandardOutput().trimmed()) : QString();
 }
 
-QStringList Installation::strangers() const
+QStringList UpdaterHome::strangers() const
 {
     const QStringList known{ "Halden-Launcher.exe", "Halden-Launcher.tmp", "Halden-Launcher.old",
                              "Halden-Launcher-Updater.exe", "Halden-Launcher-Updater.log" };
@@ -173,25 +173,25 @@ QStringList Installation::strangers() const
     return found;
 }
 
-QFileDevice::Permissions Installation::launcherPermissions() const
+QFileDevice::Permissions UpdaterHome::launcherPermissions() const
 {
     return QFile::permissions(path("Halden-Launcher.exe"));
 }
 
-QStringList Installation::starts() const
+QStringList UpdaterHome::starts() const
 {
     if (!QTest::qWaitFor([this] { return !somethingIsRunning(); }))
         qFatal("a launcher or an updater does not end");
     return QString::fromUtf8(readFile(record)).split('\n', Qt::SkipEmptyParts);
 }
 
-QStringList Installation::logLines() const
+QStringList UpdaterHome::logLines() const
 {
     return QString::fromUtf8(readFile(path("Halden-Launcher-Updater.log")))
         .split('\n', Qt::SkipEmptyParts);
 }
 
-qsizetype Installation::logged(const QString& end) const
+qsizetype UpdaterHome::logged(const QString& end) const
 {
     const QStringList lines = logLines();
     return std::count_if(
@@ -200,7 +200,7 @@ qsizetype Installation::logged(const QString& end) const
 
 /// Also one whose file has been replaced since. For a moment after its start a
 /// launcher still passes for the updater that has started it.
-bool Installation::somethingIsRunning() const
+bool UpdaterHome::somethingIsRunning() const
 {
     const QStringList processes = QDir("/proc").entryList({ "[0-9]*" }, QDir::Dirs);
     return std::any_of(processes.begin(), processes.end(), [this](const QString& id) {
@@ -208,7 +208,7 @@ bool Installation::somethingIsRunning() const
     });
 }
 
-QString Installation::whichIs(const QString& name) const
+QString UpdaterHome::whichIs(const QString& name) const
 {
     if (!QFileInfo::exists(path(name)))
         return "none";
@@ -218,10 +218,10 @@ QString Installation::whichIs(const QString& name) const
     return content == newLauncher() ? "new" : "other";
 }
 
-std::unique_ptr<Installation> freshInstallation()
+std::unique_ptr<UpdaterHome> freshHome()
 {
     TestSupport::ApplicationFolder::clear();
-    return std::make_unique<Installation>(TestSupport::ApplicationFolder::path());
+    return std::make_unique<UpdaterHome>(TestSupport::ApplicationFolder::path());
 }
 
 RunningLauncher::RunningLauncher(const QString& program)

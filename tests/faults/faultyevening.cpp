@@ -1,4 +1,4 @@
-#include "tests/faults/evening.h"
+#include "tests/faults/faultyevening.h"
 
 #include "core/settingshandler.h"
 #include "tests/faults/logcheck.h"
@@ -33,7 +33,7 @@ QString& toolkitWarning()
 
 } // namespace
 
-Evening::Evening(Target hit)
+FaultyEvening::FaultyEvening(Target hit)
     : target(hit)
     , errorUrl(Targets::url(hit))
     , judged(Targets::localPath(hit))
@@ -44,65 +44,65 @@ Evening::Evening(Target hit)
     writeRealmsIni(readFile(realmsIniPath()));
 }
 
-void Evening::answerTarget(const HttpAnswer& answer)
+void FaultyEvening::answerTarget(const HttpAnswer& answer)
 {
     answerTarget([answer](const HttpRequest&) { return answer; });
 }
 
-void Evening::answerTarget(const HttpsServer::Handler& handler)
+void FaultyEvening::answerTarget(const HttpsServer::Handler& handler)
 {
     faultyAnswer = handler;
 }
 
-void Evening::whenTargetIsAskedFor(const std::function<void()>& action)
+void FaultyEvening::whenTargetIsAskedFor(const std::function<void()>& action)
 {
     onRequest = action;
 }
 
-void Evening::replaceServerBeforeTarget(const std::function<void()>& action)
+void FaultyEvening::replaceServerBeforeTarget(const std::function<void()>& action)
 {
     onReplacement = action;
 }
 
-void Evening::afterwards(const std::function<void()>& action)
+void FaultyEvening::afterwards(const std::function<void()>& action)
 {
     onEnd = action;
 }
 
-void Evening::expectError(const QString& name, const QString& url)
+void FaultyEvening::expectError(const QString& name, const QString& url)
 {
     error = name;
     if (!url.isEmpty())
         errorUrl = url;
 }
 
-void Evening::laterTargetsMayFail()
+void FaultyEvening::laterTargetsMayFail()
 {
     laterMayFail = true;
 }
 
-void Evening::toolkitWarns(const QString& beginning)
+void FaultyEvening::toolkitWarns(const QString& beginning)
 {
     toolkitWarning() = beginning;
 }
 
-void Evening::clientMayDiffer()
+void FaultyEvening::clientMayDiffer()
 {
     clientIsChecked = false;
 }
 
-void Evening::judgeByClient()
+void FaultyEvening::judgeByClient()
 {
     judged = Targets::installedPatchFile(ownClientFolder());
     clientIsChecked = false;
 }
 
-void Evening::keptMeans(const std::function<bool()>& condition)
+void FaultyEvening::keptMeans(const std::function<bool()>& condition)
 {
     isKept = condition;
 }
 
-QString Evening::play()
+QString FaultyEvening::play()
 {
     static const QStringList words{ "kept", "whole", "as sent", "gone" };
     const State first = start(Targets::thisMorning(), true);
@@ -118,14 +118,14 @@ QString Evening::play()
     return problems.isEmpty() ? outcome : problems.join('\n');
 }
 
-qsizetype Evening::writesIntoNothing(const QString& file) const
+qsizetype FaultyEvening::writesIntoNothing(const QString& file) const
 {
     return unopened.count("warning: QIODevice::write (QFile, \"" + file + "\"): device not open");
 }
 
 /// Holds both runs' requests back until they are all there, then has the server
 /// replaced.
-HttpsServer::Handler Evening::holding(Target previous, const HttpsServer::Handler& handler)
+HttpsServer::Handler FaultyEvening::holding(Target previous, const HttpsServer::Handler& handler)
 {
     return [this, previous, handler](const HttpRequest& request) {
         if (++asked == Targets::requestsPerStart(previous)) {
@@ -136,13 +136,13 @@ HttpsServer::Handler Evening::holding(Target previous, const HttpsServer::Handle
     };
 }
 
-void Evening::replaceServer()
+void FaultyEvening::replaceServer()
 {
     server.stopListening();
     onReplacement();
 }
 
-void Evening::setFault(const QDateTime& date)
+void FaultyEvening::setFault(const QDateTime& date)
 {
     const auto answer = faultyAnswer ? faultyAnswer : Targets::published(target, date);
     server.answer(Targets::requestPath(target), [this, answer](const HttpRequest& request) {
@@ -162,7 +162,7 @@ void Evening::setFault(const QDateTime& date)
         holding(previous, Targets::publishedFor(target, previous, date)));
 }
 
-Evening::State Evening::start(const QDateTime& date, bool faulty)
+FaultyEvening::State FaultyEvening::start(const QDateTime& date, bool faulty)
 {
     server.shutDown();
     Targets::publishAllFor(target, server, date);
@@ -183,7 +183,7 @@ Evening::State Evening::start(const QDateTime& date, bool faulty)
     return reached;
 }
 
-Evening::State Evening::state() const
+FaultyEvening::State FaultyEvening::state() const
 {
     const QByteArray content = contentOf(judged);
     if (content == Targets::today(target))
@@ -196,14 +196,14 @@ Evening::State Evening::state() const
     return content.isNull() ? State::Gone : State::AsSent;
 }
 
-void Evening::check(const MainWindowUnderTest& window, bool faulty)
+void FaultyEvening::check(const MainWindowUnderTest& window, bool faulty)
 {
     checkButtons(window);
     checkLog(window.log.lines(), faulty);
     problems += LogCheck::nothingBut(window.log.linesOfOtherThreads(), toolkitWarning());
 }
 
-void Evening::checkButtons(const MainWindowUnderTest& window)
+void FaultyEvening::checkButtons(const MainWindowUnderTest& window)
 {
     for (const QString name : { "StartWoW", "AddClient", "EditClient", "RemoveClient" }) {
         if (!window.button(name)->isEnabled())
@@ -215,7 +215,7 @@ void Evening::checkButtons(const MainWindowUnderTest& window)
         problems.append("a download is still shown");
 }
 
-void Evening::checkLog(const QStringList& log, bool faulty)
+void FaultyEvening::checkLog(const QStringList& log, bool faulty)
 {
     problems += LogCheck::wholeChain(log, path());
     static const QRegularExpression unopenedFile(
@@ -234,7 +234,7 @@ void Evening::checkLog(const QStringList& log, bool faulty)
 
 /// What was not hit is of yesterday or of today, and the client has what the
 /// cache has.
-void Evening::checkFiles()
+void FaultyEvening::checkFiles()
 {
     for (const Target each : Targets::all()) {
         const QByteArray content = contentOf(Targets::localPath(each));

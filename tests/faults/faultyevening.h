@@ -16,11 +16,11 @@ class MainWindowUnderTest;
 ///
 /// The launcher executable is newer on the server only where it is the target:
 /// otherwise every start would hand over to the updater.
-class Evening {
+class FaultyEvening {
 public:
-    explicit Evening(Target hit);
-    Evening(const Evening&) = delete;
-    Evening& operator=(const Evening&) = delete;
+    explicit FaultyEvening(Target hit);
+    FaultyEvening(const FaultyEvening&) = delete;
+    FaultyEvening& operator=(const FaultyEvening&) = delete;
 
     /// What the server answers for the target in the faulty start; today's
     /// content by default.
