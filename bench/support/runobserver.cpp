@@ -1,5 +1,7 @@
 #include "bench/support/runobserver.h"
 
+#include "tests/support/runlog.h"
+
 #include <QCoreApplication>
 #include <QJsonArray>
 
@@ -80,7 +82,7 @@ void RunObserver::note(const QString& message)
     } else if (message == QLatin1String("now emit clientDownloadComplete")) {
         endReconciliation();
         endFetch();
-    } else if (message == QLatin1String("now copy Data into Client")) {
+    } else if (message == QLatin1String(TestSupport::RunLog::installs)) {
         beginInstallation();
     }
 }

@@ -1,6 +1,7 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/reporter.h"
+#include "tests/support/runlog.h"
 #include "tests/support/testmain.h"
 
 #include <QDir>
@@ -77,6 +78,11 @@ public:
     {
         output += process.readAll().replace('\r', "");
         return QString::fromUtf8(output).split('\n', Qt::SkipEmptyParts);
+    }
+
+    qsizetype installingRuns()
+    {
+        return log().count(QString("Launcher|debug|") + RunLog::installs);
     }
 
     QProcess process;
@@ -172,7 +178,7 @@ private slots:
         Launcher launcher;
         writeFile(Launcher::path("Settings/realms.ini"), oneEntry);
         launcher.start();
-        QTRY_COMPARE(launcher.log().count("Launcher|debug|now copy Data into Client"), 2);
+        QTRY_COMPARE(launcher.installingRuns(), RunLog::runsPerStart);
         QVERIFY(launcher.isRunning());
         QCOMPARE(launcher.log().constFirst(), "Launcher|debug|initer called");
     }
@@ -225,7 +231,7 @@ private slots:
         Launcher launcher;
         placeUpdater();
         launcher.start();
-        QTRY_COMPARE(launcher.log().count("Launcher|debug|now copy Data into Client"), 2);
+        QTRY_COMPARE(launcher.installingRuns(), RunLog::runsPerStart);
         QTRY_COMPARE(updaterCalls(), QList<QStringList>(2, updaterCall(launcher)));
         QVERIFY2(launcher.isRunning(), "The program ended under the player's hands");
         QVERIFY(!QFile::exists(Launcher::path("Settings/realms.ini")));

@@ -1,15 +1,11 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
-#include "tests/support/promptwait.h"
-#include "tests/support/realmsini.h"
 #include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
+#include "tests/world/launcherprocess.h"
 
-#include <QDir>
 #include <QFile>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QRandomGenerator>
 #include <QTimer>
 
@@ -26,32 +22,11 @@ enum class Moment { HandOver, Connecting, Body, FirstStart };
 
 /// The launcher as players get it, in a folder of its own. Windows are closed
 /// through a preloaded library, since this platform has nobody to click on them.
-class Launcher {
+class Launcher : public LauncherProcess {
 public:
     explicit Launcher(const QString& name)
-        : folder(ApplicationFolder::path(name))
+        : LauncherProcess(ApplicationFolder::path(name))
     {
-        QDir().mkpath(folder);
-        if (!QFile::copy(HALDEN_TEST_LAUNCHER, path("Halden-Launcher")))
-            qFatal("cannot copy %s", HALDEN_TEST_LAUNCHER);
-        process.setWorkingDirectory(folder);
-        process.setReadChannel(QProcess::StandardError);
-        QObject::connect(&process, &QProcess::readyReadStandardError, &process, [this] {
-            while (process.canReadLine())
-                lines.append(QString::fromUtf8(process.readLine().trimmed()));
-        });
-    }
-    ~Launcher()
-    {
-        process.kill();
-        process.waitForFinished();
-    }
-    Launcher(const Launcher&) = delete;
-    Launcher& operator=(const Launcher&) = delete;
-
-    QString path(const QString& name) const
-    {
-        return folder + '/' + name;
     }
 
     void placeRealm() const
@@ -66,54 +41,38 @@ public:
         writeFile(path("Halden-Launcher.tmp"), "newer");
     }
 
-    void start(const QString& preloaded, const QMap<QString, QString>& variables = {})
+    void startWith(const QString& preloaded)
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("LD_PRELOAD", preloaded);
+        setVariable("LD_PRELOAD", preloaded);
         // The sanitizers' own library would rather come first.
-        environment.insert(
-            "ASAN_OPTIONS", environment.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
-        for (auto variable = variables.begin(); variable != variables.end(); ++variable)
-            environment.insert(variable.key(), variable.value());
-        process.setProcessEnvironment(environment);
-        process.start(path("Halden-Launcher"), QStringList());
+        setVariable(
+            "ASAN_OPTIONS", qEnvironmentVariable("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+        start();
     }
 
     void closeWindow()
     {
-        process.write("x");
+        tell("x");
     }
 
     qsizetype downloadsStarted() const
     {
-        return lines.filter(QRegularExpression("^true QUrl")).size();
+        return linesStartingWith("true QUrl");
     }
 
-    bool waitForEnd()
+    /// Within the next milliseconds, whatever happens meanwhile.
+    void closeWindowAfter(int milliseconds)
     {
-        return promptlyWaitFor(
-            [this] { return process.state() == QProcess::NotRunning; }, patience);
+        QTimer::singleShot(milliseconds, &context, [this] { closeWindow(); });
     }
 
-    /// "" after an ordinary end.
-    QString whatIsWrong() const
+    bool hasEndedWithoutError()
     {
-        const bool ordinary = process.state() == QProcess::NotRunning
-            && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-        if (ordinary)
-            return {};
-        return QString("state %1, exit status %2, exit code %3, last lines:\n")
-                   .arg(process.state())
-                   .arg(process.exitStatus())
-                   .arg(process.exitCode())
-            + lines.mid(std::max<qsizetype>(0, lines.size() - 10)).join('\n');
+        return waitForQuit() && exitCode() == 0;
     }
-
-    QProcess process;
 
 private:
-    QString folder;
-    QStringList lines;
+    QObject context;
 };
 
 int roundsOfEnds()
@@ -141,7 +100,6 @@ private slots:
 
 private:
     void bringAboutTheEnd(Launcher& launcher, Moment moment);
-    void closeSoon(Launcher& launcher);
 
     HttpsServer server;
     QRandomGenerator chance;
@@ -172,15 +130,13 @@ void tst_LauncherEnds::aThreadInAHandshakeDoesNotMatter()
     Launcher launcher("launcher");
     launcher.placeRealm();
     const QString mark = launcher.path("held");
-    launcher.start(
-        QString(HALDEN_HELD_HANDSHAKE) + ' ' + HALDEN_WINDOW_CLOSER,
-        { { "HALDEN_HELD_MARK", mark } });
+    launcher.setVariable("HALDEN_HELD_MARK", mark);
+    launcher.startWith(QString(HALDEN_HELD_HANDSHAKE) + ' ' + HALDEN_WINDOW_CLOSER);
     QVERIFY2(
-        promptlyWaitFor([&mark] { return QFile::exists(mark); }, patience),
-        qPrintable(launcher.whatIsWrong()));
+        launcher.waitFor([&mark] { return QFile::exists(mark); }),
+        qPrintable(launcher.lastLines()));
     launcher.closeWindow();
-    QVERIFY2(launcher.waitForEnd(), qPrintable(launcher.whatIsWrong()));
-    QCOMPARE(launcher.whatIsWrong(), QString());
+    QVERIFY2(launcher.hasEndedWithoutError(), qPrintable(launcher.lastLines()));
 }
 
 void tst_LauncherEnds::atAnyMoment_data()
@@ -207,10 +163,8 @@ void tst_LauncherEnds::atAnyMoment()
     std::array<Launcher, 4> launchers{ Launcher("a"), Launcher("b"), Launcher("c"), Launcher("d") };
     for (Launcher& launcher : launchers)
         bringAboutTheEnd(launcher, moment);
-    for (Launcher& launcher : launchers) {
-        QVERIFY2(launcher.waitForEnd(), qPrintable(launcher.whatIsWrong()));
-        QCOMPARE(launcher.whatIsWrong(), QString());
-    }
+    for (Launcher& launcher : launchers)
+        QVERIFY2(launcher.hasEndedWithoutError(), qPrintable(launcher.lastLines()));
 }
 
 void tst_LauncherEnds::bringAboutTheEnd(Launcher& launcher, Moment moment)
@@ -219,24 +173,17 @@ void tst_LauncherEnds::bringAboutTheEnd(Launcher& launcher, Moment moment)
         launcher.placeRealm();
     if (moment == Moment::HandOver)
         launcher.placeUpdater();
-    launcher.start(HALDEN_WINDOW_CLOSER);
+    launcher.startWith(HALDEN_WINDOW_CLOSER);
     if (moment == Moment::HandOver)
         return;
     // One start makes five downloads, and two of the manifest, before the patch file's.
     const int downloads = moment == Moment::Body ? 9 : chance.bounded(1, 9);
     QVERIFY2(
-        promptlyWaitFor([&] { return launcher.downloadsStarted() >= downloads; }, patience),
-        qPrintable(launcher.whatIsWrong()));
+        launcher.waitFor([&] { return launcher.downloadsStarted() >= downloads; }),
+        qPrintable(launcher.lastLines()));
     if (moment == Moment::FirstStart)
         launcher.closeWindow();
-    closeSoon(launcher);
-}
-
-/// Within the next milliseconds, whatever happens meanwhile.
-void tst_LauncherEnds::closeSoon(Launcher& launcher)
-{
-    QTimer::singleShot(
-        chance.bounded(30), &launcher.process, [&launcher] { launcher.closeWindow(); });
+    launcher.closeWindowAfter(chance.bounded(30));
 }
 
 HALDEN_TEST_MAIN(tst_LauncherEnds)

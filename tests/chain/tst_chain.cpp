@@ -1,8 +1,8 @@
-#include "tests/chain/community.h"
-#include "tests/chain/launcherprocess.h"
-#include "tests/chain/player.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
+#include "tests/world/community.h"
+#include "tests/world/launcherprocess.h"
+#include "tests/world/player.h"
 
 #include <QDir>
 #include <QFile>
@@ -241,6 +241,7 @@ private slots:
         const QString published = community.patchPath("live", blankAndUmlaut);
         QVERIFY(QFile::rename(published, published + ".away"));
         LauncherProcess launcher;
+        launcher.start();
         QVERIFY2(launcher.waitForBothRuns(player), qPrintable(launcher.lastLines()));
         QCOMPARE(launcher.failedCopies(), 2);
         QCOMPARE(player.wrongInClients(), QStringList{ "live missing: " + blankAndUmlaut });
@@ -253,6 +254,7 @@ private slots:
         placeUpdater();
         QVERIFY(QFile::remove(path("Halden-Launcher.exe")));
         LauncherProcess launcher;
+        launcher.start();
         const qint64 id = launcher.processId();
         QVERIFY2(launcher.waitForQuit(), qPrintable(launcher.lastLines()));
         QVERIFY2(launcher.exitCode() == 0, qPrintable(launcher.lastLines()));
@@ -278,6 +280,7 @@ private slots:
         placeUpdater();
         writeFile(path("Halden-Launcher.tmp"), "left from an earlier run");
         LauncherProcess launcher;
+        launcher.start();
         QVERIFY2(launcher.waitForQuit(), qPrintable(launcher.lastLines()));
         QVERIFY2(launcher.exitCode() == 0, qPrintable(launcher.lastLines()));
         QTRY_VERIFY(readFile(path("updater.log")).startsWith("1 argument: "));
@@ -299,7 +302,8 @@ private:
     /// and its log is complete. Returns what went wrong.
     QString runLauncher(const QStringList& wrapper = {})
     {
-        LauncherProcess launcher(wrapper);
+        LauncherProcess launcher;
+        launcher.start(wrapper);
         if (!launcher.waitForBothRuns(player))
             return "the update runs do not end, " + launcher.lastLines();
         if (launcher.failedCopies() != 0)

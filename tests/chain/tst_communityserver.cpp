@@ -1,8 +1,8 @@
 #include "app/constants.h"
-#include "tests/chain/community.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
+#include "tests/world/community.h"
 
 #include <QDateTime>
 #include <QFileInfo>

@@ -1,9 +1,9 @@
-#include "tests/chain/community.h"
-#include "tests/chain/player.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/testmain.h"
-#include "tests/ui/mainwindowundertest.h"
+#include "tests/world/community.h"
+#include "tests/world/player.h"
 
 #include <QDir>
 #include <QEvent>

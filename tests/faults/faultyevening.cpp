@@ -3,8 +3,8 @@
 #include "core/settingshandler.h"
 #include "tests/faults/logcheck.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/realmsini.h"
-#include "tests/ui/mainwindowundertest.h"
 
 #include <QFileInfo>
 #include <QLabel>

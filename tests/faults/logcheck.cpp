@@ -1,10 +1,10 @@
 #include "tests/faults/logcheck.h"
 
 #include "app/constants.h"
+#include "tests/support/runlog.h"
 
 namespace {
 
-constexpr int updateRuns = 2;
 const QString failure = "warning: ErrorNo:  QNetworkReply::";
 
 QString downloadLine(Target target, const QString& folder, const QString& fileName)
@@ -21,7 +21,7 @@ QStringList milestones(const QString& folder)
              "clientUpdateIsCalled",
              '"' + downloadBaseUrl + "\" \"patch.ini\"",
              "now emit clientDownloadComplete",
-             "now copy Data into Client" };
+             TestSupport::RunLog::installs };
 }
 
 QList<qsizetype> positions(const QStringList& log, const QString& line)
@@ -40,7 +40,7 @@ QStringList inOrder(const QStringList& log, const QStringList& lines)
     QList<qsizetype> previous{ -1, -1 };
     for (const QString& line : lines) {
         const QList<qsizetype> at = positions(log, line);
-        if (at.size() != updateRuns)
+        if (at.size() != TestSupport::RunLog::runsPerStart)
             wrong.append(QString("%1 times, not twice: %2").arg(at.size()).arg(line));
         else if (at.at(0) < previous.at(0) || at.at(1) < previous.at(1))
             wrong.append("comes too early: " + line);
@@ -70,7 +70,9 @@ QStringList manifestWasOpenedOrMissed(const QStringList& log, const QString& fol
     const QString manifest = '"' + folder + "/Settings/patch.ini\"";
     const auto opened = log.count(manifest);
     const auto missed = log.count("patchfile does not exist at:  " + manifest);
-    return opened + missed == updateRuns ? QStringList() : QStringList("manifests do not add up");
+    return opened + missed == TestSupport::RunLog::runsPerStart
+        ? QStringList()
+        : QStringList("manifests do not add up");
 }
 
 } // namespace

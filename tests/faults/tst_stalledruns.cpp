@@ -3,8 +3,8 @@
 #include "tests/faults/launchercopy.h"
 #include "tests/faults/logcheck.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/testmain.h"
-#include "tests/ui/mainwindowundertest.h"
 
 #include <QElapsedTimer>
 #include <QPushButton>

@@ -6,7 +6,7 @@
 #include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 #include "tests/support/widgets.h"
-#include "tests/ui/mainwindowundertest.h"
+#include "tests/support/mainwindowundertest.h"
 #include "ui/addclientdialog.h"
 
 #include <QCheckBox>

@@ -4,7 +4,7 @@
 #include "tests/support/modalanswers.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
-#include "tests/ui/mainwindowundertest.h"
+#include "tests/support/mainwindowundertest.h"
 
 #include <QComboBox>
 #include <QDialog>

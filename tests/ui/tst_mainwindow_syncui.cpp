@@ -3,7 +3,7 @@
 #include "tests/support/httpsserver.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
-#include "tests/ui/mainwindowundertest.h"
+#include "tests/support/mainwindowundertest.h"
 
 #include <QComboBox>
 #include <QDir>

@@ -1,5 +1,6 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/processes.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
@@ -12,8 +13,6 @@
 #include <QFileInfo>
 #include <QProcess>
 
-#include <algorithm>
-#include <csignal>
 #include <memory>
 
 using TestSupport::readFile;
@@ -41,25 +40,19 @@ void placeProgram(const QString& source, const QString& name)
         qFatal("cannot date %s", qPrintable(name));
 }
 
-/// Processes that run the launcher which is in place now.
+bool isLauncherInPlace(const QString& program)
+{
+    return program == path("Halden-Launcher.exe");
+}
+
 QList<qint64> runningLaunchers()
 {
-    QList<qint64> found;
-    const QStringList processes = QDir("/proc").entryList({ "[0-9]*" }, QDir::Dirs);
-    for (const QString& id : processes) {
-        if (QFile::symLinkTarget("/proc/" + id + "/exe") == path("Halden-Launcher.exe"))
-            found.append(id.toLongLong());
-    }
-    return found;
+    return TestSupport::processesOf(isLauncherInPlace);
 }
 
 void endLaunchers()
 {
-    const QList<qint64> launchers = runningLaunchers();
-    for (const qint64 id : launchers)
-        kill(static_cast<pid_t>(id), SIGKILL);
-    if (!QTest::qWaitFor([] { return runningLaunchers().isEmpty(); }))
-        qFatal("a launcher does not end");
+    TestSupport::endProcessesOf(isLauncherInPlace);
 }
 
 } // namespace
@@ -218,11 +211,10 @@ private:
 
     static qsizetype runningUpdaters()
     {
-        const QStringList processes = QDir("/proc").entryList({ "[0-9]*" }, QDir::Dirs);
-        return std::count_if(processes.begin(), processes.end(), [](const QString& id) {
-            return QFile::symLinkTarget("/proc/" + id + "/exe")
-                .endsWith("/Halden-Launcher-Updater.exe");
-        });
+        return TestSupport::processesOf([](const QString& program) {
+                   return program.endsWith("/Halden-Launcher-Updater.exe");
+               })
+            .size();
     }
 
     std::unique_ptr<VirtualDisplay> display;

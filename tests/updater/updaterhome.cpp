@@ -1,6 +1,7 @@
 #include "tests/updater/updaterhome.h"
 
 #include "tests/support/applicationfolder.h"
+#include "tests/support/processes.h"
 
 #include <QDir>
 #include <QFile>
@@ -202,10 +203,10 @@ qsizetype UpdaterHome::logged(const QString& end) const
 /// launcher still passes for the updater that has started it.
 bool UpdaterHome::somethingIsRunning() const
 {
-    const QStringList processes = QDir("/proc").entryList({ "[0-9]*" }, QDir::Dirs);
-    return std::any_of(processes.begin(), processes.end(), [this](const QString& id) {
-        return QFile::symLinkTarget("/proc/" + id + "/exe").startsWith(path("Halden-Launcher"));
-    });
+    const auto isOurs = [this](const QString& program) {
+        return program.startsWith(path("Halden-Launcher"));
+    };
+    return !TestSupport::processesOf(isOurs).isEmpty();
 }
 
 QString UpdaterHome::whichIs(const QString& name) const

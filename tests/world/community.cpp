@@ -1,4 +1,4 @@
-#include "tests/chain/community.h"
+#include "tests/world/community.h"
 
 #include "tests/support/applicationfolder.h"
 

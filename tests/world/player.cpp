@@ -1,9 +1,9 @@
-#include "tests/chain/player.h"
+#include "tests/world/player.h"
 
-#include "tests/chain/community.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/widgets.h"
+#include "tests/world/community.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,10 +1,11 @@
-#include "tests/ui/mainwindowundertest.h"
+#include "tests/support/mainwindowundertest.h"
 
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/modalanswers.h"
 #include "tests/support/patience.h"
 #include "tests/support/promptwait.h"
+#include "tests/support/runlog.h"
 #include "tests/support/widgets.h"
 
 #include <QComboBox>
@@ -94,7 +95,7 @@ qsizetype MainWindowUnderTest::startedRuns() const
 
 qsizetype MainWindowUnderTest::endedRuns() const
 {
-    return log.lines().count("now copy Data into Client");
+    return TestSupport::RunLog::installingRuns(log.lines());
 }
 
 bool MainWindowUnderTest::settle() const
