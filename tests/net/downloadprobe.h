@@ -2,8 +2,8 @@
 
 #include "core/signalboolhelperclass.h"
 #include "net/filedownloader.h"
-#include "tests/support/progressreceiver.h"
-#include "tests/support/replywatcher.h"
+#include "tests/net/progressreceiver.h"
+#include "tests/net/replywatcher.h"
 #include "tests/support/timezone.h"
 
 #include <QDateTime>

@@ -1,7 +1,7 @@
 #include "tests/net/downloadprobe.h"
+#include "tests/net/folderlog.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/diskfaults.h"
-#include "tests/support/folderlog.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
 #include "tests/support/smalldisk.h"

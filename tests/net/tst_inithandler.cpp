@@ -1,11 +1,11 @@
 #include "core/signalboolhelperclass.h"
 #include "net/inithandler.h"
 #include "net/referencetime.h"
+#include "tests/net/progressreceiver.h"
+#include "tests/net/replywatcher.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
-#include "tests/support/progressreceiver.h"
-#include "tests/support/replywatcher.h"
 #include "tests/support/testmain.h"
 
 #include <QDir>

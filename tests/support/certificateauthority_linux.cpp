@@ -68,6 +68,16 @@ void runOpenssl(const QString& folder, const QStringList& arguments)
         qPrintable(openssl.errorString()), openssl.readAll().constData());
 }
 
+/// Arguments that make a key and ask for a certificate with it.
+QStringList requestFor(const QStringList& dnsNames, const QString& key)
+{
+    return QStringList{ "req", "-new" } + newKey
+        + QStringList{ "-config", "openssl.cnf",
+                       "-subj",   "/CN=" + dnsNames.constFirst(),
+                       "-addext", alternativeNames(dnsNames),
+                       "-keyout", key };
+}
+
 } // namespace
 
 CertificateAuthority::CertificateAuthority()
@@ -91,12 +101,7 @@ CertificateAuthority::issue(const QStringList& dnsNames, const Validity& validit
     const QString request = file(id + ".csr");
     const QString certificate = file(id + ".pem");
     const QString key = file(id + ".key");
-    runOpenssl(
-        folder.path(),
-        QStringList{ "req", "-new" } + newKey
-            + QStringList{ "-config", "openssl.cnf", "-subj", "/CN=" + dnsNames.constFirst(),
-                           "-addext", alternativeNames(dnsNames), "-keyout", key, "-out",
-                           request });
+    runOpenssl(folder.path(), requestFor(dnsNames, key) + QStringList{ "-out", request });
     runOpenssl(
         folder.path(),
         { "ca", "-batch", "-notext", "-config", "openssl.cnf", "-startdate",
@@ -112,11 +117,7 @@ ServerCertificate CertificateAuthority::selfSigned(const QStringList& dnsNames) 
     const QString certificate = file(id + ".pem");
     const QString key = file(id + ".key");
     runOpenssl(
-        folder.path(),
-        QStringList{ "req", "-x509" } + newKey
-            + QStringList{ "-config", "openssl.cnf", "-subj", "/CN=" + dnsNames.constFirst(),
-                           "-addext", alternativeNames(dnsNames), "-keyout", key, "-out",
-                           certificate });
+        folder.path(), requestFor(dnsNames, key) + QStringList{ "-x509", "-out", certificate });
     return { QSslCertificate(readFile(certificate)), QSslKey(readFile(key), QSsl::Ec), certificate,
              key };
 }

@@ -2,6 +2,7 @@
 
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/certificateauthority.h"
 #include "tests/support/modalanswers.h"
 #include "tests/support/patience.h"
 #include "tests/support/promptwait.h"
@@ -118,6 +119,16 @@ bool MainWindowUnderTest::waitFor(const std::function<bool()>& condition) const
     // Otherwise the capture would swallow what went wrong.
     std::fprintf(stderr, "The log so far:\n%s\n", qPrintable(log.lines().join('\n')));
     return false;
+}
+
+void MainWindowTest::initTestCase()
+{
+    TestSupport::trustedCertificate();
+}
+
+void MainWindowTest::init()
+{
+    TestSupport::ApplicationFolder::clear();
 }
 
 QString downloadLine(const QString& url, const QString& target)

@@ -3,6 +3,7 @@
 #include "tests/support/logcapture.h"
 #include "ui/mainwindow.h"
 
+#include <QObject>
 #include <QString>
 
 #include <functional>
@@ -60,6 +61,16 @@ private:
     bool waitFor(const std::function<bool()>& condition) const;
 
     std::unique_ptr<MainWindow> window;
+};
+
+/// Tests that construct the window. Whoever does so first reads which authorities are
+/// trusted, so there is one before; every test begins with an empty application folder.
+class MainWindowTest : public QObject {
+    Q_OBJECT
+
+protected slots:
+    void initTestCase();
+    void init();
 };
 
 /// The log line with which a download of this file into the application folder

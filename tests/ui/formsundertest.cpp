@@ -1,11 +1,14 @@
 #include "tests/ui/formsundertest.h"
 
+#include "tests/support/applicationfolder.h"
+#include "tests/support/realmsini.h"
 #include "tests/support/widgets.h"
 #include "ui/addclientdialog.h"
 #include "ui/editclientselectdialog.h"
 #include "ui/mainwindow.h"
 #include "ui/removeclientdialog.h"
 
+#include <QCoreApplication>
 #include <QTest>
 
 namespace TestSupport {
@@ -37,6 +40,19 @@ Form makeForm(const QString& name)
 QWidget* widgetOf(const Form& form, const QString& name)
 {
     return form->objectName() == name ? form.get() : child<QWidget>(form.get(), name);
+}
+
+void FormTest::init()
+{
+    log = std::make_unique<LogCapture>();
+    ApplicationFolder::clear();
+    writeRealmsIni(realmsIniWith({}, "dev=true\n"));
+    QCoreApplication::setApplicationVersion("1.2.3-test");
+}
+
+void FormTest::cleanup()
+{
+    log.reset();
 }
 
 } // namespace TestSupport

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "tests/support/logcapture.h"
+
+#include <QObject>
 #include <QString>
 #include <QStringList>
 
@@ -22,6 +25,19 @@ void addFormNames();
 Form makeForm(const QString& name);
 /// A form's widget by object name, the form itself for its own name.
 QWidget* widgetOf(const Form& form, const QString& name);
+
+/// Tests of the forms, with an empty realm list and a version to show. The main window
+/// talks meanwhile; its log is kept away.
+class FormTest : public QObject {
+    Q_OBJECT
+
+protected slots:
+    void init();
+    void cleanup();
+
+protected:
+    std::unique_ptr<LogCapture> log;
+};
 
 // Texts that stand in more than one table.
 inline constexpr auto testRealmToolTip

@@ -1,12 +1,12 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/modalanswers.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 #include "tests/support/widgets.h"
-#include "tests/support/mainwindowundertest.h"
 #include "ui/addclientdialog.h"
 
 #include <QCheckBox>
@@ -77,20 +77,10 @@ int runUntilSettled(const MainWindowUnderTest& window)
 
 } // namespace
 
-class tst_FirstStart : public QObject {
+class tst_FirstStart : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
-    void init()
-    {
-        ApplicationFolder::clear();
-    }
-
     void asksForAClientInsideTheConstructor()
     {
         QPointer<QDialog> question;

@@ -159,23 +159,10 @@ void addMainWindowRows()
 
 /// How the forms look to the player. The main window is looked at after its
 /// construction, with the version and the style sheet that it sets itself.
-class tst_Forms : public QObject {
+class tst_Forms : public FormTest {
     Q_OBJECT
 
 private slots:
-    void init()
-    {
-        log = std::make_unique<LogCapture>();
-        ApplicationFolder::clear();
-        writeRealmsIni(realmsIniWith({}, "dev=true\n"));
-        QCoreApplication::setApplicationVersion("1.2.3-test");
-    }
-
-    void cleanup()
-    {
-        log.reset();
-    }
-
     void properties_data()
     {
         columns();
@@ -286,7 +273,6 @@ private slots:
 private:
     /// The window under construction tells of its start-up, which is not what is
     /// looked at here.
-    std::unique_ptr<LogCapture> log;
 };
 
 HALDEN_TEST_MAIN(tst_Forms)

@@ -83,23 +83,10 @@ QByteArray generatedForm(const QString& name)
 } // namespace
 
 /// How the forms are put together: order, focus, connections, translation.
-class tst_FormStructure : public QObject {
+class tst_FormStructure : public FormTest {
     Q_OBJECT
 
 private slots:
-    void init()
-    {
-        log = std::make_unique<LogCapture>();
-        ApplicationFolder::clear();
-        writeRealmsIni(realmsIniWith({}, "dev=true\n"));
-        QCoreApplication::setApplicationVersion("1.2.3-test");
-    }
-
-    void cleanup()
-    {
-        log.reset();
-    }
-
     /// A form keeps the name of a widget that has one.
     void formsRespectAnObjectName_data()
     {
@@ -308,7 +295,6 @@ private slots:
 private:
     /// The window under construction tells of its start-up, which is not what is
     /// looked at here.
-    std::unique_ptr<LogCapture> log;
 };
 
 HALDEN_TEST_MAIN(tst_FormStructure)

@@ -1,11 +1,11 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/diskfaults.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 #include "tests/support/widgets.h"
-#include "tests/support/mainwindowundertest.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -105,20 +105,15 @@ void startWith(QPushButton* button, bool mouse)
 
 } // namespace
 
-class tst_GameLaunch : public QObject {
+class tst_GameLaunch : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
     void init()
     {
         // In this order: the folder one is in stays.
         QVERIFY(QDir::setCurrent(ApplicationFolder::path()));
-        ApplicationFolder::clear();
+        MainWindowTest::init();
     }
 
     void writesTheRealmlist_data()

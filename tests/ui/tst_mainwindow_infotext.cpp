@@ -2,9 +2,9 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/diskfaults.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
-#include "tests/support/mainwindowundertest.h"
 
 #include <QComboBox>
 #include <QDesktopServices>
@@ -98,18 +98,13 @@ private:
 
 } // namespace
 
-class tst_MainWindow_infotext : public QObject {
+class tst_MainWindow_infotext : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
     void init()
     {
-        ApplicationFolder::clear();
+        MainWindowTest::init();
         writeRealmsIni(realmsIniWith({ { "Tarnwick" } }, "realmid=1\n"));
     }
 

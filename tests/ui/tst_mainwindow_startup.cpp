@@ -1,10 +1,10 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/modalanswers.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
-#include "tests/support/mainwindowundertest.h"
 
 #include <QComboBox>
 #include <QDialog>
@@ -73,18 +73,13 @@ void putLibraries(const QStringList& names)
 
 } // namespace
 
-class tst_MainWindow_startup : public QObject {
+class tst_MainWindow_startup : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
     void init()
     {
-        ApplicationFolder::clear();
+        MainWindowTest::init();
         writeRealmsIni(realmsIniWith({ { "Tarnwick" } }, "realmid=1\n"));
     }
 

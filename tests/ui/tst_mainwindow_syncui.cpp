@@ -1,9 +1,9 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/diskfaults.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/testmain.h"
-#include "tests/support/mainwindowundertest.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -123,20 +123,10 @@ private:
 Q_DECLARE_METATYPE(Controls)
 Q_DECLARE_METATYPE(Stage)
 
-class tst_MainWindow_syncui : public QObject {
+class tst_MainWindow_syncui : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
-    void init()
-    {
-        ApplicationFolder::clear();
-    }
-
     void showsAndEnables_data()
     {
         QTest::addColumn<int>("entries");

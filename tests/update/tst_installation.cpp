@@ -72,6 +72,24 @@ void writeSingleFileManifest(const QString& manifestName = "patch.ini")
     writeManifest(manifestName, QStringList{ "numberOfFiles=1", "file1=a.mpq" });
 }
 
+/// A player with a client, and one file in the cache that goes there.
+void placeOneFile(const QByteArray& inTheCache = "new")
+{
+    addRealm(client());
+    if (!inTheCache.isNull())
+        writeFile(cachePath("live/Data/a.mpq"), inTheCache);
+    writeSingleFileManifest();
+}
+
+/// What an installation over that file logs when the client has something there.
+QStringList linesOverTheOneFile(bool deleted, bool copied)
+{
+    const QString folder = client("/Data/");
+    return deletionLines("a.mpq", folder, folder + "/a.mpq", deleted)
+        + QStringList{ copied ? copiedLine("a.mpq", folder) : failedLine("a.mpq", folder),
+                       closingLine(1) };
+}
+
 } // namespace
 
 class tst_Installation : public QObject {
@@ -108,10 +126,8 @@ private slots:
 
     void aNewFileIsCopied()
     {
-        addRealm(client());
+        placeOneFile();
         QVERIFY(QDir().mkpath(client("/Data")));
-        writeFile(cachePath("live/Data/a.mpq"), "new");
-        writeSingleFileManifest();
         const Installation run;
         QCOMPARE(
             run.lines,
@@ -141,24 +157,17 @@ private slots:
 
     void aMissingSourceLeavesTheClientWithoutTheFile()
     {
-        addRealm(client());
+        placeOneFile(QByteArray());
         writeFile(client("/Data/a.mpq"), "old");
-        writeSingleFileManifest();
         const Installation run;
-        const QString folder = client("/Data/");
-        QCOMPARE(
-            run.linesOfEntries(),
-            deletionLines("a.mpq", folder, folder + "/a.mpq", true)
-                + QStringList({ failedLine("a.mpq", folder), closingLine(1) }));
+        QCOMPARE(run.linesOfEntries(), linesOverTheOneFile(true, false));
         QVERIFY(!QFileInfo::exists(client("/Data/a.mpq")));
         QCOMPARE(run.completions, 1);
     }
 
     void aClientFolderThatIsGoneStaysGone()
     {
-        addRealm(client());
-        writeFile(cachePath("live/Data/a.mpq"), "new");
-        writeSingleFileManifest();
+        placeOneFile();
         const Installation run;
         QCOMPARE(
             run.linesOfEntries(),
@@ -169,33 +178,21 @@ private slots:
 
     void aReadOnlyClientKeepsItsFile()
     {
-        addRealm(client());
+        placeOneFile();
         writeFile(client("/Data/a.mpq"), "old");
-        writeFile(cachePath("live/Data/a.mpq"), "new");
-        writeSingleFileManifest();
         const UnremovableFile unremovable(client("/Data/a.mpq"));
         const Installation run;
-        const QString folder = client("/Data/");
-        QCOMPARE(
-            run.linesOfEntries(),
-            deletionLines("a.mpq", folder, folder + "/a.mpq", false)
-                + QStringList({ failedLine("a.mpq", folder), closingLine(1) }));
+        QCOMPARE(run.linesOfEntries(), linesOverTheOneFile(false, false));
         QCOMPARE(readFile(client("/Data/a.mpq")), "old");
         QCOMPARE(run.completions, 1);
     }
 
     void aFolderInPlaceOfTheFileStays()
     {
-        addRealm(client());
+        placeOneFile();
         writeFile(client("/Data/a.mpq/inside"), "kept");
-        writeFile(cachePath("live/Data/a.mpq"), "new");
-        writeSingleFileManifest();
         const Installation run;
-        const QString folder = client("/Data/");
-        QCOMPARE(
-            run.linesOfEntries(),
-            deletionLines("a.mpq", folder, folder + "/a.mpq", false)
-                + QStringList({ failedLine("a.mpq", folder), closingLine(1) }));
+        QCOMPARE(run.linesOfEntries(), linesOverTheOneFile(false, false));
         QCOMPARE(readFile(client("/Data/a.mpq/inside")), "kept");
     }
 
@@ -416,17 +413,13 @@ private slots:
     void oneClientServedByTwoRealmsIsInstalledTwice()
     {
         addRealm(client());
-        addRealm(client());
+        placeOneFile();
         QVERIFY(QDir().mkpath(client("/Data")));
-        writeFile(cachePath("live/Data/a.mpq"), "new");
-        writeSingleFileManifest();
         const Installation run;
-        const QString folder = client("/Data/");
         QCOMPARE(
             run.linesOfEntries(),
-            QStringList({ copiedLine("a.mpq", folder), closingLine(1) })
-                + deletionLines("a.mpq", folder, folder + "/a.mpq", true)
-                + QStringList({ copiedLine("a.mpq", folder), closingLine(1) }));
+            QStringList({ copiedLine("a.mpq", client("/Data/")), closingLine(1) })
+                + linesOverTheOneFile(true, true));
         QCOMPARE(readFile(client("/Data/a.mpq")), "new");
     }
 
@@ -473,10 +466,8 @@ private slots:
 
     void theCompletionComesLast()
     {
-        addRealm(client());
+        placeOneFile();
         QVERIFY(QDir().mkpath(client("/Data")));
-        writeFile(cachePath("live/Data/a.mpq"), "new");
-        writeSingleFileManifest();
         LogCapture log;
         UpdatingProcedures run(nullptr);
         QStringList linesBefore;

@@ -72,23 +72,10 @@ QStringList leftOverTemporaryFiles()
 
 } // namespace
 
-class tst_Orchestrator : public QObject {
+class tst_Orchestrator : public SeveredWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        window = std::make_unique<SeveredWindow>();
-    }
-    void init()
-    {
-        ApplicationFolder::clear();
-    }
-    void cleanupTestCase()
-    {
-        window.reset();
-    }
-
     void signalsAndSlotsInTheirOrder()
     {
         const QMetaObject& meta = UpdatingProcedures::staticMetaObject;
@@ -536,8 +523,6 @@ private:
         server->listen();
         return server;
     }
-
-    std::unique_ptr<SeveredWindow> window;
 };
 
 HALDEN_TEST_MAIN(tst_Orchestrator)

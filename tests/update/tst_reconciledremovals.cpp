@@ -99,7 +99,7 @@ private slots:
 
     void aFileRemovalHasNoKindInItsPath_data()
     {
-        kinds();
+        addKindRows();
     }
     void aFileRemovalHasNoKindInItsPath()
     {
@@ -114,7 +114,7 @@ private slots:
 
     void aFolderRemovalHasTheKindInItsPath_data()
     {
-        kinds();
+        addKindRows();
     }
     void aFolderRemovalHasTheKindInItsPath()
     {
@@ -248,17 +248,6 @@ private slots:
         writeRemoval(1, { "=old.mpq" });
         reconcile();
         QCOMPARE(readFile(cachePath("live/Data/old.mpq")), "cached");
-    }
-
-private:
-    static void kinds()
-    {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("otherKind");
-        QTest::newRow("live") << "live"
-                              << "test";
-        QTest::newRow("test") << "test"
-                              << "live";
     }
 };
 

@@ -25,7 +25,10 @@ const QDateTime fixedTime(QDate(2000, 1, 1), QTime(10, 15));
 /// One reconciliation of a manifest, without a window: no download starts.
 class Reconciliation {
 public:
-    explicit Reconciliation(const QString& kind = "live", const QString& manifestName = "patch.ini")
+    explicit Reconciliation(
+        const QString& kind = "live", const QString& manifestName = "patch.ini",
+        const QList<PatchDownloadItem>& alreadyQueued = {})
+        : queue(alreadyQueued)
     {
         LogCapture log;
         UpdatingProcedures run(nullptr);
@@ -44,6 +47,11 @@ public:
     QList<PatchDownloadItem> queue;
     QStringList lines;
 };
+
+PatchDownloadItem someItem()
+{
+    return { QUrl("https://host/first"), fixedTime, "/folder", "first" };
+}
 
 /// The two lines that every reconciliation of a manifest at hand begins with.
 QStringList openingLines(const QString& manifestName = "patch.ini")
@@ -114,23 +122,13 @@ private slots:
 
     void aMissingManifestLeavesTheQueueAsItWas()
     {
-        LogCapture log;
-        UpdatingProcedures run(nullptr);
-        QList<PatchDownloadItem> queue{ PatchDownloadItem(
-            QUrl("https://host/a"), fixedTime, "/folder", "a") };
-        run.reconcilePatchIni(livePatchBaseUrl, "patch.ini", queue, "live");
-        QCOMPARE(queue.size(), 1);
-        QCOMPARE(queue.constFirst().getFileName(), "a");
+        const Reconciliation run("live", "patch.ini", { someItem() });
+        QCOMPARE(run.names(), QStringList{ someItem().getFileName() });
     }
 
     void cacheFoldersAreMade_data()
     {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("otherKind");
-        QTest::newRow("live") << "live"
-                              << "test";
-        QTest::newRow("test") << "test"
-                              << "live";
+        addKindRows();
     }
 
     void cacheFoldersAreMade()
@@ -329,15 +327,9 @@ private slots:
     void itemsAreAppendedBehindWhatIsQueued()
     {
         writeSingleFileManifest("00");
-        LogCapture log;
-        UpdatingProcedures run(nullptr);
-        QList<PatchDownloadItem> queue{ PatchDownloadItem(
-            QUrl("https://host/first"), fixedTime, "/folder", "first") };
-        run.reconcilePatchIni(livePatchBaseUrl, "patch.ini", queue, "live");
-        QCOMPARE(queue.size(), 2);
-        QCOMPARE(queue.at(0).getFileName(), "first");
-        QCOMPARE(queue.at(1).getFileName(), "a.mpq");
-        QCOMPARE(log.lines().constLast(), "Client UpdateQueue size:  2");
+        const Reconciliation run("live", "patch.ini", { someItem() });
+        QCOMPARE(run.names(), QStringList({ someItem().getFileName(), "a.mpq" }));
+        QCOMPARE(run.lines.constLast(), "Client UpdateQueue size:  2");
     }
 
     void entriesPastTheNumberAreNotRead()

@@ -99,18 +99,13 @@ const QByteArray patchFileUrl = "/wow-client-patch/live//a.mpq";
 
 } // namespace
 
-class tst_RunFlags : public QObject {
+class tst_RunFlags : public SeveredWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        window = std::make_unique<SeveredWindow>();
-    }
-
     void init()
     {
-        ApplicationFolder::clear();
+        SeveredWindowTest::init();
         setDeveloperMode(true);
         server = std::make_unique<HttpsServer>();
         server->answer(
@@ -128,11 +123,6 @@ private slots:
         const bool ended = QTest::qWaitFor([this] { return run.isNull(); }, patience);
         finder.reset();
         QVERIFY2(ended, "the run does not end");
-    }
-
-    void cleanupTestCase()
-    {
-        window.reset();
     }
 
     void theSixFlagsAreFreedWithTheRun()
@@ -228,7 +218,6 @@ private:
             patience);
     }
 
-    std::unique_ptr<SeveredWindow> window;
     std::unique_ptr<HttpsServer> server;
     std::unique_ptr<FlagFinder> finder;
     QPointer<ObservedRun> run;

@@ -63,23 +63,10 @@ void answerNotModified(UpdateRun& run)
 
 } // namespace
 
-class tst_SelfUpdate : public QObject {
+class tst_SelfUpdate : public SeveredWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        window = std::make_unique<SeveredWindow>();
-    }
-    void init()
-    {
-        ApplicationFolder::clear();
-    }
-    void cleanupTestCase()
-    {
-        window.reset();
-    }
-
     void bothCurrentCompletesOnceWithoutHandOver()
     {
         placeStandIn();
@@ -326,8 +313,6 @@ private:
     {
         return run.server.requests().at(request).header("If-Modified-Since");
     }
-
-    std::unique_ptr<SeveredWindow> window;
 };
 
 HALDEN_TEST_MAIN(tst_SelfUpdate)

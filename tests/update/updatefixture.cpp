@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QSettings>
+#include <QTest>
 
 #include <ctime>
 
@@ -65,6 +66,14 @@ void setModificationTime(const QString& path, const QDateTime& time)
 QDateTime someTime()
 {
     return utc(QDate(2024, 7, 14), QTime(21, 30, 5));
+}
+
+void addKindRows()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("otherKind");
+    for (const char* kind : { "live", "test" })
+        QTest::newRow(kind) << kind << (qstrcmp(kind, "live") == 0 ? "test" : "live");
 }
 
 } // namespace UpdateFixture

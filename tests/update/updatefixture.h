@@ -32,4 +32,7 @@ void setModificationTime(const QString& path, const QDateTime& time);
 /// can hold it.
 QDateTime someTime();
 
+/// Columns "kind" and "otherKind", with both kinds of patches in turn.
+void addKindRows();
+
 } // namespace UpdateFixture

@@ -36,6 +36,21 @@ MainWindow* SeveredWindow::get() const
     return window.get();
 }
 
+void SeveredWindowTest::initTestCase()
+{
+    window = std::make_unique<SeveredWindow>();
+}
+
+void SeveredWindowTest::init()
+{
+    ApplicationFolder::clear();
+}
+
+void SeveredWindowTest::cleanupTestCase()
+{
+    window.reset();
+}
+
 UpdateRun::UpdateRun(const SeveredWindow& window)
     : procedures(new UpdatingProcedures(window.get()))
 {

@@ -4,6 +4,7 @@
 #include "tests/support/logcapture.h"
 #include "update/updatingprocedures.h"
 
+#include <QObject>
 #include <QPointer>
 #include <QStringList>
 
@@ -27,6 +28,20 @@ public:
 
 private:
     std::unique_ptr<MainWindow> window;
+};
+
+/// Tests of runs that are handed that window; each begins with an empty application
+/// folder.
+class SeveredWindowTest : public QObject {
+    Q_OBJECT
+
+protected slots:
+    void initTestCase();
+    void init();
+    void cleanupTestCase();
+
+protected:
+    std::unique_ptr<SeveredWindow> window;
 };
 
 /// How a run came to its end.

@@ -2,6 +2,7 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/testmain.h"
 #include "tests/support/widgets.h"
 #include "tests/update/updatefixture.h"
@@ -122,18 +123,13 @@ QString deepFolder()
 } // namespace
 
 /// What files on Windows do that others do not.
-class tst_NativeFiles : public QObject {
+class tst_NativeFiles : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
     void init()
     {
-        ApplicationFolder::clear();
+        MainWindowTest::init();
         QVERIFY(QDir().mkpath(client("/Data")));
         addRealm(QDir::toNativeSeparators(client()));
     }

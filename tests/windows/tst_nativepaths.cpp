@@ -4,11 +4,11 @@
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"
+#include "tests/support/mainwindowundertest.h"
 #include "tests/support/realmsini.h"
 #include "tests/support/reporter.h"
 #include "tests/support/testmain.h"
 #include "tests/support/widgets.h"
-#include "tests/support/mainwindowundertest.h"
 #include "ui/addclientdialog.h"
 #include "update/patchlayout.h"
 #include "update/updatingprocedures.h"
@@ -76,18 +76,13 @@ QByteArray twoEntries(const QByteArray& secondPath)
 } // namespace
 
 /// Backslashes in what the launcher stores, builds and hands on, and drives.
-class tst_NativePaths : public QObject {
+class tst_NativePaths : public MainWindowTest {
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        trustedCertificate();
-    }
-
     void init()
     {
-        ApplicationFolder::clear();
+        MainWindowTest::init();
         QVERIFY(QDir::setCurrent(ApplicationFolder::path()));
     }
 

@@ -1,4 +1,4 @@
-#include "tests/support/replywatcher.h"
+#include "tests/net/replywatcher.h"
 
 #include <QChildEvent>
 #include <QCoreApplication>

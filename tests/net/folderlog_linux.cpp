@@ -1,4 +1,4 @@
-#include "tests/support/folderlog.h"
+#include "tests/net/folderlog.h"
 
 #include <QFile>
 

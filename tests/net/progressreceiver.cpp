@@ -1,4 +1,4 @@
-#include "tests/support/progressreceiver.h"
+#include "tests/net/progressreceiver.h"
 
 namespace TestSupport {
 

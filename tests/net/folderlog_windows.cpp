@@ -1,5 +1,5 @@
+#include "tests/net/folderlog.h"
 #include "tests/support/applicationfolder.h"
-#include "tests/support/folderlog.h"
 
 #include <QDir>
 #include <QFile>
