@@ -1,0 +1,7 @@
+# Most of the time that a file takes to compile goes into the toolkit's headers, so they
+# are compiled once. A file includes what it needs all the same: the static analysers
+# see it without. So do compiler caches, which know what a file was made of before and
+# do not know what a precompiled header was made of.
+if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache")
+    set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+endif()
