@@ -145,10 +145,10 @@ void FileDownloader::connectStages(QObject* progressReceiver)
     connect(
         this, SIGNAL(notModiefied()), progressReceiver, SLOT(hideDownloadLabelAndProgressBar()));
     // The blank in the slot's signature is meant; the toolkit takes it out.
-    connect( // clazy:exclude=connect-not-normalized
+    connect(
         this,
         SIGNAL(downloaded(QByteArray,QString,QString)), this,
-               SLOT(writeFile(QByteArray,QString, QString)));
+            SLOT(writeFile(QByteArray,QString, QString))); // clazy:exclude=connect-not-normalized
 }
 
 void FileDownloader::reportEndTo(QObject* progressReceiver, QObject* doneFlag)
