@@ -74,7 +74,7 @@ QString headline(const HistoryEntry& entry)
 {
     const PublicationNote& note = entry.note;
     QString text = u"%1%2  %3"_s.arg(entry.number, 5)
-                       .arg(entry.isLive ? u'*' : u' ')
+                       .arg(QChar(entry.isLive ? u'*' : u' '))
                        .arg(Dates::shown(note.time));
     for (const QString& part : { note.who, note.command, note.message }) {
         if (!part.isEmpty())

@@ -108,6 +108,18 @@ private slots:
         QCOMPARE(readFile(server(".halden-history/live/1.ini")), first);
     }
 
+    void peopleSeeWhichOneIsLive()
+    {
+        publish("one", "first");
+        publish("two", "second");
+        const QStringList lines = CommandRun({ "history", server() }).text.split('\n');
+        static const QRegularExpression former("^    1   \\d{4}-.* UTC  .*@.*  build  first$");
+        static const QRegularExpression present("^    2\\*  \\d{4}-.* UTC  .*@.*  build  second$");
+        QCOMPARE(lines.size(), 3);
+        QVERIFY2(former.match(lines.at(0)).hasMatch(), qPrintable(lines.at(0)));
+        QVERIFY2(present.match(lines.at(1)).hasMatch(), qPrintable(lines.at(1)));
+    }
+
     void unchangedBuildIsNoPublication()
     {
         publish("one", "first");
