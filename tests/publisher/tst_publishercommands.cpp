@@ -405,11 +405,20 @@ private slots:
     }
 #endif
 
+    void onlyOwnWordsOnStandardError_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("manifest") << QStringList{ "check", "--tree", server(), "" };
+        QTest::newRow("list of removals")
+            << QStringList{ "build", source(), server(), "--removals", "" };
+    }
+
     /// The toolkit has its own words for a name that is none.
     void onlyOwnWordsOnStandardError()
     {
+        QFETCH(QStringList, arguments);
         QProcess program;
-        program.start(HALDEN_PUBLISH, { "check", "--tree", server(), "" });
+        program.start(HALDEN_PUBLISH, arguments);
         QVERIFY(program.waitForFinished());
         const QString said = QString::fromUtf8(program.readAllStandardError());
         const QStringList lines = said.split('\n', Qt::SkipEmptyParts);
