@@ -4,8 +4,8 @@
 #include "publisher/build/removals.h"
 #include "publisher/build/traffic.h"
 #include "publisher/common/exitcode.h"
+#include "publisher/common/finding.h"
 #include "publisher/common/publication.h"
-#include "publisher/common/refusal.h"
 
 #include <QList>
 #include <QString>
@@ -21,7 +21,7 @@ struct BuildReport {
         qint64 size = 0;
     };
 
-    QList<Refusal> refusals;
+    QList<Finding> refusals;
     /// Whether the difference below has been told in spite of refusals.
     bool compared = false;
     /// What failed, as a sentence.

@@ -12,6 +12,7 @@
 #include <QFileInfo>
 
 #include <memory>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -21,21 +22,19 @@ namespace {
 
 /// What players' updaters hold a program against: they throw away any other
 /// file, so that no player would ever get it.
-Refusal judge(const QString& path)
+std::optional<Finding> judge(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return { u"file-unreadable"_s, path,
-                 u"It cannot be read: %1. Give yourself the right to."_s.arg(file.errorString()) };
+        return Finding{ FindingId::FileUnreadable, path, 0,
+                        u"It cannot be read: %1."_s.arg(file.errorString()) };
     const QByteArray head = file.read(static_cast<qint64>(Updater::programHeadSize));
     const QString fault = faultOfProgram(head, file.size());
     if (fault.isEmpty())
-        return {};
-    return {
-        u"not-a-program"_s, path,
-        u"Players' updaters would throw it away: it %1. Build it anew, or name the right file."_s
-            .arg(fault)
-    };
+        return std::nullopt;
+    return Finding{ FindingId::NotAProgram, path, 0,
+                    u"Players' updaters would throw it away: it %1."_s.arg(fault),
+                    u"Build it anew, or name the right file."_s };
 }
 
 class Release {
@@ -50,8 +49,8 @@ public:
     ExitCode run()
     {
         for (const QString& path : { request.updater, request.launcher }) {
-            if (const Refusal refusal = judge(path); !refusal.id.isEmpty())
-                report.refusals.append(refusal);
+            if (const auto refusal = judge(path))
+                report.refusals.append(*refusal);
         }
         if (!request.renew) {
             for (const auto name : { updaterFileName, launcherFileName })

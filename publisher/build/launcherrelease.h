@@ -1,7 +1,7 @@
 #pragma once
 
 #include "publisher/common/exitcode.h"
-#include "publisher/common/refusal.h"
+#include "publisher/common/finding.h"
 
 #include <QList>
 #include <QString>
@@ -32,7 +32,7 @@ struct LauncherReport {
         QString change;
     };
 
-    QList<Refusal> refusals;
+    QList<Finding> refusals;
     /// What failed, as a sentence.
     QString error;
     QList<Item> items;

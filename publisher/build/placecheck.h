@@ -20,7 +20,7 @@ struct MissingFile {
     qint64 size = 0;
 };
 
-/// Which right or how much room is missing, as a sentence with the way out; empty
+/// Which right or how much room is missing, as a sentence with the remedy; empty
 /// when neither is. What lies on the server already takes none: only where that
 /// decides, `missing` is asked for what has to be copied. The folder of the kind
 /// is there.

@@ -69,25 +69,24 @@ private:
     QSet<QString> folders;
 };
 
-QList<Refusal> changedSince(const Publication& former, const SourceTree& source)
+QList<Finding> changedSince(const Publication& former, const SourceTree& source)
 {
     const FormerPlaces places(former);
-    QList<Refusal> refusals;
+    QList<Finding> refusals;
     for (const SourceFile& file : source.files) {
         if (places.hasFolder(file.path))
             refusals.append(
-                { u"file-was-folder"_s, file.path,
+                { FindingId::FileWasFolder, file.path, 0,
                   u"Players have a folder of this name, and launchers never put a file in its "
-                  "place, whatever else is published: they would fetch the file at every start. "
-                  "Give the file another name."_s });
+                  "place, whatever else is published: they would fetch the file at every start."_s });
     }
     for (const QString& folder : source.folders) {
         if (places.hasFile(folder))
             refusals.append(
-                { u"folder-was-file"_s, folder,
+                { FindingId::FolderWasFile, folder, 0,
                   u"Players have a file of this name in their patch cache, which nothing takes "
                   "away again: launchers would fetch what is in the folder at every start and "
-                  "store it nowhere. Give the folder another name."_s });
+                  "store it nowhere."_s });
     }
     return refusals;
 }
@@ -107,10 +106,10 @@ bool hasNewPaths(const SourceTree& source, const Publication& live)
 
 namespace Precheck {
 
-QList<Refusal>
+QList<Finding>
 changedKinds(const SourceTree& source, const Publication& live, const History& history)
 {
-    QList<Refusal> found = changedSince(live, source);
+    QList<Finding> found = changedSince(live, source);
     if (!found.isEmpty() || !hasNewPaths(source, live))
         return found;
     // One at a time, since each may be large.
@@ -121,15 +120,18 @@ changedKinds(const SourceTree& source, const Publication& live, const History& h
     return found;
 }
 
-QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed)
+QList<Finding> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed)
 {
     if (removed * dropsWithoutAWord <= live || removed == confirmed)
         return {};
-    return { { u"many-removed"_s, u"."_s,
-               u"The source lacks %1 of the %2 files that are live: new players would not get "
-               "them. If this is not the right folder, or not all of it is there, see to that; if "
-               "it is meant, say so with --yes-remove %1."_s.arg(removed)
-                   .arg(live) } };
+    return {
+        { FindingId::ManyRemoved, u"."_s, 0,
+          u"The source lacks %1 of the %2 files that are live: new players would not get them."_s
+              .arg(removed)
+              .arg(live),
+          u"If this is not the right folder, or not all of it is there, see to that; if it is "
+          "meant, say so with --yes-remove %1."_s.arg(removed) }
+    };
 }
 
 } // namespace Precheck

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "publisher/common/refusal.h"
+#include "publisher/common/finding.h"
 
 #include <QList>
 #include <QString>
@@ -18,12 +18,12 @@ namespace Precheck {
 /// Paths that were files for players and are folders now, or the other way round.
 /// A player's cache keeps what it has once held, from the live manifest or one of
 /// those before it: no publication takes it away.
-QList<Refusal>
+QList<Finding>
 changedKinds(const SourceTree& source, const Publication& live, const History& history);
 
 /// Whether more is dropped than an admin does by mistake, unless `confirmed` is
 /// the very number.
-QList<Refusal> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed);
+QList<Finding> manyRemoved(qsizetype removed, qsizetype live, qsizetype confirmed);
 
 } // namespace Precheck
 

@@ -5,29 +5,34 @@
 #include "publisher/common/names.h"
 #include "publisher/common/placeholder.h"
 
+#include <optional>
+
 using namespace Qt::StringLiterals;
 
 namespace Publisher {
 
 namespace {
 
-/// Why the path names nothing in a client; empty when it does.
-QString faultOfPath(const QString& path)
+/// What keeps the path from naming something in a client.
+std::optional<Finding> faultOfPath(const QString& path)
 {
+    const auto fault = [&](const QString& text, const QString& ownRemedy = {}) {
+        return Finding{ FindingId::RemovalPath, path, 0, text, ownRemedy };
+    };
     if (path.startsWith(u'/'))
-        return u"It begins with a slash. Give a path below the client folder, such as "
-               "Data/deDE/patch-x.mpq."_s;
+        return fault(u"It begins with a slash."_s);
     if (path.endsWith(u'/'))
-        return u"It ends in a slash, so it is a folder: give it to --remove-folder, or give the "
-               "file without the slash."_s;
+        return fault(
+            u"It ends in a slash, so it is a folder."_s,
+            u"Give it to --remove-folder, or give the file without the slash."_s);
     const QStringList parts = path.split(u'/');
     for (const QString& part : parts) {
         if (part.isEmpty() || part == "."_L1 || part == ".."_L1)
-            return u"Give a path below the client folder, such as Data/deDE/patch-x.mpq."_s;
-        if (const QString fault = whyNotOnWindows(part); !fault.isEmpty())
-            return u"No client has it: \"%1\" %2."_s.arg(part, fault);
+            return fault(u"It names nothing in a client."_s);
+        if (const QString why = whyNotOnWindows(part); !why.isEmpty())
+            return fault(u"No client has it: \"%1\" %2."_s.arg(part, why));
     }
-    return {};
+    return std::nullopt;
 }
 
 PatchManifestEntry placeholder(const QString& name)
@@ -63,11 +68,11 @@ public:
             QString path = QString(raw).replace(u'\\', u'/');
             while (dirOnly && path.size() > 1 && path.endsWith(u'/'))
                 path.chop(1); // as shells complete it
-            const Refusal refusal = judge(path);
+            const std::optional<Finding> refusal = judge(path);
             if (plan.removals.contains({ path, dirOnly }))
                 continue; // named twice, on the command line and in a list
-            if (!refusal.id.isEmpty()) {
-                plan.refusals.append(refusal);
+            if (refusal) {
+                plan.refusals.append(*refusal);
                 continue;
             }
             plan.removals.append({ path, dirOnly });
@@ -84,26 +89,23 @@ public:
     }
 
 private:
-    Refusal judge(const QString& path)
+    std::optional<Finding> judge(const QString& path)
     {
-        if (const QString fault = faultOfPath(path); !fault.isEmpty())
-            return { u"removal-path"_s, path, fault };
+        if (const auto fault = faultOfPath(path))
+            return fault;
         if (source.reaches(path))
-            return { u"removal-in-source"_s, path,
-                     u"The source still publishes it, or something in it: launchers would remove "
-                     "and install it in every run. Take it out of the source first."_s };
+            return Finding{ FindingId::RemovalInSource, path, 0,
+                            u"The source still publishes it, or something in it: launchers would "
+                            "remove and install it in every run."_s };
         const QString last = path.section(u'/', -1);
         if (name.isEmpty())
             name = last;
         if (name == last)
-            return {};
-        return { u"removal-second-name"_s, path,
-                 u"A launcher takes the name of what it removes from the entry with the number "
-                 "of the player's realm, so one manifest can remove one name for everybody, and "
-                 "this one removes \"%1\". What works: put a file of a few bytes in its place in "
-                 "the source, which overwrites it for every player; or remove the folder that "
-                 "holds both; or remove it with a later publication, which players who skip the "
-                 "present one do not get."_s.arg(name) };
+            return std::nullopt;
+        return Finding{ FindingId::RemovalSecondName, path, 0,
+                        u"A launcher takes the name of what it removes from the entry with the "
+                        "number of the player's realm, so one manifest can remove one name for "
+                        "everybody, and this one removes \"%1\"."_s.arg(name) };
     }
 
     RemovalPlan& plan;

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "publisher/common/finding.h"
 #include "publisher/common/publication.h"
-#include "publisher/common/refusal.h"
 #include "update/patchmanifest.h"
 
 #include <QChar>
@@ -27,7 +27,7 @@ struct RemovalPlan {
     QList<PatchManifestEntry> entries;
     /// The same in terms of the client folder.
     QList<PublishedRemoval> removals;
-    QList<Refusal> refusals;
+    QList<Finding> refusals;
 
     static RemovalPlan
     make(const RemovalRequest& request, const SourceTree& source, QChar separator);

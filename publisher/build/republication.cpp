@@ -17,6 +17,7 @@
 #include <QFile>
 
 #include <memory>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -61,7 +62,7 @@ private:
         /// Below the server folder; where the file lies now.
         QString found;
         qint64 size = 0;
-        Refusal refusal = {};
+        std::optional<Finding> refusal = {};
         QString error = {};
     };
 
@@ -104,9 +105,9 @@ private:
         wanted = readPublication(request.manifestPath, request.kind);
         before = readPublication(livePath, request.kind);
         if (wanted.files.isEmpty())
-            report.refusals.append(
-                { u"source-empty"_s, request.manifestPath,
-                  u"It names no file to publish. Publish the source folder with build."_s });
+            report.refusals.append({ FindingId::SourceEmpty, request.manifestPath, 0,
+                                     u"It names no file to publish."_s,
+                                     u"Publish the source folder with build."_s });
     }
 
     bool isUnchanged(const PublishedFile& file) const
@@ -176,11 +177,11 @@ private:
             }
         }
         const bool isThere = QFile::exists(onServer(source));
-        item.refusal = { isThere ? u"file-wrong"_s : u"file-missing"_s, item.file.path,
-                         (isThere ? u"%1 has another content than the manifest says."_s
-                                  : u"%1 is not on the server; it may have been pruned."_s)
-                                 .arg(source)
-                             + u" Publish the source folder of that time with build."_s };
+        const FindingId id = isThere ? FindingId::FileWrong : FindingId::FileMissing;
+        const QString text = isThere ? u"%1 has another content than the manifest says."_s
+                                     : u"%1 is not on the server; it may have been pruned."_s;
+        item.refusal = { id, item.file.path, 0, text.arg(source),
+                         u"Publish the source folder of that time with build."_s };
     }
 
     /// Looks for every file of the manifest, as `check` would.
@@ -194,10 +195,10 @@ private:
         Item* const first = items.data();
         Parallel::run(request.threads, items.size(), [&](qsizetype i, int) { find(first[i]); });
         for (const Item& item : std::as_const(items)) {
-            if (item.refusal.id.isEmpty())
+            if (!item.refusal)
                 report.traffic.add(item.size, isUnchanged(item.file));
             else
-                report.refusals.append(item.refusal);
+                report.refusals.append(*item.refusal);
         }
     }
 

@@ -2,7 +2,7 @@
 
 #include "publisher/build/traffic.h"
 #include "publisher/common/exitcode.h"
-#include "publisher/common/refusal.h"
+#include "publisher/common/finding.h"
 #include "publisher/common/serverlayout.h"
 
 #include <QList>
@@ -36,7 +36,7 @@ struct RepublicationRequest {
 };
 
 struct RepublicationReport {
-    QList<Refusal> refusals;
+    QList<Finding> refusals;
     /// What failed, as a sentence.
     QString error;
     /// Against the manifest that was live before; paths in the client folder.

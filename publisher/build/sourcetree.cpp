@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -22,7 +23,7 @@ namespace {
 /// The launcher builds the address from the very name of the file, so a file cannot
 /// be written in percents; a folder's address is apart from its name. Dots and
 /// percents act on the whole address, wherever they stand in it.
-Refusal faultOfAddress(const QString& path)
+std::optional<Finding> faultOfAddress(const QString& path)
 {
     static const QString anyHash(32, u'0');
     const PatchManifestEntry entry{ .save = true,
@@ -32,27 +33,25 @@ Refusal faultOfAddress(const QString& path)
                                     .name = path.section(u'/', -1) };
     const QString asked = ServerLayout::askedPath(Kind::Live, entry);
     if (asked == ServerLayout::filePath(Kind::Live, path, anyHash))
-        return {};
+        return std::nullopt;
     const QString instead = asked.isEmpty()
         ? u"nothing of the kind"_s
         : u'"' + QString(asked).replace(anyHash, u"..."_s) + u'"';
-    return {
-        u"name-not-for-urls"_s, path,
-        u"Launchers would ask for "_s + instead
-            + u", where it does not lie, because of a #, ?, % or dot in its name or in that of "
-              "a folder above it. Rename it."_s
-    };
+    return Finding{ FindingId::NameNotForUrls, path, 0,
+                    u"Launchers would ask for "_s + instead
+                        + u", where it does not lie, because of a #, ?, % or dot in its name or in "
+                          "that of a folder above it."_s };
 }
 
 /// Why a single name cannot be published, whatever lies behind it.
-Refusal faultOfName(const QString& path, const QString& name, bool isFolder)
+std::optional<Finding> faultOfName(const QString& path, const QString& name, bool isFolder)
 {
     if (const QString fault = whyNotOnWindows(name); !fault.isEmpty())
-        return { u"name-not-for-windows"_s, path, u"Its name %1. Rename it."_s.arg(fault) };
+        return Finding{ FindingId::NameNotForWindows, path, 0, u"Its name %1."_s.arg(fault) };
     if (name.compare(vacantName, Qt::CaseInsensitive) == 0)
-        return { u"name-reserved"_s, path,
-                 u"This name stands for \"nothing\" in manifests. Rename it."_s };
-    return isFolder ? Refusal() : faultOfAddress(path);
+        return Finding{ FindingId::NameReserved, path, 0,
+                        u"This name stands for \"nothing\" in manifests."_s };
+    return isFolder ? std::nullopt : faultOfAddress(path);
 }
 
 class Scan {
@@ -72,8 +71,8 @@ private:
             refuseUnreadable(prefix, list.error);
         for (const QString& name : list.undecodable)
             refuse(
-                u"name-not-unicode"_s, prefix + name,
-                u"Its name is no valid UTF-8, so players could not have it. Rename it."_s);
+                FindingId::NameNotUnicode, prefix + name,
+                u"Its name is no valid UTF-8, so players could not have it."_s);
         QHash<QString, QString> seen;
         for (const QString& name : list.names) {
             const QFileInfo info(folder + u'/' + name);
@@ -86,9 +85,9 @@ private:
             const QString twin = std::exchange(spelling, name);
             if (!twin.isEmpty())
                 refuse(
-                    u"names-differ-in-case"_s, path,
+                    FindingId::NamesDifferInCase, path,
                     u"It differs from \"%1\" only in upper and lower case, and players' disks "
-                    "hold one of the two. Rename one."_s.arg(twin));
+                    "hold one of the two."_s.arg(twin));
             add(info, path, above);
         }
     }
@@ -97,9 +96,8 @@ private:
     void refuseUnreadable(const QString& prefix, const QString& error)
     {
         refuse(
-            u"folder-unreadable"_s, prefix.isEmpty() ? u"."_s : prefix.chopped(1),
-            u"The folder cannot be read: %1. What is in it would count as removed. Give yourself "
-            "the right to read and enter it, or see that its disk is well."_s.arg(error));
+            FindingId::FolderUnreadable, prefix.isEmpty() ? u"."_s : prefix.chopped(1),
+            u"The folder cannot be read: %1. What is in it would count as removed."_s.arg(error));
     }
 
     void add(const QFileInfo& info, const QString& path, const QStringList& above)
@@ -107,40 +105,38 @@ private:
         // One look at the file decides in all but the rarest cases.
         const FileStamp plain = FileStamp::ofUnlinked(info.filePath());
         const bool isFolder = !plain.isFile() && info.isDir();
-        const Refusal fault = faultOfName(path, info.fileName(), isFolder);
-        if (fault.id.isEmpty() && plain.size > 0)
+        const std::optional<Finding> fault = faultOfName(path, info.fileName(), isFolder);
+        if (!fault && plain.size > 0)
             tree.files.append({ path, plain.size, plain });
         else
             addUncommon(info, path, above, fault);
     }
 
     void addUncommon(
-        const QFileInfo& info, const QString& path, const QStringList& above, const Refusal& fault)
+        const QFileInfo& info, const QString& path, const QStringList& above,
+        const std::optional<Finding>& fault)
     {
         std::error_code error;
         (void)std::filesystem::symlink_status(info.filesystemFilePath(), error);
-        if (!fault.id.isEmpty())
-            tree.refusals.append(fault);
+        if (fault)
+            tree.refusals.append(*fault);
         else if (error)
             refuse(
-                u"file-unreadable"_s, path,
-                u"It cannot be looked at: %1. Give yourself the right to read and enter its "
-                u"folder, "
-                "or see that its disk is well."_s.arg(QString::fromLocal8Bit(error.message())));
+                FindingId::FileUnreadable, path,
+                u"It cannot be looked at: %1."_s.arg(QString::fromLocal8Bit(error.message())));
         else if (info.isSymLink() && !leadsInside(info.canonicalFilePath()))
             refuse(
-                u"link-leads-out"_s, path,
-                u"It is a symbolic link that leads out of the source or nowhere. Put what it "
-                "means in its place."_s);
+                FindingId::LinkLeadsOut, path,
+                u"It is a symbolic link that leads out of the source or nowhere."_s);
         else if (info.isDir())
             enter(info, path, above);
         else if (!info.isFile())
-            refuse(u"not-a-file"_s, path, u"It is neither a file nor a folder. Remove it."_s);
+            refuse(FindingId::NotAFile, path, u"It is neither a file nor a folder."_s);
         else if (info.size() == 0)
             refuse(
-                u"file-empty"_s, path,
-                u"Launchers take an empty answer for \"not modified\" and never get it. Give it "
-                "at least one byte."_s);
+                FindingId::FileEmpty, path,
+                u"Launchers take an empty answer for \"not modified\" and never get it."_s,
+                u"Give it at least one byte."_s);
         else
             tree.files.append({ path, info.size(), FileStamp::of(info.filePath()) });
     }
@@ -150,8 +146,7 @@ private:
         const QString canonical = info.canonicalFilePath();
         if (above.contains(canonical)) {
             refuse(
-                u"link-in-circles"_s, path,
-                u"It is a symbolic link to a folder above it. Remove it."_s);
+                FindingId::LinkInCircles, path, u"It is a symbolic link to a folder above it."_s);
             return;
         }
         tree.folders.append(path);
@@ -163,9 +158,10 @@ private:
         return canonical == canonicalRoot || canonical.startsWith(canonicalRoot + u'/');
     }
 
-    void refuse(const QString& id, const QString& path, const QString& reason)
+    void
+    refuse(FindingId id, const QString& path, const QString& text, const QString& ownRemedy = {})
     {
-        tree.refusals.append({ id, path, reason });
+        tree.refusals.append({ id, path, 0, text, ownRemedy });
     }
 
     QString canonicalRoot;
@@ -180,9 +176,9 @@ SourceTree SourceTree::scan(const QString& root)
     const Scan scan(root, tree);
     if (tree.files.isEmpty() && tree.refusals.isEmpty())
         tree.refusals.append(
-            { u"source-empty"_s, root,
+            { FindingId::SourceEmpty, root, 0,
               u"There is no file to publish. An empty manifest would leave new players without "
-              "the patch; check the path."_s });
+              "the patch."_s });
     std::sort(tree.folders.begin(), tree.folders.end());
     std::sort(tree.files.begin(), tree.files.end(), [](const SourceFile& a, const SourceFile& b) {
         return a.path < b.path;

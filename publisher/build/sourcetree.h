@@ -1,7 +1,7 @@
 #pragma once
 
 #include "publisher/common/filestamp.h"
-#include "publisher/common/refusal.h"
+#include "publisher/common/finding.h"
 
 #include <QList>
 #include <QString>
@@ -26,7 +26,7 @@ struct SourceTree {
     /// Files that nobody means to publish, going by their names.
     QStringList passedOver;
     /// Everything that keeps the tree from being published.
-    QList<Refusal> refusals;
+    QList<Finding> refusals;
 
     static SourceTree scan(const QString& root);
     /// Whether the tree has this file or folder, or something below it, for a

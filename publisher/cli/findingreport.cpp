@@ -33,7 +33,7 @@ void addOptions(QCommandLineParser& parser)
 
 bool acceptsKnownOnly(const QCommandLineParser& parser, Output& output)
 {
-    const QStringList known = Findings::identifiers();
+    const QStringList known = Findings::ofInspection();
     const QStringList accepted = parser.values(acceptOption);
     for (const QString& identifier : accepted) {
         if (known.contains(identifier))
@@ -57,7 +57,7 @@ ExitCode conclude(const QList<Finding>& findings, const QCommandLineParser& pars
         object.insert(u"accepted"_s, !counts);
         objects.append(object);
         output.line((counts ? QString() : u"(accepted) "_s) + Findings::toText(finding));
-        output.line("    "_L1 + finding.wayOut());
+        output.line("    "_L1 + finding.remedy());
     }
     output.set(u"findings"_s, objects);
     const qsizetype passed = findings.size() - counting;
@@ -66,14 +66,15 @@ ExitCode conclude(const QList<Finding>& findings, const QCommandLineParser& pars
     return counting > 0 ? ExitCode::Findings : ExitCode::Fine;
 }
 
-void showRefusals(const QList<Refusal>& refusals, Output& output)
+void showRefusals(const QList<Finding>& refusals, Output& output)
 {
     QJsonArray array;
-    for (const Refusal& refusal : refusals) {
-        output.line(u"%1: %2 [%3]"_s.arg(refusal.path, refusal.reason, refusal.id));
-        array.append(QJsonObject{ { u"id"_s, refusal.id },
-                                  { u"path"_s, refusal.path },
-                                  { u"reason"_s, refusal.reason } });
+    for (const Finding& refusal : refusals) {
+        const QString reason = refusal.text + u' ' + refusal.remedy();
+        output.line(u"%1: %2 [%3]"_s.arg(refusal.subject, reason, refusal.identifier()));
+        array.append(QJsonObject{ { u"id"_s, refusal.identifier() },
+                                  { u"path"_s, refusal.subject },
+                                  { u"reason"_s, reason } });
     }
     output.line(u"Nothing has been published."_s);
     output.set(u"refusals"_s, array);

@@ -2,7 +2,6 @@
 
 #include "publisher/common/exitcode.h"
 #include "publisher/common/finding.h"
-#include "publisher/common/refusal.h"
 
 #include <QList>
 
@@ -24,7 +23,7 @@ bool acceptsKnownOnly(const QCommandLineParser& parser, Output& output);
 ExitCode conclude(const QList<Finding>& findings, const QCommandLineParser& parser, Output& output);
 
 /// How a command ends that has published nothing because of them.
-void showRefusals(const QList<Refusal>& refusals, Output& output);
+void showRefusals(const QList<Finding>& refusals, Output& output);
 
 } // namespace FindingReport
 

@@ -21,15 +21,14 @@ QString contradiction(const QString& path, const Clock& clock)
 
 namespace Dates {
 
-QList<Refusal> ahead(const QString& path, const Clock& clock)
+QList<Finding> ahead(const QString& path, const Clock& clock)
 {
     if (!clock.isAhead(FileWork::dateOf(path)))
         return {};
     return {
-        { u"date-ahead"_s, QFileInfo(path).fileName(),
-          contradiction(path, clock)
-              + u" If the clock is wrong, set it right and run the same command again. If it "
-                "is right, the last publication had a wrong one: --renew dates the file now."_s }
+        { FindingId::DateAhead, QFileInfo(path).fileName(), 0, contradiction(path, clock),
+          u"If the clock is wrong, set it right and run the same command again. If it is right, "
+          "the last publication had a wrong one: --renew dates the file now."_s }
     };
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "publisher/common/refusal.h"
+#include "publisher/common/finding.h"
 
 #include <QList>
 #include <QString>
@@ -17,9 +17,8 @@ class Clock;
 /// for ever.
 namespace Dates {
 
-/// A refusal to go on from a file that is dated ahead of the clock, with the way
-/// back.
-QList<Refusal> ahead(const QString& path, const Clock& clock);
+/// What speaks against going on from a file that is dated ahead of the clock.
+QList<Finding> ahead(const QString& path, const Clock& clock);
 /// The same as a sentence, for a file that is not about to be replaced.
 QStringList noteOn(const QString& path, const Clock& clock);
 

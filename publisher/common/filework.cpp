@@ -36,7 +36,7 @@ constexpr qint64 leastToShare = chunk;
 constexpr QLatin1StringView draftSuffix(".halden-publish");
 
 /// What the admin can do about a failure, in the system's words.
-QString wayOut(const QString& words)
+QString remedy(const QString& words)
 {
     const auto isAbout = [&](std::errc code) {
         return words == QString::fromLocal8Bit(std::make_error_code(code).message());
@@ -54,7 +54,7 @@ QString wayOut(const QString& words)
 
 QString sentence(const QString& path, const QString& words)
 {
-    return u"%1: %2. %3, and run the same command again"_s.arg(path, words, wayOut(words));
+    return u"%1: %2. %3, and run the same command again"_s.arg(path, words, remedy(words));
 }
 
 QString sentence(const QString& path, const std::error_code& error)

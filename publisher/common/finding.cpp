@@ -13,7 +13,7 @@ namespace {
 struct Description {
     FindingId id;
     const char* identifier;
-    const char* wayOut;
+    const char* remedy;
 };
 
 constexpr std::array descriptions{
@@ -156,6 +156,35 @@ constexpr std::array descriptions{
     Description{ FindingId::InfoFreezes, "info-freezes",
                  "Shorten the text, take out absurd numbers (widths, padding, sizes, spans) and "
                  "tables within tables." },
+    Description{ FindingId::SourceEmpty, "source-empty", "Check the path." },
+    Description{ FindingId::FolderUnreadable, "folder-unreadable",
+                 "Give yourself the right to read and enter it, or see that its disk is well." },
+    Description{ FindingId::FileUnreadable, "file-unreadable",
+                 "Give yourself the right to read it and to enter its folder, or see that its "
+                 "disk is well." },
+    Description{ FindingId::NotAFile, "not-a-file", "Remove it." },
+    Description{ FindingId::LinkLeadsOut, "link-leads-out", "Put what it means in its place." },
+    Description{ FindingId::LinkInCircles, "link-in-circles", "Remove it." },
+    Description{ FindingId::NameNotUnicode, "name-not-unicode", "Rename it." },
+    Description{ FindingId::NameReserved, "name-reserved", "Rename it." },
+    Description{ FindingId::NameNotForUrls, "name-not-for-urls", "Rename it." },
+    Description{ FindingId::NamesDifferInCase, "names-differ-in-case", "Rename one." },
+    Description{ FindingId::RemovalPath, "removal-path",
+                 "Give a path below the client folder, such as Data/deDE/patch-x.mpq." },
+    Description{ FindingId::RemovalInSource, "removal-in-source",
+                 "Take it out of the source first." },
+    Description{ FindingId::RemovalSecondName, "removal-second-name",
+                 "What works: put a file of a few bytes in its place in the source, which "
+                 "overwrites it for every player; or remove the folder that holds both; or remove "
+                 "it with a later publication, which players who skip the present one do not "
+                 "get." },
+    Description{ FindingId::FileWasFolder, "file-was-folder", "Give the file another name." },
+    Description{ FindingId::FolderWasFile, "folder-was-file", "Give the folder another name." },
+    Description{ FindingId::ManyRemoved, "many-removed",
+                 "If this is not the right folder, or not all of it is there, see to that; if it "
+                 "is meant, say so with --yes-remove and the number." },
+    Description{ FindingId::FileWrong, "file-wrong",
+                 "Publish the source folder of that time with build." },
 };
 
 const Description& describe(FindingId id)
@@ -169,7 +198,7 @@ constexpr bool isInOrder()
         if (descriptions[i].id != static_cast<FindingId>(i))
             return false;
     }
-    return static_cast<std::size_t>(FindingId::InfoFreezes) + 1 == descriptions.size();
+    return static_cast<std::size_t>(FindingId::FileWrong) + 1 == descriptions.size();
 }
 static_assert(isInOrder(), "the table follows the enumeration");
 
@@ -187,19 +216,30 @@ QString Finding::identifier() const
     return QString::fromLatin1(describe(id).identifier);
 }
 
-QString Finding::wayOut() const
+QString Finding::remedy() const
 {
-    return QString::fromLatin1(describe(id).wayOut);
+    return ownRemedy.isEmpty() ? QString::fromLatin1(describe(id).remedy) : ownRemedy;
 }
 
 namespace Findings {
 
-QStringList identifiers()
+QList<std::pair<QString, QString>> all()
 {
-    QStringList all;
+    QList<std::pair<QString, QString>> rows;
     for (const Description& description : descriptions)
-        all.append(QString::fromLatin1(description.identifier));
-    return all;
+        rows.append({ QString::fromLatin1(description.identifier),
+                      QString::fromLatin1(description.remedy) });
+    return rows;
+}
+
+QStringList ofInspection()
+{
+    QStringList identifiers;
+    for (const Description& description : descriptions) {
+        if (description.id <= FindingId::InfoFreezes)
+            identifiers.append(QString::fromLatin1(description.identifier));
+    }
+    return identifiers;
 }
 
 QString toText(const Finding& finding)
@@ -215,7 +255,7 @@ QJsonObject toJson(const Finding& finding)
         { u"id"_s, finding.identifier() },
         { u"subject"_s, finding.subject },
         { u"text"_s, finding.text },
-        { u"wayOut"_s, finding.wayOut() },
+        { u"wayOut"_s, finding.remedy() },
     };
     if (finding.entry > 0)
         object.insert(u"entry"_s, finding.entry);

@@ -133,12 +133,17 @@ QStringList pathsOf(const QList<BuildReport::Item>& items)
     return paths;
 }
 
-QStringList idsOf(const QList<Refusal>& refusals)
+QStringList idsOf(const QList<Finding>& refusals)
 {
     QStringList ids;
-    for (const Refusal& refusal : refusals)
-        ids.append(refusal.id);
+    for (const Finding& refusal : refusals)
+        ids.append(refusal.identifier());
     return ids;
+}
+
+QString reasonOf(const Finding& refusal)
+{
+    return refusal.text + ' ' + refusal.remedy();
 }
 
 } // namespace BuildFixture

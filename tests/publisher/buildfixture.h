@@ -55,6 +55,8 @@ QDateTime dateOf(const QString& path);
 void setDate(const QString& path, const QDateTime& date);
 
 QStringList pathsOf(const QList<Publisher::BuildReport::Item>& items);
-QStringList idsOf(const QList<Publisher::Refusal>& refusals);
+QStringList idsOf(const QList<Publisher::Finding>& refusals);
+/// What it says, with its remedy.
+QString reasonOf(const Publisher::Finding& refusal);
 
 } // namespace BuildFixture

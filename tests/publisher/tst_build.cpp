@@ -248,7 +248,7 @@ private slots:
         BuildReport report;
         QCOMPARE(build(request(), clock, report), ExitCode::Findings);
         QCOMPARE(idsOf(report.refusals), QStringList("date-ahead"));
-        QVERIFY(report.refusals.at(0).reason.contains("--renew"));
+        QVERIFY(reasonOf(report.refusals.at(0)).contains("--renew"));
         QCOMPARE(dateOf(server(manifest)), wrong);
         QCOMPARE(clock.waits, 0);
 
@@ -426,8 +426,8 @@ private slots:
         BuildReport report;
         const bool fine = build(next, clock, report) == ExitCode::Fine;
         QStringList refused;
-        for (const Refusal& refusal : std::as_const(report.refusals))
-            refused.append(refusal.id + ' ' + refusal.path);
+        for (const Finding& refusal : std::as_const(report.refusals))
+            refused.append(refusal.identifier() + ' ' + refusal.subject);
         QTEST(refused.join(", "), "refused");
         QCOMPARE(fine, refused.isEmpty());
         QCOMPARE(readFile(server(manifest)) == live, !fine);

@@ -189,8 +189,8 @@ private slots:
     {
         QFETCH(FindingId, id);
         QFETCH(QString, command);
-        const QString wayOut = Finding{ id, {}, 0, {} }.wayOut();
-        QVERIFY2(wayOut.contains(command), qPrintable(wayOut));
+        const QString remedy = Finding{ id, {}, 0, {} }.remedy();
+        QVERIFY2(remedy.contains(command), qPrintable(remedy));
     }
 
     void finds_data()
@@ -316,7 +316,7 @@ private slots:
         QVERIFY2(!refused.messages.isEmpty(), "the refusal must say why");
     }
 
-    /// People see the entry, the sentence, the identifier and the way out.
+    /// People see the entry, the sentence, the identifier and the remedy.
     void textOfAFinding()
     {
         const CommandRun checked
@@ -404,11 +404,11 @@ private slots:
 
     void identifiersAreUnique()
     {
-        const QStringList all = Findings::identifiers();
-        QCOMPARE(QSet<QString>(all.cbegin(), all.cend()).size(), all.size());
-        for (int i = 0; i < all.size(); ++i) {
-            const Finding finding{ static_cast<FindingId>(i), {}, 0, {} };
-            QVERIFY2(!finding.wayOut().isEmpty(), qPrintable(all.at(i)));
+        QSet<QString> identifiers;
+        for (const auto& [identifier, remedy] : Findings::all()) {
+            QVERIFY2(!identifiers.contains(identifier), qPrintable(identifier));
+            QVERIFY2(!remedy.isEmpty(), qPrintable(identifier));
+            identifiers.insert(identifier);
         }
     }
 

@@ -128,7 +128,7 @@ private slots:
         clock.forward(-86400);
         QCOMPARE(run(), ExitCode::Findings);
         QCOMPARE(idsOf(report.refusals), QStringList({ "date-ahead", "date-ahead" }));
-        QCOMPARE(report.refusals.at(1).path, launcherOnServer);
+        QCOMPARE(report.refusals.at(1).subject, launcherOnServer);
         QCOMPARE(dateOf(server(launcherOnServer)), wrong);
 
         LauncherRequest renewing = release();
@@ -195,7 +195,7 @@ private slots:
         writeFile(built(which), content);
         QCOMPARE(run(), ExitCode::Findings);
         QCOMPARE(idsOf(report.refusals), QStringList("not-a-program"));
-        QCOMPARE(report.refusals.at(0).path, built(which));
+        QCOMPARE(report.refusals.at(0).subject, built(which));
         QVERIFY(!QFileInfo::exists(server()));
     }
 

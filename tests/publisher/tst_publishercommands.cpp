@@ -169,7 +169,7 @@ private slots:
         QVERIFY2(run.messages.contains(option + " is "), qPrintable(run.messages));
     }
 
-    /// What nobody can foresee is told with its way out.
+    /// What nobody can foresee is told with its remedy.
     void fileThatCannotBePrunedIsTold()
     {
         publishedBefore();
@@ -390,7 +390,7 @@ private slots:
     void unknownFindingBringsTheList()
     {
         const CommandRun run({ "check", "--accept", "all", server() });
-        for (const QString& identifier : Findings::identifiers())
+        for (const QString& identifier : Findings::ofInspection())
             QVERIFY2(run.messages.contains(identifier), qPrintable(identifier));
     }
 

@@ -1,5 +1,4 @@
 #include "app/constants.h"
-#include "publisher/common/finding.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
@@ -249,15 +248,6 @@ private slots:
                     walk.cbegin(), walk.cend(),
                     [&](const QString& line) { return line.startsWith(one.beginning); }),
                 qPrintable(one.beginning));
-    }
-
-    /// What stands behind "--accept" is found on the page.
-    void everyFindingIsListed()
-    {
-        const QString text = page();
-        const QStringList identifiers = Findings::identifiers();
-        for (const QString& identifier : identifiers)
-            QVERIFY2(text.contains('`' + identifier + '`'), qPrintable(identifier));
     }
 };
 

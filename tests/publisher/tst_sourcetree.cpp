@@ -133,8 +133,9 @@ private slots:
         put(path, content);
         const SourceTree tree = SourceTree::scan(source());
         QTEST(idsOf(tree.refusals).join(' '), "id");
-        QVERIFY2(path.startsWith(tree.refusals.at(0).path), qPrintable(tree.refusals.at(0).path));
-        QVERIFY2(!tree.refusals.at(0).reason.contains("%37"), qPrintable(path));
+        QVERIFY2(
+            path.startsWith(tree.refusals.at(0).subject), qPrintable(tree.refusals.at(0).subject));
+        QVERIFY2(!reasonOf(tree.refusals.at(0)).contains("%37"), qPrintable(path));
     }
 
     void acceptsInAFolderWhatANameMayNotHave()
@@ -225,7 +226,7 @@ private slots:
         makeLink(target, "link");
         const SourceTree tree = SourceTree::scan(source());
         QTEST(idsOf(tree.refusals).join(' '), "id");
-        QCOMPARE(tree.refusals.at(0).path, QString("link"));
+        QCOMPARE(tree.refusals.at(0).subject, QString("link"));
         QCOMPARE(filesOf(tree), QStringList("ordinary.mpq"));
     }
 #endif
@@ -266,10 +267,10 @@ private slots:
         const SourceTree tree = SourceTree::scan(source());
         QVERIFY(::chmod(folder.constData(), 0700) == 0);
         QCOMPARE(tree.refusals.size(), 1);
-        QTEST(tree.refusals.at(0).id + ' ' + tree.refusals.at(0).path, "refused");
+        QTEST(tree.refusals.at(0).identifier() + ' ' + tree.refusals.at(0).subject, "refused");
         QVERIFY2(
-            tree.refusals.at(0).reason.contains("Permission denied"),
-            qPrintable(tree.refusals.at(0).reason));
+            reasonOf(tree.refusals.at(0)).contains("Permission denied"),
+            qPrintable(reasonOf(tree.refusals.at(0))));
     }
 
     /// A disk that dies gives some of the names and then an error.
@@ -281,10 +282,10 @@ private slots:
         const SourceTree tree = SourceTree::scan(source("Data"));
         namesUntilFailure = -1;
         QCOMPARE(idsOf(tree.refusals), QStringList("folder-unreadable"));
-        QCOMPARE(tree.refusals.at(0).path, QString("."));
+        QCOMPARE(tree.refusals.at(0).subject, QString("."));
         QVERIFY2(
-            tree.refusals.at(0).reason.contains("Input/output error"),
-            qPrintable(tree.refusals.at(0).reason));
+            reasonOf(tree.refusals.at(0)).contains("Input/output error"),
+            qPrintable(reasonOf(tree.refusals.at(0))));
     }
 #endif
 
