@@ -6,6 +6,7 @@
 #include "publisher/build/manifestexchange.h"
 #include "publisher/build/placecheck.h"
 #include "publisher/build/precheck.h"
+#include "publisher/build/servedfolder.h"
 #include "publisher/build/sourcetree.h"
 #include "publisher/build/staging.h"
 #include "publisher/common/clock.h"
@@ -13,7 +14,6 @@
 #include "publisher/common/filework.h"
 #include "publisher/common/manifesttext.h"
 #include "publisher/common/parallel.h"
-#include "publisher/common/treelock.h"
 #include "update/launcherfiles.h"
 
 #include <QDir>
@@ -24,7 +24,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -39,9 +38,9 @@ public:
         : request(buildRequest)
         , clock(time)
         , report(target)
-        , patchFolder(onServer(ServerLayout::patchFolder()))
+        , served(request.server)
         , kindFolder(onServer(ServerLayout::kindFolder(request.kind)))
-        , stagingFolder(patchFolder + "/.halden-publish"_L1)
+        , stagingFolder(served.stagingFolder())
         , manifestPath(onServer(ServerLayout::manifestName(request.kind)))
         , cache(HashCache::forTarget(kindFolder))
     {
@@ -55,14 +54,13 @@ public:
         report.refusals = source.refusals + removals.refusals;
         if (!report.refusals.isEmpty())
             return ExitCode::Findings;
-        if (!takeServerFolder())
+        if (!request.dryRun && !attempt(takeServedFolder()))
             return ExitCode::InputOutput;
         live = readPublication(manifestPath, request.kind);
         compareNames();
         judge();
         if (report.refusals.isEmpty() || request.dryRun)
             proceed();
-        release();
         if (!succeeded())
             return ExitCode::InputOutput;
         return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
@@ -79,7 +77,7 @@ private:
             = Staging(looking, published, cache, stagingFolder).run(source.files);
         for (const StagedFile& item : found) {
             // What cannot be read is told when it is to be published.
-            if (!item.inPlace && item.error.isEmpty())
+            if (!item.inPlace && !item.problem)
                 missing.append({ item.serverPath(request.kind), item.file.size });
         }
         return missing;
@@ -99,7 +97,7 @@ private:
             return;
         items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
         for (const StagedFile& item : items)
-            attempt(item.error);
+            attempt(item.problem);
         if (!succeeded())
             return takeBack();
         compare();
@@ -171,35 +169,21 @@ private:
     }
 
     /// Keeps the first failure. Returns whether this step went well.
-    bool attempt(const QString& error)
+    bool attempt(const Problem& problem)
     {
-        if (succeeded())
-            report.error = error;
-        return error.isEmpty();
+        if (succeeded() && problem)
+            report.error = *problem;
+        return !problem;
     }
 
-    bool takeServerFolder()
+    /// Each thread has a staging folder of its own.
+    Problem takeServedFolder()
     {
-        if (request.dryRun)
-            return true;
-        if (!attempt(FileWork::createFolder(kindFolder)))
-            return false;
-        lock = std::make_unique<TreeLock>(request.server);
-        if (!attempt(lock->error()))
-            return false;
-        // What a run that was cut off has left.
-        FileWork::removeDrafts(request.server);
-        QDir(stagingFolder).removeRecursively();
-        for (int thread = 0; thread < request.threads; ++thread)
-            attempt(FileWork::createFolder(stagingFolder + u'/' + QString::number(thread)));
-        return succeeded();
-    }
-
-    void release()
-    {
-        if (!request.dryRun)
-            QDir(stagingFolder).removeRecursively();
-        lock.reset();
+        Problem problem = inOrder(
+            [&] { return served.take(); }, [&] { return FileWork::createFolder(kindFolder); });
+        for (int thread = 0; thread < request.threads && !problem; ++thread)
+            problem = FileWork::createFolder(stagingFolder + u'/' + QString::number(thread));
+        return problem;
     }
 
     void draft()
@@ -268,39 +252,38 @@ private:
         Parallel::run(request.threads, items.size(), [&](qsizetype i, int) {
             if (failed)
                 return;
-            first[i].error = place(first[i], i);
-            failed = failed || !first[i].error.isEmpty();
+            first[i].problem = place(first[i], i);
+            failed = failed || first[i].problem;
         });
         for (const StagedFile& item : std::as_const(items))
-            attempt(item.error);
+            attempt(item.problem);
     }
 
     /// Moves a copy to its place, where no live manifest leads yet. What is right is
     /// left alone: another admin may own it, and its date means nothing to launchers.
-    QString place(StagedFile& item, qsizetype number) const
+    Problem place(StagedFile& item, qsizetype number) const
     {
         if (item.inPlace || item.isPlaced)
-            return {};
+            return std::nullopt;
         const QString copy = Staging::copyOf(stagingFolder, item.copiedBy, number);
         const QString target = onServer(item.serverPath(request.kind));
-        QString error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
-        if (error.isEmpty())
-            error = FileWork::replace(copy, target);
+        const Problem problem = inOrder(
+            [&] { return FileWork::createFolder(target.left(target.lastIndexOf(u'/'))); },
+            [&] { return FileWork::replace(copy, target); });
         item.served = FileStamp::of(target);
-        return error;
+        return problem;
     }
 
-    QString publishManifest()
+    Problem publishManifest()
     {
         const ManifestExchange exchange{
-            .server = request.server,
             .kind = request.kind,
             .text = std::exchange(text, {}),
             .note = PublicationNote::of(u"build"_s, request.message, clock.now()),
             .flush = request.flush,
             .isPublication = report.manifestChanged,
         };
-        return exchangeManifest(exchange, clock, [&exchange](const QString& path) {
+        return exchangeManifest(served, exchange, clock, [&exchange](const QString& path) {
             return ManifestDraft::misreading(exchange.text, path);
         });
     }
@@ -374,8 +357,7 @@ private:
     void pruneFile(const QFileInfo& info, const QString& path)
     {
         const qint64 size = info.size();
-        const QString error = request.dryRun ? QString() : FileWork::remove(info.filePath());
-        if (attempt(error))
+        if (request.dryRun || attempt(FileWork::remove(info.filePath())))
             report.pruned.append({ path, size });
     }
 
@@ -391,19 +373,17 @@ private:
 
     QString onServer(const QString& path) const
     {
-        return request.server + u'/' + path;
+        return served.path(path);
     }
 
     const BuildRequest& request;
     Clock& clock;
     BuildReport& report;
-    QString patchFolder;
+    ServedFolder served;
     QString kindFolder;
     QString stagingFolder;
     QString manifestPath;
     HashCache cache;
-    const FileWork::PublicFiles publicFiles;
-    std::unique_ptr<TreeLock> lock;
     SourceTree source;
     RemovalPlan removals;
     Publication live;

@@ -52,13 +52,12 @@ PublicationNote readNote(const QString& path)
 }
 
 /// Puts a file in place as a whole.
-QString store(const QString& path, const QByteArray& content)
+Problem store(const QString& path, const QByteArray& content)
 {
     const QString draft = FileWork::draftOf(path);
-    QString error = FileWork::write(draft, content);
-    if (error.isEmpty())
-        error = FileWork::flush(draft);
-    return error.isEmpty() ? FileWork::replace(draft, path) : error;
+    return inOrder(
+        [&] { return FileWork::write(draft, content); }, [&] { return FileWork::flush(draft); },
+        [&] { return FileWork::replace(draft, path); });
 }
 
 } // namespace
@@ -138,23 +137,28 @@ QList<Publication> History::latest(int count) const
     return publications;
 }
 
-QString History::record(const QByteArray& manifest, const PublicationNote& note) const
+Problem History::record(const QByteArray& manifest, const PublicationNote& note) const
 {
-    QList<HistoryEntry> all = entries();
+    const QList<HistoryEntry> all = entries();
     const QByteArray live = contentOf(livePath);
-    int next = all.isEmpty() ? 1 : all.constLast().number + 1;
-    QString error = FileWork::createFolder(folder);
-    if (error.isEmpty() && !live.isEmpty() && (all.isEmpty() || !all.constLast().isLive))
-        error = keep(next++, live, { .time = FileWork::dateOf(livePath) });
-    return error.isEmpty() ? keep(next, manifest, note) : error;
+    const bool isNoted = live.isEmpty() || (!all.isEmpty() && all.constLast().isLive);
+    const int next = all.isEmpty() ? 1 : all.constLast().number + 1;
+    return inOrder(
+        [&] { return FileWork::createFolder(folder); },
+        [&] {
+            return isNoted ? Problem() : keep(next, live, { .time = FileWork::dateOf(livePath) });
+        },
+        [&] { return keep(isNoted ? next : next + 1, manifest, note); });
 }
 
-QString History::keep(int number, const QByteArray& manifest, const PublicationNote& note) const
+Problem History::keep(int number, const QByteArray& manifest, const PublicationNote& note) const
 {
     // An entry is there with its manifest, so that comes last.
     QFile::remove(fileOf(number, u".ini"_s));
-    const QString error = store(fileOf(number, u".json"_s), QJsonDocument(note.toJson()).toJson());
-    return error.isEmpty() ? store(fileOf(number, u".ini"_s), manifest) : error;
+    const QByteArray json = QJsonDocument(note.toJson()).toJson();
+    return inOrder(
+        [&] { return store(fileOf(number, u".json"_s), json); },
+        [&] { return store(fileOf(number, u".ini"_s), manifest); });
 }
 
 } // namespace Publisher

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "publisher/common/problem.h"
 #include "publisher/common/publication.h"
 
 #include <QByteArray>
@@ -56,12 +57,13 @@ public:
     QList<Publication> latest(int count) const;
 
     /// Keeps the manifest that is live, unless that has been done, and then the one
-    /// that is about to replace it. Returns what has failed, as a sentence.
-    QString record(const QByteArray& manifest, const PublicationNote& note) const;
+    /// that is about to replace it.
+    [[nodiscard]] Problem record(const QByteArray& manifest, const PublicationNote& note) const;
 
 private:
     QList<HistoryEntry> stored() const;
-    QString keep(int number, const QByteArray& manifest, const PublicationNote& note) const;
+    [[nodiscard]] Problem
+    keep(int number, const QByteArray& manifest, const PublicationNote& note) const;
     QString fileOf(int number, const QString& suffix) const;
 
     QString livePath;

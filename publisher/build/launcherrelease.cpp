@@ -1,17 +1,14 @@
 #include "publisher/build/launcherrelease.h"
 
-#include "publisher/common/clock.h"
+#include "publisher/build/servedfolder.h"
 #include "publisher/common/dates.h"
-#include "publisher/common/filework.h"
 #include "publisher/common/programfault.h"
-#include "publisher/common/treelock.h"
 #include "update/launcherfiles.h"
 #include "updater/programheader.h"
 
 #include <QFile>
 #include <QFileInfo>
 
-#include <memory>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -43,6 +40,7 @@ public:
         : request(wanted)
         , clock(time)
         , report(target)
+        , served(request.server)
     {
     }
 
@@ -58,38 +56,25 @@ public:
         }
         if (!report.refusals.isEmpty())
             return ExitCode::Findings;
-        const bool done = takeServerFolder() && publish(request.updater, updaterFileName)
+        const bool done = (request.dryRun || attempt(served.take()))
+            && publish(request.updater, updaterFileName)
             && publish(request.launcher, launcherFileName);
         return done ? ExitCode::Fine : ExitCode::InputOutput;
     }
 
 private:
-    bool attempt(const QString& error)
+    bool attempt(const Problem& problem)
     {
-        report.error = error;
-        return error.isEmpty();
-    }
-
-    bool takeServerFolder()
-    {
-        if (request.dryRun)
-            return true;
-        if (!attempt(FileWork::createFolder(request.server)))
-            return false;
-        lock = std::make_unique<TreeLock>(request.server);
-        if (!attempt(lock->error()))
-            return false;
-        // What a run that was cut off has left.
-        FileWork::removeDrafts(request.server);
-        return true;
+        report.error = problem.value_or(QString());
+        return !problem;
     }
 
     bool publish(const QString& source, QLatin1StringView name)
     {
-        const QString target = request.server + u'/' + name;
+        const QString target = served.path(name);
         const bool isThere = QFileInfo::exists(target);
         const FileWork::Digest fresh = FileWork::hash(source, nullptr);
-        if (!attempt(fresh.error))
+        if (!attempt(fresh.problem))
             return false;
         const bool same = isThere && FileWork::hash(target, nullptr).md5 == fresh.md5;
         const QString change = same && request.renew ? u"renewed"_s
@@ -98,32 +83,24 @@ private:
                                                      : u"added"_s;
         report.items.append({ name, QFileInfo(source).size(), change });
         return (same && !request.renew) || request.dryRun
-            || attempt(exchange(source, target, fresh.md5));
+            || attempt(replace(name, source, fresh.md5));
     }
 
-    QString exchange(const QString& source, const QString& target, const QString& md5) const
+    Problem replace(QLatin1StringView name, const QString& source, const QString& md5) const
     {
-        const QString copy = FileWork::draftOf(target);
-        const FileWork::Digest written = FileWork::copy(source, copy, nullptr);
-        QString error = written.error;
-        if (error.isEmpty() && written.md5 != md5)
-            error = FileWork::changedMeanwhile(source);
-        if (error.isEmpty() && request.flush)
-            error = FileWork::flush(copy);
-        if (error.isEmpty())
-            error = FileWork::setDate(copy, clock.nextAfter(FileWork::dateOf(target)));
-        if (error.isEmpty())
-            error = FileWork::replace(copy, target);
-        if (!error.isEmpty())
-            QFile::remove(copy);
-        return error;
+        const auto write = [&](const QString& draft) {
+            const FileWork::Digest written = FileWork::copy(source, draft, nullptr);
+            if (!written.problem && written.md5 != md5)
+                return Problem(FileWork::changedMeanwhile(source));
+            return written.problem;
+        };
+        return served.replace({ .name = name, .write = write, .flush = request.flush }, clock);
     }
 
     const LauncherRequest& request;
     Clock& clock;
     LauncherReport& report;
-    const FileWork::PublicFiles publicFiles;
-    std::unique_ptr<TreeLock> lock;
+    ServedFolder served;
 };
 
 } // namespace

@@ -41,14 +41,14 @@ PatchManifestEntry ManifestDraft::file(
              .hash = hash };
 }
 
-QString ManifestDraft::misreading(QByteArrayView text, const QString& manifestPath)
+Problem ManifestDraft::misreading(QByteArrayView text, const QString& manifestPath)
 {
     const PatchManifest manifest(manifestPath);
     qint64 n = 0;
-    QString difference;
+    Problem difference;
     const bool isOwn = ManifestText::read(text, [&](const PatchManifestEntry& meant) {
         ++n;
-        if (difference.isEmpty() && meant != manifest.entry(n))
+        if (!difference && meant != manifest.entry(n))
             difference = misread(u"entry %1 (\"%2\") differently"_s.arg(n).arg(meant.name));
     });
     if (!isOwn)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "publisher/common/problem.h"
 #include "update/patchmanifest.h"
 
 #include <QByteArrayView>
@@ -21,9 +22,8 @@ file(const QString& path, const QString& urlOffset, const QString& hash, QChar s
 QString pathOffset(const QString& folder, QChar separator);
 
 /// Reads a written manifest as the launcher does and tells in a sentence what is
-/// different from the text that was meant, which is one of ManifestText; empty when
-/// nothing is.
-QString misreading(QByteArrayView text, const QString& manifestPath);
+/// different from the text that was meant, which is one of ManifestText.
+[[nodiscard]] Problem misreading(QByteArrayView text, const QString& manifestPath);
 
 } // namespace ManifestDraft
 

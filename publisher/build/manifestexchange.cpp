@@ -1,38 +1,26 @@
 #include "publisher/build/manifestexchange.h"
 
-#include "publisher/common/clock.h"
-#include "publisher/common/filework.h"
-
-#include <QFile>
+#include "publisher/build/servedfolder.h"
 
 namespace Publisher {
 
-QString exchangeManifest(
-    const ManifestExchange& exchange, Clock& clock,
-    const std::function<QString(const QString& path)>& verify)
+Problem exchangeManifest(
+    const ServedFolder& folder, const ManifestExchange& exchange, Clock& clock,
+    const std::function<Problem(const QString& path)>& verify)
 {
-    const QString live = exchange.server + u'/' + ServerLayout::manifestName(exchange.kind);
-    const QString fresh = FileWork::draftOf(live);
-    QString error;
-    if (exchange.isPublication)
-        error = History(exchange.server, exchange.kind).record(exchange.text, exchange.note);
-    if (error.isEmpty())
-        error = FileWork::write(fresh, exchange.text);
-    if (error.isEmpty() && exchange.flush)
-        error = FileWork::flush(fresh);
-    if (error.isEmpty())
-        error = FileWork::setDate(fresh, clock.nextAfter(FileWork::dateOf(live)));
-    // Read with its own date: files of one name, size and date are one file to the
-    // settings layer.
-    if (error.isEmpty())
-        error = verify(fresh);
-    if (error.isEmpty())
-        error = FileWork::replace(fresh, live);
-    if (!error.isEmpty())
-        QFile::remove(fresh);
-    else if (exchange.flush)
-        error = FileWork::flushFileSystem(exchange.server);
-    return error;
+    const auto note = [&] {
+        const History history(folder.root(), exchange.kind);
+        return exchange.isPublication ? history.record(exchange.text, exchange.note) : Problem();
+    };
+    // It is read with its own date: files of one name, size and date are one file to
+    // the settings layer.
+    const ServedFolder::Replacement replacement{
+        .name = ServerLayout::manifestName(exchange.kind),
+        .write = [&](const QString& draft) { return FileWork::write(draft, exchange.text); },
+        .verify = verify,
+        .flush = exchange.flush,
+    };
+    return inOrder(note, [&] { return folder.replace(replacement, clock); });
 }
 
 } // namespace Publisher

@@ -1,20 +1,20 @@
 #pragma once
 
 #include "publisher/build/history.h"
+#include "publisher/common/problem.h"
+#include "publisher/common/serverlayout.h"
 
 #include <QByteArray>
-#include <QString>
 
 #include <functional>
 
 namespace Publisher {
 
 class Clock;
+class ServedFolder;
 
 /// A manifest that is about to go live, when all its files are in place.
 struct ManifestExchange {
-    /// What the web server serves.
-    QString server;
     Kind kind = Kind::Live;
     QByteArray text;
     PublicationNote note;
@@ -24,11 +24,10 @@ struct ManifestExchange {
     bool isPublication = true;
 };
 
-/// Writes the manifest beside the one that is live, dates it, keeps it in the
-/// history and renames it over the other, in one blow. Where `verify` finds a fault
-/// in what has been written nothing goes live. Returns what has failed.
-QString exchangeManifest(
-    const ManifestExchange& exchange, Clock& clock,
-    const std::function<QString(const QString& path)>& verify);
+/// Keeps the manifest in the history and puts it in place of the one that is live.
+/// Where `verify` finds a fault in what has been written nothing goes live.
+[[nodiscard]] Problem exchangeManifest(
+    const ServedFolder& folder, const ManifestExchange& exchange, Clock& clock,
+    const std::function<Problem(const QString& path)>& verify);
 
 } // namespace Publisher

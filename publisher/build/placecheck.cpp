@@ -23,7 +23,7 @@ QFileInfo takerOf(const QString& folder)
     return taker;
 }
 
-QString withoutRight(const QString& folder, QLatin1StringView what)
+Problem withoutRight(const QString& folder, QLatin1StringView what)
 {
     const QFileInfo taker = takerOf(folder);
     if (taker.isWritable() && taker.isExecutable())
@@ -32,7 +32,7 @@ QString withoutRight(const QString& folder, QLatin1StringView what)
            "and run the same command again"_s.arg(taker.filePath(), what);
 }
 
-QString withoutRoom(const QString& folder, qint64 bytes)
+Problem withoutRoom(const QString& folder, qint64 bytes)
 {
     const qint64 free = QStorageInfo(folder).bytesAvailable();
     if (free < 0 || bytes <= free)
@@ -67,34 +67,34 @@ public:
     {
     }
 
-    QString faultOfFolders() const
+    Problem faultOfFolders() const
     {
         if (diskOf(kindFolder) != diskOf(patchFolder))
             return u"%1 lies on another disk than %2, and what is ready to be published could not "
                    "be moved there at one blow. Let the whole of %2 lie on one disk, and run the "
                    "same command again"_s.arg(kindFolder, patchFolder);
-        const QString fault = withoutRight(server, "the manifest goes"_L1);
-        return fault.isEmpty() ? withoutRight(history, "the history is kept"_L1) : fault;
+        const Problem fault = withoutRight(server, "the manifest goes"_L1);
+        return fault ? fault : withoutRight(history, "the history is kept"_L1);
     }
 
     /// Whether any folder into which the source may bring something is closed.
     bool areClosed(const SourceTree& source) const
     {
         const auto isClosed = [this](const QString& folder) {
-            return !withoutRight(kindFolder + u'/' + folder, {}).isEmpty();
+            return withoutRight(kindFolder + u'/' + folder, {}).has_value();
         };
         return isClosed({})
             || std::any_of(source.folders.cbegin(), source.folders.cend(), isClosed);
     }
 
-    QString faultOfRoom(qint64 files, qint64 manifests) const
+    Problem faultOfRoom(qint64 files, qint64 manifests) const
     {
         const bool onOneDisk = diskOf(patchFolder) == diskOf(server);
-        const QString fault = withoutRoom(patchFolder, files + (onOneDisk ? manifests : 0));
-        return fault.isEmpty() && !onOneDisk ? withoutRoom(server, manifests) : fault;
+        const Problem fault = withoutRoom(patchFolder, files + (onOneDisk ? manifests : 0));
+        return !fault && !onOneDisk ? withoutRoom(server, manifests) : fault;
     }
 
-    QString faultOfFile(const PlaceCheck::MissingFile& file) const
+    Problem faultOfFile(const PlaceCheck::MissingFile& file) const
     {
         return withoutRight(QFileInfo(server + u'/' + file.serverPath).path(), "patch files go"_L1);
     }
@@ -108,7 +108,7 @@ private:
 
 } // namespace
 
-QString PlaceCheck::fault(
+Problem PlaceCheck::fault(
     const QString& server, Kind kind, const SourceTree& source,
     const std::function<QList<MissingFile>()>& missing)
 {
@@ -117,18 +117,17 @@ QString PlaceCheck::fault(
     qint64 bytes = 0;
     for (const SourceFile& file : source.files)
         bytes += file.size;
-    QString fault = places.faultOfFolders();
-    if (!fault.isEmpty()
-        || (!places.areClosed(source) && places.faultOfRoom(bytes, manifests).isEmpty()))
+    Problem fault = places.faultOfFolders();
+    if (fault || (!places.areClosed(source) && !places.faultOfRoom(bytes, manifests)))
         return fault;
     bytes = 0;
     const QList<MissingFile> files = missing();
     for (const MissingFile& file : files) {
         bytes += file.size;
-        if (fault.isEmpty())
+        if (!fault)
             fault = places.faultOfFile(file);
     }
-    return fault.isEmpty() ? places.faultOfRoom(bytes, manifests) : fault;
+    return fault ? fault : places.faultOfRoom(bytes, manifests);
 }
 
 } // namespace Publisher

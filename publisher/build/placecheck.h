@@ -1,5 +1,6 @@
 #pragma once
 
+#include "publisher/common/problem.h"
 #include "publisher/common/serverlayout.h"
 
 #include <QList>
@@ -20,11 +21,10 @@ struct MissingFile {
     qint64 size = 0;
 };
 
-/// Which right or how much room is missing, as a sentence with the remedy; empty
-/// when neither is. What lies on the server already takes none: only where that
-/// decides, `missing` is asked for what has to be copied. The folder of the kind
-/// is there.
-QString fault(
+/// Which right or how much room is missing, as a sentence with the remedy. What lies on the server
+/// already takes none: only where that decides, `missing` is asked for what has to be copied. The
+/// folder of the kind is there.
+[[nodiscard]] Problem fault(
     const QString& server, Kind kind, const SourceTree& source,
     const std::function<QList<MissingFile>()>& missing);
 

@@ -5,18 +5,16 @@
 #include "publisher/build/manifestdraft.h"
 #include "publisher/build/manifestexchange.h"
 #include "publisher/build/precheck.h"
+#include "publisher/build/servedfolder.h"
 #include "publisher/build/sourcetree.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
 #include "publisher/common/manifesttext.h"
 #include "publisher/common/parallel.h"
-#include "publisher/common/treelock.h"
 
-#include <QDir>
 #include <QFile>
 
-#include <memory>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -32,15 +30,15 @@ public:
         : request(republicationRequest)
         , clock(time)
         , report(target)
-        , livePath(request.server + u'/' + ServerLayout::manifestName(request.kind))
-        , stagingFolder(onServer(ServerLayout::patchFolder()) + "/.halden-publish"_L1)
+        , served(request.server)
+        , livePath(onServer(ServerLayout::manifestName(request.kind)))
         , cache(HashCache::forTarget(onServer(ServerLayout::kindFolder(request.fromKind))))
     {
     }
 
     ExitCode run()
     {
-        if (!takeServerFolder())
+        if (!request.dryRun && !attempt(takeServedFolder()))
             return ExitCode::InputOutput;
         readManifests();
         compare();
@@ -48,8 +46,6 @@ public:
         findFiles();
         if (report.refusals.isEmpty() && succeeded() && !request.dryRun)
             publish();
-        if (!request.dryRun)
-            QDir(stagingFolder).removeRecursively();
         if (!succeeded())
             return ExitCode::InputOutput;
         return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
@@ -63,7 +59,7 @@ private:
         QString found;
         qint64 size = 0;
         std::optional<Finding> refusal = {};
-        QString error = {};
+        Problem problem = {};
     };
 
     bool succeeded() const
@@ -71,28 +67,23 @@ private:
         return report.error.isEmpty();
     }
 
-    bool attempt(const QString& error)
+    bool attempt(const Problem& problem)
     {
-        if (succeeded())
-            report.error = error;
-        return error.isEmpty();
+        if (succeeded() && problem)
+            report.error = *problem;
+        return !problem;
     }
 
     QString onServer(const QString& path) const
     {
-        return request.server + u'/' + path;
+        return served.path(path);
     }
 
-    bool takeServerFolder()
+    Problem takeServedFolder()
     {
-        if (request.dryRun)
-            return true;
-        lock = std::make_unique<TreeLock>(request.server);
-        if (!attempt(lock->error()))
-            return false;
-        FileWork::removeDrafts(request.server);
-        QDir(stagingFolder).removeRecursively();
-        return attempt(FileWork::createFolder(stagingFolder));
+        return inOrder(
+            [&] { return served.take(); },
+            [&] { return FileWork::createFolder(served.stagingFolder()); });
     }
 
     void readManifests()
@@ -203,60 +194,58 @@ private:
     }
 
     /// Where the file is at another kind's address alone it gets this one as well.
-    QString place(const Item& item, qsizetype number) const
+    Problem place(const Item& item, qsizetype number) const
     {
         if (item.found == item.file.serverPath)
-            return {};
+            return std::nullopt;
         const QString target = onServer(item.file.serverPath);
-        const QString ready = stagingFolder + u'/' + QString::number(number);
-        QString error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
-        if (error.isEmpty())
-            error = FileWork::linkOrCopy(onServer(item.found), ready, item.file.hash);
-        return error.isEmpty() ? FileWork::replace(ready, target) : error;
+        const QString ready = served.stagingFolder() + u'/' + QString::number(number);
+        return inOrder(
+            [&] { return FileWork::createFolder(target.left(target.lastIndexOf(u'/'))); },
+            [&] { return FileWork::linkOrCopy(onServer(item.found), ready, item.file.hash); },
+            [&] { return FileWork::replace(ready, target); });
     }
 
     void publish()
     {
         Item* const first = items.data();
         Parallel::run(request.threads, items.size(), [&](qsizetype i, int) {
-            first[i].error = place(first[i], i);
+            first[i].problem = place(first[i], i);
         });
         for (const Item& item : std::as_const(items))
-            attempt(item.error);
+            attempt(item.problem);
         if (succeeded() && request.flush)
             attempt(FileWork::flushFileSystem(request.server));
         if (succeeded() && report.manifestChanged)
             attempt(exchange());
     }
 
-    QString exchange()
+    Problem exchange()
     {
         const ManifestExchange wantedExchange{
-            .server = request.server,
             .kind = request.kind,
             .text = text,
             .note = PublicationNote::of(request.command, request.message, clock.now()),
             .flush = request.flush,
         };
-        return exchangeManifest(
-            wantedExchange, clock, [this](const QString& path) { return differenceTo(path); });
+        return exchangeManifest(served, wantedExchange, clock, [this](const QString& path) {
+            return differenceTo(path);
+        });
     }
 
     /// A manifest that was written by hand means what it has meant to launchers.
-    QString differenceTo(const QString& path) const
+    Problem differenceTo(const QString& path) const
     {
         const bool isOwn = ManifestText::read(text, [](const PatchManifestEntry&) {});
-        return isOwn ? ManifestDraft::misreading(text, path) : QString();
+        return isOwn ? ManifestDraft::misreading(text, path) : Problem();
     }
 
     const RepublicationRequest& request;
     Clock& clock;
     RepublicationReport& report;
+    ServedFolder served;
     QString livePath;
-    QString stagingFolder;
     HashCache cache;
-    const FileWork::PublicFiles publicFiles;
-    std::unique_ptr<TreeLock> lock;
     QByteArray text;
     Publication wanted;
     Publication before;

@@ -95,7 +95,7 @@ void Staging::stage(StagedFile& item, const Shelf& shelf, Progress& progress) co
         read(item, shelf, progress);
     else
         progress.addBytes(item.file.size);
-    if (item.error.isEmpty())
+    if (!item.problem)
         compareWithTree(item, shelf);
     progress.addFile();
 }
@@ -117,7 +117,7 @@ void Staging::readAndPlace(StagedFile& item, const Shelf& shelf, Progress& progr
 {
     QByteArray content;
     take(item, FileWork::read(request.source + u'/' + item.file.path, content, &progress));
-    if (item.error.isEmpty())
+    if (!item.problem)
         place(item, shelf, content);
 }
 
@@ -127,13 +127,13 @@ void Staging::place(StagedFile& item, const Shelf& shelf, const QByteArray& cont
 {
     if (!isLive(item)) {
         const QString target = request.server + u'/' + item.serverPath(request.kind);
-        item.error = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
-        if (item.error.isEmpty())
-            item.served = FileWork::create(target, content, item.error);
+        item.problem = FileWork::createFolder(target.left(target.lastIndexOf(u'/')));
+        if (!item.problem)
+            item.served = FileWork::create(target, content, item.problem);
         item.isPlaced = item.served.isFile();
     }
-    if (!item.isPlaced && item.error.isEmpty()) {
-        item.error = FileWork::write(shelf.path, content);
+    if (!item.isPlaced && !item.problem) {
+        item.problem = FileWork::write(shelf.path, content);
         item.copiedBy = shelf.thread;
     }
 }
@@ -148,10 +148,10 @@ bool Staging::isLive(const StagedFile& item) const
 /// What has come out of reading the source.
 void Staging::take(StagedFile& item, const FileWork::Digest& digest)
 {
-    item.error = digest.error;
+    item.problem = digest.problem;
     const bool sameContent = item.md5.isEmpty() || item.md5 == digest.md5;
-    if (digest.error.isEmpty() && !(digest.steady && sameContent))
-        item.error = FileWork::changedMeanwhile(item.file.path);
+    if (!digest.problem && !(digest.steady && sameContent))
+        item.problem = FileWork::changedMeanwhile(item.file.path);
     item.md5 = digest.md5;
     item.file.stamp = digest.stamp;
 }
@@ -171,7 +171,7 @@ void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
         return;
     item.copiedBy = shelf.thread;
     const QString twin = twinOf(item);
-    if (!twin.isEmpty() && FileWork::linkOrCopy(twin, shelf.path, item.md5).isEmpty())
+    if (!twin.isEmpty() && !FileWork::linkOrCopy(twin, shelf.path, item.md5))
         return;
     take(item, FileWork::copy(request.source + u'/' + item.file.path, shelf.path, nullptr));
 }

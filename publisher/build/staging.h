@@ -26,7 +26,7 @@ struct StagedFile {
     /// Whether a right copy was in its place before, or has been written there now.
     bool inPlace = false;
     bool isPlaced = false;
-    QString error = {};
+    Problem problem = {};
 
     /// Where it belongs, relative to the server folder.
     QString serverPath(Kind kind) const;

@@ -53,8 +53,8 @@ inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& 
                   "players' clients is deleted."_L1);
     const FileWork::Digest digest = FileWork::hash(entry.file.filePath(), &progress);
     progress.addFile();
-    if (!digest.error.isEmpty())
-        return found(FindingId::FileNotPublished, whyMissing(entry, digest.error));
+    if (digest.problem)
+        return found(FindingId::FileNotPublished, whyMissing(entry, *digest.problem));
     if (digest.md5 == hash.toLower())
         return std::nullopt;
     return found(

@@ -103,10 +103,10 @@ FileWork::Digest pump(QFile& source, QFile* copy, Progress* progress)
         const QByteArrayView piece(buffer.constData(), std::max<qint64>(got, 0));
         hash.addData(piece);
         if (got < 0)
-            digest.error = failure(source);
+            digest.problem = failure(source);
         else if (copy != nullptr && !writeAll(*copy, piece))
-            digest.error = failure(*copy);
-        if (!digest.error.isEmpty())
+            digest.problem = failure(*copy);
+        if (digest.problem)
             return digest;
         if (progress != nullptr)
             progress->addBytes(got);
@@ -161,7 +161,7 @@ Digest hash(const QString& path, Progress* progress)
 {
     QFile file(path);
     if (!openToRead(file))
-        return { .md5 = {}, .error = failure(file) };
+        return { .md5 = {}, .problem = failure(file) };
     return pump(file, nullptr, progress);
 }
 
@@ -169,7 +169,7 @@ Digest read(const QString& path, QByteArray& content, Progress* progress)
 {
     QFile file(path);
     if (!openToRead(file))
-        return { .md5 = {}, .error = failure(file) };
+        return { .md5 = {}, .problem = failure(file) };
     Digest digest{ .md5 = {}, .stamp = FileStamp::of(file) };
     content.resize(std::clamp<qint64>(digest.stamp.size, 0, mostAtOnce));
     qint64 got = 1;
@@ -178,7 +178,7 @@ Digest read(const QString& path, QByteArray& content, Progress* progress)
         got = file.read(content.data() + done, content.size() - done);
     content.truncate(done);
     if (got < 0)
-        digest.error = failure(file);
+        digest.problem = failure(file);
     digest.md5
         = QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
     digest.steady = done == digest.stamp.size && FileStamp::of(file) == digest.stamp;
@@ -187,17 +187,17 @@ Digest read(const QString& path, QByteArray& content, Progress* progress)
     return digest;
 }
 
-FileStamp create(const QString& path, const QByteArray& content, QString& error)
+FileStamp create(const QString& path, const QByteArray& content, Problem& problem)
 {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered)) {
         if (!QFileInfo::exists(path))
-            error = failure(file);
+            problem = failure(file);
         return {};
     }
     if (writeAll(file, content))
         return FileStamp::of(file);
-    error = failure(file);
+    problem = failure(file);
     file.remove();
     return {};
 }
@@ -207,9 +207,9 @@ Digest copy(const QString& source, const QString& target, Progress* progress)
     QFile from(source);
     QFile to(target);
     if (!openToRead(from))
-        return { .md5 = {}, .error = failure(from) };
+        return { .md5 = {}, .problem = failure(from) };
     if (!openToWrite(to))
-        return { .md5 = {}, .error = failure(to) };
+        return { .md5 = {}, .problem = failure(to) };
     const FileStamp before = FileStamp::of(from);
     if (before.size <= leastToShare || !cloned(from, to)) {
         reserve(to, before.size);
@@ -227,7 +227,7 @@ QDateTime dateOf(const QString& path)
     return QFileInfo(path).fileTime(QFileDevice::FileModificationTime).toUTC();
 }
 
-QString setDate(const QString& path, const QDateTime& date)
+Problem setDate(const QString& path, const QDateTime& date)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly)
@@ -236,7 +236,7 @@ QString setDate(const QString& path, const QDateTime& date)
     return {};
 }
 
-QString write(const QString& path, const QByteArray& content)
+Problem write(const QString& path, const QByteArray& content)
 {
     QFile file(path);
     if (!openToWrite(file) || !writeAll(file, content))
@@ -244,20 +244,20 @@ QString write(const QString& path, const QByteArray& content)
     return {};
 }
 
-QString createFolder(const QString& path)
+Problem createFolder(const QString& path)
 {
     std::error_code error;
     const QString above = QFileInfo(path).path();
     // Nearly always the folder above is there, and the folder itself is not.
     bool isMade = std::filesystem::create_directory(native(path), error);
     if (error && above != path && !QFileInfo(above).isDir()) {
-        if (const QString failed = createFolder(above); !failed.isEmpty())
-            return failed;
+        if (const Problem problem = createFolder(above))
+            return problem;
         isMade = std::filesystem::create_directory(native(path), error);
     }
     if (isMade)
         admitGroupOf(above, path, error);
-    return error ? sentence(u"the folder %1 cannot be created"_s.arg(path), error) : QString();
+    return error ? sentence(u"the folder %1 cannot be created"_s.arg(path), error) : Problem();
 }
 
 QString draftOf(const QString& target)
@@ -274,18 +274,18 @@ void removeDrafts(const QString& folder)
         QFile::remove(draft.filePath());
 }
 
-QString remove(const QString& path)
+Problem remove(const QString& path)
 {
     std::error_code error;
     std::filesystem::remove(native(path), error);
-    return error ? sentence(u"%1 cannot be removed"_s.arg(path), error) : QString();
+    return error ? sentence(u"%1 cannot be removed"_s.arg(path), error) : Problem();
 }
 
-QString replace(const QString& path, const QString& target)
+Problem replace(const QString& path, const QString& target)
 {
     std::error_code error;
     std::filesystem::rename(native(path), native(target), error);
-    return error ? sentence(target, error) : QString();
+    return error ? sentence(target, error) : Problem();
 }
 
 QString changedMeanwhile(const QString& path)
@@ -294,19 +294,19 @@ QString changedMeanwhile(const QString& path)
            "write to it, and run the same command again"_s.arg(path);
 }
 
-QString linkOrCopy(const QString& file, const QString& name, const QString& md5)
+Problem linkOrCopy(const QString& file, const QString& name, const QString& md5)
 {
     std::error_code error;
     std::filesystem::create_hard_link(native(file), native(name), error);
     if (!error)
         return {};
     const Digest digest = copy(file, name, nullptr);
-    if (digest.error.isEmpty() && digest.md5 != md5)
+    if (!digest.problem && digest.md5 != md5)
         return changedMeanwhile(file);
-    return digest.error;
+    return digest.problem;
 }
 
-QString flush(const QString& path)
+Problem flush(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
@@ -316,10 +316,10 @@ QString flush(const QString& path)
 #else
     const bool flushed = fsync(file.handle()) == 0;
 #endif
-    return flushed ? QString() : sentence(path, { errno, std::generic_category() });
+    return flushed ? Problem() : sentence(path, { errno, std::generic_category() });
 }
 
-QString flushFileSystem([[maybe_unused]] const QString& folder)
+Problem flushFileSystem([[maybe_unused]] const QString& folder)
 {
     bool flushed = true;
 #ifdef Q_OS_LINUX
@@ -330,7 +330,7 @@ QString flushFileSystem([[maybe_unused]] const QString& folder)
 #elif defined(Q_OS_UNIX)
     sync();
 #endif
-    return flushed ? QString() : sentence(folder, { errno, std::generic_category() });
+    return flushed ? Problem() : sentence(folder, { errno, std::generic_category() });
 }
 
 #ifdef Q_OS_WIN

@@ -70,7 +70,7 @@ TreeLock::~TreeLock()
 
 #endif
 
-QString TreeLock::error() const
+const Problem& TreeLock::problem() const
 {
     return trouble;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "publisher/common/problem.h"
+
 #include <QString>
 
 #include <memory>
@@ -20,11 +22,11 @@ public:
     ~TreeLock();
 
     /// Why the folder is not held: another process, or another object, holds it,
-    /// or there are no locks to be had. Empty when it is.
-    QString error() const;
+    /// or there are no locks to be had. Nothing when it is.
+    const Problem& problem() const;
 
 private:
-    QString trouble;
+    Problem trouble;
 #ifdef Q_OS_WIN
     std::unique_ptr<QLockFile> lock;
 #else

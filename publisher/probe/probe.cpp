@@ -512,8 +512,8 @@ void Probe::takeLauncherFile(const QString& name, const ProbeAnswer& answer)
     if (asked.tree.isEmpty())
         return;
     const FileWork::Digest local = FileWork::hash(asked.tree + u'/' + name, nullptr);
-    if (!local.error.isEmpty())
-        add(FindingId::MissingInTree, name, u"It cannot be compared: "_s + local.error + u'.');
+    if (local.problem)
+        add(FindingId::MissingInTree, name, u"It cannot be compared: "_s + *local.problem + u'.');
     else if (local.md5.toLatin1() != answer.md5)
         add(FindingId::DiffersFromTree, name,
             u"The server sends another file than the one in %1, dated %2: players do not get what "

@@ -121,8 +121,8 @@ QDateTime dateOf(const QString& path)
 
 void setDate(const QString& path, const QDateTime& date)
 {
-    if (const QString error = FileWork::setDate(path, date); !error.isEmpty())
-        qFatal("%s", qPrintable(error));
+    if (const Problem problem = FileWork::setDate(path, date))
+        qFatal("%s", qPrintable(*problem));
 }
 
 QStringList pathsOf(const QList<BuildReport::Item>& items)
