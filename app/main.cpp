@@ -6,7 +6,7 @@
 
 namespace {
 
-int runLauncher(int& argc, char* argv[])
+int runLauncher(int& argc, char** argv)
 {
     const QApplication application(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Tarnwick"));
