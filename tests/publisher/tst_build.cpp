@@ -258,6 +258,7 @@ private slots:
         BuildReport renewed;
         QCOMPARE(build(renewing, clock, renewed), ExitCode::Fine);
         QCOMPARE(dateOf(server(manifest)), clock.now());
+        QVERIFY(clock.now() < wrong);
     }
 
     void renewDatesAnUnchangedManifest()
@@ -402,7 +403,7 @@ private slots:
         QTest::newRow("file to folder in another case") << "Data/X"
                                                         << "Data/x/y"
                                                         << "folder-was-file Data/x";
-        QTest::newRow("what every client has") << "Data/x"
+        QTest::newRow("what every client has") << "Interface/x"
                                                << "Data"
                                                << "file-was-folder Data";
         QTest::newRow("elsewhere") << "Data/x"

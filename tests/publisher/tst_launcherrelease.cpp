@@ -135,6 +135,7 @@ private slots:
         renewing.renew = true;
         QCOMPARE(run(renewing), ExitCode::Fine);
         QCOMPARE(dateOf(server(launcherOnServer)), clock.now());
+        QVERIFY(clock.now() < wrong);
         QVERIFY(changes().contains(updaterOnServer + " renewed"));
     }
 
