@@ -183,8 +183,11 @@ private slots:
         QFETCH(QString, number);
         publish("one");
         for (const char* command : { "show", "rollback" }) {
-            const CommandRun run = start({ command, server(), "--", number });
+            const CommandRun run({ command, server(), "--", number });
             QCOMPARE(run.code, ExitCode::Usage);
+            QVERIFY2(
+                run.messages.contains("there is no publication " + number + "; halden-publish "),
+                qPrintable(run.messages));
         }
     }
 
