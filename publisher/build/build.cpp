@@ -270,7 +270,7 @@ private:
         const Problem problem = inOrder(
             [&] { return FileWork::createFolder(target.left(target.lastIndexOf(u'/'))); },
             [&] { return FileWork::replace(copy, target); });
-        item.served = FileStamp::of(target);
+        item.served = FileFingerprint::of(target);
         return problem;
     }
 
@@ -292,8 +292,9 @@ private:
     {
         const QDateTime now = QDateTime::currentDateTimeUtc();
         for (const StagedFile& item : std::as_const(items)) {
-            if (item.file.stamp.isSettled(now))
-                cache.remember(request.source + u'/' + item.file.path, item.file.stamp, item.md5);
+            if (item.file.fingerprint.isSettled(now))
+                cache.remember(
+                    request.source + u'/' + item.file.path, item.file.fingerprint, item.md5);
             // Nobody else writes here, so what has just been placed is known.
             cache.remember(onServer(item.serverPath(request.kind)), item.served, item.md5);
         }

@@ -53,7 +53,7 @@ struct BuildReport {
 
 /// Publishes a source folder. Files go into folders named after their content,
 /// so nothing that is published is ever overwritten: until the new manifest
-/// takes the place of the old one, in one blow, the old publication is whole.
+/// takes the place of the old one, atomically, the old publication is whole.
 /// A dry run only tells the difference and leaves the server folder alone.
 ExitCode build(const BuildRequest& request, Clock& clock, BuildReport& report);
 

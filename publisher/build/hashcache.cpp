@@ -21,7 +21,7 @@ namespace {
 // A record: this head, then the path in UTF-8. The machine's own byte order will
 // do, since the file stays on it.
 struct Head {
-    FileStamp stamp;
+    FileFingerprint fingerprint;
     char md5[16];
     quint64 pathLength;
 };
@@ -88,13 +88,13 @@ bool HashCache::index()
     return true;
 }
 
-QString HashCache::find(const QString& path, const FileStamp& stamp) const
+QString HashCache::find(const QString& path, const FileFingerprint& fingerprint) const
 {
     const auto start = starts.find(path.toUtf8());
-    if (start == starts.end() || !stamp.isFile())
+    if (start == starts.end() || !fingerprint.isFile())
         return {};
     const Head head = headOf(QByteArrayView(known).sliced(*start));
-    if (head.stamp != stamp)
+    if (head.fingerprint != fingerprint)
         return {};
     return QString::fromLatin1(QByteArray::fromRawData(head.md5, sizeof head.md5).toHex());
 }
@@ -106,11 +106,14 @@ void HashCache::write(QByteArrayView bytes)
     next->write(bytes.data(), bytes.size());
 }
 
-void HashCache::remember(const QString& path, const FileStamp& stamp, const QString& md5)
+void HashCache::remember(
+    const QString& path, const FileFingerprint& fingerprint, const QString& md5)
 {
     const QByteArray digest = QByteArray::fromHex(md5.toLatin1());
     const QByteArray key = path.toUtf8();
-    Head head{ .stamp = stamp, .md5 = {}, .pathLength = static_cast<quint64>(key.size()) };
+    Head head{ .fingerprint = fingerprint,
+               .md5 = {},
+               .pathLength = static_cast<quint64>(key.size()) };
     if (digest.size() != sizeof head.md5)
         return;
     std::memcpy(head.md5, digest.constData(), sizeof head.md5);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "publisher/common/filestamp.h"
+#include "publisher/common/filefingerprint.h"
 
 #include <QByteArray>
 #include <QCryptographicHash>
@@ -31,9 +31,9 @@ public:
 
     /// MD5 of the file that looks so now, in hexadecimal; empty when it is unknown
     /// or the file has changed. May be called from several threads.
-    QString find(const QString& path, const FileStamp& stamp) const;
-    /// `stamp` is from before the file was read, so that a later change shows.
-    void remember(const QString& path, const FileStamp& stamp, const QString& md5);
+    QString find(const QString& path, const FileFingerprint& fingerprint) const;
+    /// `fingerprint` is from before the file was read, so that a later change shows.
+    void remember(const QString& path, const FileFingerprint& fingerprint, const QString& md5);
     /// Keeps what has been remembered by this object, in its file alone, and
     /// forgets the rest.
     void save();

@@ -39,7 +39,7 @@ struct LauncherReport {
 };
 
 /// Publishes the launcher's own files under the names that launchers ask for.
-/// Each takes the place of the older one in one blow, the updater first, since
+/// Each takes the place of the older one atomically, the updater first, since
 /// launchers fetch it first and a new launcher may need it. A file that has not
 /// changed keeps its date, or every player would fetch it again.
 ExitCode releaseLauncher(const LauncherRequest& request, Clock& clock, LauncherReport& report);

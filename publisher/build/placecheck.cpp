@@ -71,7 +71,7 @@ public:
     {
         if (diskOf(kindFolder) != diskOf(patchFolder))
             return u"%1 lies on another disk than %2, and what is ready to be published could not "
-                   "be moved there at one blow. Let the whole of %2 lie on one disk, and run the "
+                   "be moved there atomically. Let the whole of %2 lie on one disk, and run the "
                    "same command again"_s.arg(kindFolder, patchFolder);
         const Problem fault = withoutRight(server, "the manifest goes"_L1);
         return fault ? fault : withoutRight(history, "the history is kept"_L1);

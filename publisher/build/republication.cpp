@@ -146,10 +146,10 @@ private:
 
     bool isRight(const QString& path, const QString& md5) const
     {
-        const FileStamp stamp = FileStamp::of(path);
-        if (!stamp.isFile())
+        const FileFingerprint fingerprint = FileFingerprint::of(path);
+        if (!fingerprint.isFile())
             return false;
-        const QString known = request.rehash ? QString() : cache.find(path, stamp);
+        const QString known = request.rehash ? QString() : cache.find(path, fingerprint);
         return (known.isEmpty() ? FileWork::hash(path, nullptr).md5 : known) == md5;
     }
 
@@ -163,7 +163,7 @@ private:
             if (item.file.serverPath.startsWith(prefix)
                 && isRight(onServer(place), item.file.hash)) {
                 item.found = place;
-                item.size = FileStamp::of(onServer(place)).size;
+                item.size = FileFingerprint::of(onServer(place)).size;
                 return;
             }
         }

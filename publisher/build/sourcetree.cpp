@@ -103,7 +103,7 @@ private:
     void add(const QFileInfo& info, const QString& path, const QStringList& above)
     {
         // One look at the file decides in all but the rarest cases.
-        const FileStamp plain = FileStamp::ofUnlinked(info.filePath());
+        const FileFingerprint plain = FileFingerprint::ofUnlinked(info.filePath());
         const bool isFolder = !plain.isFile() && info.isDir();
         const std::optional<Finding> fault = faultOfName(path, info.fileName(), isFolder);
         if (!fault && plain.size > 0)
@@ -138,7 +138,7 @@ private:
                 u"Launchers take an empty answer for \"not modified\" and never get it."_s,
                 u"Give it at least one byte."_s);
         else
-            tree.files.append({ path, info.size(), FileStamp::of(info.filePath()) });
+            tree.files.append({ path, info.size(), FileFingerprint::of(info.filePath()) });
     }
 
     void enter(const QFileInfo& info, const QString& path, const QStringList& above)

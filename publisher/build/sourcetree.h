@@ -1,6 +1,6 @@
 #pragma once
 
-#include "publisher/common/filestamp.h"
+#include "publisher/common/filefingerprint.h"
 #include "publisher/common/finding.h"
 
 #include <QList>
@@ -14,7 +14,7 @@ struct SourceFile {
     QString path;
     qint64 size = 0;
     /// As it was seen.
-    FileStamp stamp = {};
+    FileFingerprint fingerprint = {};
 };
 
 /// What lies in a folder that is laid out as the client folder. Folders and

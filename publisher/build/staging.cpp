@@ -90,7 +90,7 @@ QList<StagedFile> Staging::run(QList<SourceFile> files)
 void Staging::stage(StagedFile& item, const Shelf& shelf, Progress& progress) const
 {
     if (!request.rehash)
-        item.md5 = cache.find(request.source + u'/' + item.file.path, item.file.stamp);
+        item.md5 = cache.find(request.source + u'/' + item.file.path, item.file.fingerprint);
     if (item.md5.isEmpty())
         read(item, shelf, progress);
     else
@@ -153,7 +153,7 @@ void Staging::take(StagedFile& item, const FileWork::Digest& digest)
     if (!digest.problem && !(digest.steady && sameContent))
         item.problem = FileWork::changedMeanwhile(item.file.path);
     item.md5 = digest.md5;
-    item.file.stamp = digest.stamp;
+    item.file.fingerprint = digest.fingerprint;
 }
 
 void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
@@ -161,7 +161,7 @@ void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
     if (item.isPlaced)
         return;
     const QString place = request.server + u'/' + item.serverPath(request.kind);
-    item.served = FileStamp::of(place);
+    item.served = FileFingerprint::of(place);
     item.inPlace = item.served.isFile() && hashInTree(place, item.served) == item.md5;
     if (item.inPlace && item.copiedBy >= 0) {
         QFile::remove(shelf.path);
@@ -181,8 +181,8 @@ void Staging::compareWithTree(StagedFile& item, const Shelf& shelf) const
 QString Staging::twinOf(const StagedFile& item) const
 {
     const QString twin = request.server + u'/' + item.serverPath(otherKind);
-    const FileStamp stamp = FileStamp::of(twin);
-    return stamp.size == item.file.size && FileWork::hash(twin, nullptr).md5 == item.md5
+    const FileFingerprint fingerprint = FileFingerprint::of(twin);
+    return fingerprint.size == item.file.size && FileWork::hash(twin, nullptr).md5 == item.md5
         ? twin
         : QString();
 }
@@ -192,7 +192,7 @@ bool Staging::mayHaveTwin(const SourceFile& file) const
 {
     const auto twin = other.find(file.path);
     return twin != other.end()
-        && FileStamp::of(request.server + u'/' + twin->serverPath).size == file.size;
+        && FileFingerprint::of(request.server + u'/' + twin->serverPath).size == file.size;
 }
 
 /// A file that the live manifest lacks, or has in another size, is read and
@@ -204,9 +204,9 @@ bool Staging::isCertainlyNew(const SourceFile& file) const
         || QFileInfo(request.server + u'/' + before->serverPath).size() != file.size;
 }
 
-QString Staging::hashInTree(const QString& path, const FileStamp& stamp) const
+QString Staging::hashInTree(const QString& path, const FileFingerprint& fingerprint) const
 {
-    const QString known = request.rehash ? QString() : cache.find(path, stamp);
+    const QString known = request.rehash ? QString() : cache.find(path, fingerprint);
     return known.isEmpty() ? FileWork::hash(path, nullptr).md5 : known;
 }
 

@@ -19,7 +19,7 @@ struct StagedFile {
     SourceFile file;
     QString md5 = {};
     /// What lies in its place on the server.
-    FileStamp served = {};
+    FileFingerprint served = {};
     /// The thread that has made a copy of it, ready to be moved to its place;
     /// negative when the file is there already or nothing is to be written.
     int copiedBy = -1;
@@ -63,7 +63,7 @@ private:
     bool isCertainlyNew(const SourceFile& file) const;
     bool mayHaveTwin(const SourceFile& file) const;
     QString twinOf(const StagedFile& item) const;
-    QString hashInTree(const QString& path, const FileStamp& stamp) const;
+    QString hashInTree(const QString& path, const FileFingerprint& fingerprint) const;
 
     const BuildRequest& request;
     const QHash<QString, PublishedFile>& published;

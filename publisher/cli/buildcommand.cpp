@@ -219,7 +219,7 @@ void configure(QCommandLineParser& parser)
     parser.setApplicationDescription(
         u"\nPublishes SOURCE, which is laid out as the client folder, in SERVER, which the web "
         "server serves. Nothing that is published is overwritten; the manifest goes live last, "
-        "in one blow."_s);
+        "atomically."_s);
     parser.addPositionalArgument(
         u"SOURCE"_s, u"Folder with Data/..., patched_wow.exe and so on."_s);
     Options::addServer(parser);

@@ -92,12 +92,12 @@ bool writeAll(QFile& file, QByteArrayView rest)
 /// Feeds what is in `source` to the hash and, unless it is null, to `copy`.
 FileWork::Digest pump(QFile& source, QFile* copy, Progress* progress)
 {
-    FileWork::Digest digest{ .md5 = {}, .stamp = FileStamp::of(source) };
+    FileWork::Digest digest{ .md5 = {}, .fingerprint = FileFingerprint::of(source) };
     QCryptographicHash hash(QCryptographicHash::Md5);
-    const qint64 expected = digest.stamp.size;
+    const qint64 expected = digest.fingerprint.size;
     QByteArray buffer(std::clamp<qint64>(expected, 1, chunk), Qt::Uninitialized);
     qint64 got = 1;
-    // What the file has gained meanwhile shows in its stamp.
+    // What the file has gained meanwhile shows in its fingerprint.
     for (qint64 done = 0; got > 0 && (expected < 0 || done < expected); done += got) {
         got = source.read(buffer.data(), buffer.size());
         const QByteArrayView piece(buffer.constData(), std::max<qint64>(got, 0));
@@ -112,7 +112,7 @@ FileWork::Digest pump(QFile& source, QFile* copy, Progress* progress)
             progress->addBytes(got);
     }
     digest.md5 = QString::fromLatin1(hash.result().toHex());
-    digest.steady = FileStamp::of(source) == digest.stamp;
+    digest.steady = FileFingerprint::of(source) == digest.fingerprint;
     return digest;
 }
 
@@ -170,8 +170,8 @@ Digest read(const QString& path, QByteArray& content, Progress* progress)
     QFile file(path);
     if (!openToRead(file))
         return { .md5 = {}, .problem = failure(file) };
-    Digest digest{ .md5 = {}, .stamp = FileStamp::of(file) };
-    content.resize(std::clamp<qint64>(digest.stamp.size, 0, mostAtOnce));
+    Digest digest{ .md5 = {}, .fingerprint = FileFingerprint::of(file) };
+    content.resize(std::clamp<qint64>(digest.fingerprint.size, 0, mostAtOnce));
     qint64 got = 1;
     qint64 done = 0;
     for (; got > 0 && done < content.size(); done += std::max<qint64>(got, 0))
@@ -181,13 +181,14 @@ Digest read(const QString& path, QByteArray& content, Progress* progress)
         digest.problem = failure(file);
     digest.md5
         = QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
-    digest.steady = done == digest.stamp.size && FileStamp::of(file) == digest.stamp;
+    digest.steady
+        = done == digest.fingerprint.size && FileFingerprint::of(file) == digest.fingerprint;
     if (progress != nullptr)
         progress->addBytes(done);
     return digest;
 }
 
-FileStamp create(const QString& path, const QByteArray& content, Problem& problem)
+FileFingerprint create(const QString& path, const QByteArray& content, Problem& problem)
 {
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered)) {
@@ -196,7 +197,7 @@ FileStamp create(const QString& path, const QByteArray& content, Problem& proble
         return {};
     }
     if (writeAll(file, content))
-        return FileStamp::of(file);
+        return FileFingerprint::of(file);
     problem = failure(file);
     file.remove();
     return {};
@@ -210,15 +211,15 @@ Digest copy(const QString& source, const QString& target, Progress* progress)
         return { .md5 = {}, .problem = failure(from) };
     if (!openToWrite(to))
         return { .md5 = {}, .problem = failure(to) };
-    const FileStamp before = FileStamp::of(from);
+    const FileFingerprint before = FileFingerprint::of(from);
     if (before.size <= leastToShare || !cloned(from, to)) {
         reserve(to, before.size);
         return pump(from, &to, progress);
     }
     to.close();
     Digest digest = hash(target, progress);
-    digest.stamp = before;
-    digest.steady = FileStamp::of(from) == before;
+    digest.fingerprint = before;
+    digest.steady = FileFingerprint::of(from) == before;
     return digest;
 }
 

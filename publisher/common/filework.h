@@ -1,6 +1,6 @@
 #pragma once
 
-#include "publisher/common/filestamp.h"
+#include "publisher/common/filefingerprint.h"
 #include "publisher/common/problem.h"
 
 #include <QByteArray>
@@ -19,7 +19,7 @@ struct Digest {
     QString md5;
     Problem problem = {};
     /// What the file looked like before it was read.
-    FileStamp stamp = {};
+    FileFingerprint fingerprint = {};
     /// Whether it looked the same afterwards.
     bool steady = true;
 };
@@ -35,7 +35,8 @@ inline constexpr qint64 mostAtOnce = qint64(256) << 10;
 
 /// Writes a file that is not there yet; an existing one is left alone. Returns what
 /// the new one looks like, none where there is one already or `problem` says why not.
-[[nodiscard]] FileStamp create(const QString& path, const QByteArray& content, Problem& problem);
+[[nodiscard]] FileFingerprint
+create(const QString& path, const QByteArray& content, Problem& problem);
 
 /// Copies a file and tells the MD5 of the copy as it is written: a source that
 /// changes meanwhile shows. Large copies share the source's blocks until either is
@@ -57,7 +58,7 @@ QString draftOf(const QString& target);
 /// Removes drafts from a folder whose makers have died.
 void removeDrafts(const QString& folder);
 [[nodiscard]] Problem remove(const QString& path);
-/// Renames a file onto another one, which it replaces at one blow.
+/// Renames a file onto another one, which it replaces atomically.
 [[nodiscard]] Problem replace(const QString& path, const QString& target);
 
 /// The failure of a file that does not keep still.

@@ -591,7 +591,7 @@ private slots:
         damage(copy, "FIRST A");
         // The cache vouches for the damaged copy as it looks now.
         HashCache lying = HashCache::forTarget(server("wow-client-patch/live"));
-        lying.remember(copy, FileStamp::of(copy), placeOf("Data/a.mpq").section('/', -2, -2));
+        lying.remember(copy, FileFingerprint::of(copy), placeOf("Data/a.mpq").section('/', -2, -2));
         lying.save();
         BuildRequest again = request();
         again.rehash = rehash;

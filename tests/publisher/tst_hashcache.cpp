@@ -22,14 +22,14 @@ QString file()
 
 QString find(const QString& path)
 {
-    return HashCache(file()).find(path, FileStamp::of(path));
+    return HashCache(file()).find(path, FileFingerprint::of(path));
 }
 
 void remember(const QMap<QString, QString>& hashes)
 {
     HashCache cache(file());
     for (auto hash = hashes.begin(); hash != hashes.end(); ++hash)
-        cache.remember(hash.key(), FileStamp::of(hash.key()), hash.value());
+        cache.remember(hash.key(), FileFingerprint::of(hash.key()), hash.value());
     cache.save();
 }
 
@@ -68,18 +68,18 @@ private slots:
     /// plane, which UTF-16 and UTF-8 sort differently, hide one of them.
     void findsEveryPath()
     {
-        const FileStamp stamp = FileStamp::of(source("a"));
+        const FileFingerprint fingerprint = FileFingerprint::of(source("a"));
         HashCache cache(file());
         QStringList paths{ "",    "/\U0001F600", "/\uFF5E", "/a",
                            "/a/", "/A",          "/ab",     QString(5000, 'x') };
         for (int i = 0; i < 2000; ++i)
             paths.append("/many/" + QString::number(i * 7919 % 2000));
         for (const QString& path : std::as_const(paths))
-            cache.remember(path, stamp, md5(path.toUtf8()));
+            cache.remember(path, fingerprint, md5(path.toUtf8()));
         cache.save();
         const HashCache read(file());
         for (const QString& path : std::as_const(paths))
-            QVERIFY2(read.find(path, stamp) == md5(path.toUtf8()), qPrintable(path));
+            QVERIFY2(read.find(path, fingerprint) == md5(path.toUtf8()), qPrintable(path));
     }
 
     void fileThatLooksDifferentIsUnknown_data()

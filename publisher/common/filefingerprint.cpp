@@ -1,4 +1,4 @@
-#include "publisher/common/filestamp.h"
+#include "publisher/common/filefingerprint.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -19,7 +19,7 @@ constexpr qint64 settlingTime = 2'000 * million; // of the coarsest file systems
 
 #ifdef Q_OS_WIN
 
-FileStamp stampOf(const QFileInfo& info)
+FileFingerprint fingerprintOf(const QFileInfo& info)
 {
     if (!info.isFile())
         return {};
@@ -33,7 +33,7 @@ qint64 nanoseconds(const timespec& time)
     return qint64(time.tv_sec) * 1'000 * million + time.tv_nsec;
 }
 
-FileStamp stampOf(const struct stat& status)
+FileFingerprint fingerprintOf(const struct stat& status)
 {
     if (!S_ISREG(status.st_mode))
         return {};
@@ -47,45 +47,45 @@ FileStamp stampOf(const struct stat& status)
 
 } // namespace
 
-FileStamp FileStamp::of(const QString& path)
+FileFingerprint FileFingerprint::of(const QString& path)
 {
 #ifdef Q_OS_WIN
-    return stampOf(QFileInfo(path));
+    return fingerprintOf(QFileInfo(path));
 #else
     struct stat status { };
-    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? stampOf(status)
-                                                                     : FileStamp();
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? fingerprintOf(status)
+                                                                     : FileFingerprint();
 #endif
 }
 
-FileStamp FileStamp::ofUnlinked(const QString& path)
+FileFingerprint FileFingerprint::ofUnlinked(const QString& path)
 {
 #ifdef Q_OS_WIN
     const QFileInfo info(path);
-    return info.isSymLink() ? FileStamp() : stampOf(info);
+    return info.isSymLink() ? FileFingerprint() : fingerprintOf(info);
 #else
     struct stat status { };
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0 ? stampOf(status)
-                                                                      : FileStamp();
+    return ::lstat(QFile::encodeName(path).constData(), &status) == 0 ? fingerprintOf(status)
+                                                                      : FileFingerprint();
 #endif
 }
 
-FileStamp FileStamp::of(const QFile& open)
+FileFingerprint FileFingerprint::of(const QFile& open)
 {
 #ifdef Q_OS_WIN
-    return stampOf(QFileInfo(open));
+    return fingerprintOf(QFileInfo(open));
 #else
     struct stat status { };
-    return ::fstat(open.handle(), &status) == 0 ? stampOf(status) : FileStamp();
+    return ::fstat(open.handle(), &status) == 0 ? fingerprintOf(status) : FileFingerprint();
 #endif
 }
 
-bool FileStamp::isSettled(const QDateTime& now) const
+bool FileFingerprint::isSettled(const QDateTime& now) const
 {
     return now.toMSecsSinceEpoch() * million - std::max(modified, changed) > settlingTime;
 }
 
-QDateTime FileStamp::date() const
+QDateTime FileFingerprint::date() const
 {
     return isFile() ? QDateTime::fromMSecsSinceEpoch(modified / million, QTimeZone::utc())
                     : QDateTime();

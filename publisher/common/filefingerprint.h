@@ -7,10 +7,10 @@ class QFile;
 
 namespace Publisher {
 
-/// What a regular file looks like from outside, for comparison: while its stamp
+/// What a regular file looks like from outside, for comparison: while its fingerprint
 /// stays the same nobody has written to it. Every bit of the structure counts, so
 /// that it can be stored as it is.
-struct FileStamp {
+struct FileFingerprint {
     /// In bytes; negative when there is no regular file.
     qint64 size = -1;
     /// Nanoseconds since 1970.
@@ -20,11 +20,11 @@ struct FileStamp {
     quint64 inode = 0;
 
     /// Of what a symbolic link leads to.
-    static FileStamp of(const QString& path);
+    static FileFingerprint of(const QString& path);
     /// None of a symbolic link.
-    static FileStamp ofUnlinked(const QString& path);
+    static FileFingerprint ofUnlinked(const QString& path);
     /// Of the very file that is open, whatever has taken its name since.
-    static FileStamp of(const QFile& open);
+    static FileFingerprint of(const QFile& open);
 
     bool isFile() const
     {
@@ -37,7 +37,7 @@ struct FileStamp {
     /// The modification date, invalid when there is no file.
     QDateTime date() const;
 
-    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+    friend bool operator==(const FileFingerprint&, const FileFingerprint&) = default;
 };
 
 } // namespace Publisher
