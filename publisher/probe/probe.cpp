@@ -87,17 +87,10 @@ QNetworkRequest makeRequest(
     return request;
 }
 
-/// Reads the headers that matter. Without a length the toolkit's header is void.
 void takeHeaders(const QNetworkReply& reply, ProbeAnswer& answer)
 {
     answer.status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (reply.hasRawHeader("Content-Length"))
-        answer.length = reply.rawHeader("Content-Length").trimmed().toLongLong();
-    answer.encoding = reply.rawHeader("Content-Encoding").trimmed().toLower();
-    answer.cacheControl = reply.rawHeader("Cache-Control").trimmed().toLower();
-    answer.lastModified = reply.header(QNetworkRequest::LastModifiedHeader).toDateTime();
-    answer.date
-        = QDateTime::fromString(QString::fromLatin1(reply.rawHeader("Date")), Qt::RFC2822Date);
+    static_cast<AnswerHeaders&>(answer) = AnswerHeaders::read(reply.rawHeaderPairs());
 }
 
 void takeError(const QNetworkReply& reply, ProbeAnswer& answer)
@@ -108,21 +101,6 @@ void takeError(const QNetworkReply& reply, ProbeAnswer& answer)
         = error == QNetworkReply::OperationCanceledError || error == QNetworkReply::TimeoutError;
     answer.isNobodyThere = error == QNetworkReply::ConnectionRefusedError
         || error == QNetworkReply::HostNotFoundError;
-}
-
-/// For how many seconds caches may hand out the answer without asking.
-qint64 secondsInCaches(const QByteArray& cacheControl)
-{
-    qint64 seconds = 0;
-    for (const QByteArray& part : cacheControl.split(',')) {
-        const QByteArray directive = part.trimmed();
-        if (directive == "no-cache" || directive == "no-store")
-            return 0;
-        const QByteArray value = directive.mid(directive.indexOf('=') + 1);
-        if (directive.startsWith("max-age=") || directive.startsWith("s-maxage="))
-            seconds = std::max(seconds, QByteArray(value).replace('"', "").toLongLong());
-    }
-    return seconds;
 }
 
 /// Takes in what has arrived of one body.
@@ -272,8 +250,7 @@ void Probe::end(QNetworkReply* reply, const Question& question, ProbeAnswer answ
 {
     reply->deleteLater();
     --underWay;
-    const QUrl target = question.url.resolved(
-        reply->attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl());
+    const QUrl target = question.url.resolved(answer.redirect);
     if (isRedirect(answer.status) && target.scheme() == "http"_L1) {
         answer.redirectsToPlain = true;
     } else if (isRedirect(answer.status) && question.redirects < mostRedirects) {
@@ -455,7 +432,7 @@ void Probe::checkDate(const QString& name, const ProbeAnswer& answer)
 
 void Probe::checkCaching(const QString& name, const ProbeAnswer& answer)
 {
-    if (const qint64 seconds = secondsInCaches(answer.cacheControl); seconds > 0)
+    if (const qint64 seconds = answer.secondsInCaches(); seconds > 0)
         add(FindingId::CachedTooLong, name,
             u"Caches on the way may hand out an old copy for %1 seconds: the server sends "
             "\"Cache-Control: %2\"."_s.arg(seconds)

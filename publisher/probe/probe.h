@@ -2,6 +2,7 @@
 
 #include "publisher/common/finding.h"
 #include "publisher/common/serverlayout.h"
+#include "publisher/probe/answerheaders.h"
 
 #include <QDateTime>
 #include <QList>
@@ -42,7 +43,7 @@ struct ProbeRequest {
 };
 
 /// One answer of the server, with its headers.
-struct ProbeAnswer {
+struct ProbeAnswer : AnswerHeaders {
     /// What was asked for, without redirects.
     QUrl url;
     int status = 0;
@@ -54,19 +55,12 @@ struct ProbeAnswer {
     bool isNobodyThere = false;
     QString certificateError;
     bool redirectsToPlain = false;
-    /// -1 when the server announces none.
-    qint64 length = -1;
     qint64 received = 0;
     /// The body was read to its end, not only its beginning.
     bool toTheEnd = false;
     QByteArray md5;
     /// The whole body or its beginning, as it was asked for.
     QByteArray body;
-    QByteArray encoding;
-    QByteArray cacheControl;
-    QDateTime lastModified;
-    /// The server's own time.
-    QDateTime date;
 };
 
 /// Asks a server what launchers will ask it, a few requests at a time, and
