@@ -1,0 +1,210 @@
+#include "publisher/probe/inquiry.h"
+
+#include "app/constants.h"
+
+#include <QCryptographicHash>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslError>
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace Publisher {
+
+/// A request under way, and what has come of it.
+struct Inquiry::Exchange {
+    Question question;
+    ProbeAnswer answer;
+    QCryptographicHash hash{ QCryptographicHash::Md5 };
+};
+
+namespace {
+
+constexpr int mostAtOnce = 4;
+constexpr int mostRedirects = 5;
+
+/// The toolkit's numbers below tell of connections, from here on of answers.
+constexpr int firstErrorOfAnswers = 200;
+
+bool isRedirect(int status)
+{
+    return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+QSslConfiguration tlsConfiguration(Inquiry::Tls tls)
+{
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    if (tls == Inquiry::Tls::Version12) {
+        configuration.setProtocol(QSsl::TlsV1_2);
+        return configuration;
+    }
+    configuration.setProtocol(QSsl::AnyProtocol);
+    // Or the toolkit would keep the old versions out on its own.
+    configuration.setBackendConfigurationOption("MinProtocol", QByteArray("TLSv1"));
+    configuration.setBackendConfigurationOption("CipherString", QByteArray("ALL:@SECLEVEL=0"));
+    return configuration;
+}
+
+QNetworkRequest makeRequest(const Inquiry::Question& question, int secondsOfSilence)
+{
+    QNetworkRequest request(question.url);
+    request.setHeader(QNetworkRequest::UserAgentHeader, applicationDisplayName);
+    if (question.ifModifiedSince.isValid())
+        request.setHeader(QNetworkRequest::IfModifiedSinceHeader, question.ifModifiedSince);
+    request.setTransferTimeout(1000 * secondsOfSilence);
+    // The same offer that the launcher's network layer makes; made by hand, the
+    // bytes arrive as they were sent.
+    request.setRawHeader("Accept-Encoding", "gzip, deflate");
+    request.setAttribute(
+        QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    request.setSslConfiguration(tlsConfiguration(question.tls));
+    return request;
+}
+
+void takeHeaders(const QNetworkReply& reply, ProbeAnswer& answer)
+{
+    answer.status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    static_cast<AnswerHeaders&>(answer) = AnswerHeaders::read(reply.rawHeaderPairs());
+}
+
+/// An answer with the status of an error is no failure.
+void takeError(const QNetworkReply& reply, ProbeAnswer& answer)
+{
+    const QNetworkReply::NetworkError error = reply.error();
+    const bool isAnswered = answer.status != 0 && error >= firstErrorOfAnswers;
+    if (error == QNetworkReply::NoError || isAnswered)
+        return;
+    answer.error = reply.errorString();
+    answer.isSilent
+        = error == QNetworkReply::OperationCanceledError || error == QNetworkReply::TimeoutError;
+    answer.isNobodyThere = error == QNetworkReply::ConnectionRefusedError
+        || error == QNetworkReply::HostNotFoundError;
+}
+
+} // namespace
+
+Inquiry::Inquiry(int secondsOfSilence)
+    : silence(secondsOfSilence)
+    , manager(new QNetworkAccessManager(this))
+{
+}
+
+void Inquiry::ask(Question question)
+{
+    waiting.enqueue(std::move(question));
+    askOn();
+}
+
+std::optional<qint64> Inquiry::certificateDays() const
+{
+    return days;
+}
+
+void Inquiry::askOn()
+{
+    while (underWay < mostAtOnce && !waiting.isEmpty()) {
+        ++underWay;
+        send(waiting.dequeue());
+    }
+    if (underWay == 0)
+        emit finished();
+}
+
+void Inquiry::send(const Question& question)
+{
+    // The manager would go on with the old settings for the same host.
+    if (question.tls == Tls::AnyVersion)
+        manager->clearConnectionCache();
+    QNetworkReply* reply = manager->get(makeRequest(question, silence));
+    const auto exchange = std::make_shared<Exchange>();
+    exchange->question = question;
+    exchange->answer.url = question.url;
+    connect(reply, &QNetworkReply::readyRead, this, [this, reply, exchange] {
+        readOn(*reply, *exchange);
+    });
+    connect(reply, &QNetworkReply::encrypted, this, [this, reply] { takeCertificates(*reply); });
+    connect(reply, &QNetworkReply::sslErrors, this, [exchange](const QList<QSslError>& errors) {
+        exchange->answer.certificateError = errors.value(0).errorString();
+    });
+    connect(reply, &QNetworkReply::finished, this, [this, reply, exchange] {
+        conclude(*reply, *exchange);
+    });
+}
+
+void Inquiry::read(QNetworkReply& reply, Exchange& exchange)
+{
+    const Question& question = exchange.question;
+    ProbeAnswer& answer = exchange.answer;
+    const QByteArray bytes = reply.readAll();
+    answer.received += bytes.size();
+    exchange.hash.addData(bytes);
+    if (question.body != Body::Hash || answer.body.size() < question.beginning)
+        answer.body += bytes;
+    if (question.body == Body::Hash)
+        emit received(bytes.size());
+}
+
+void Inquiry::readOn(QNetworkReply& reply, Exchange& exchange)
+{
+    read(reply, exchange);
+    const Question& question = exchange.question;
+    if (question.body != Body::Beginning || exchange.answer.received < question.beginning
+        || reply.isFinished())
+        return;
+    takeHeaders(reply, exchange.answer);
+    reply.abort();
+}
+
+void Inquiry::conclude(QNetworkReply& reply, Exchange& exchange)
+{
+    ProbeAnswer& answer = exchange.answer;
+    const bool cutByUs = answer.status != 0;
+    if (!cutByUs) {
+        read(reply, exchange);
+        takeHeaders(reply, answer);
+        takeError(reply, answer);
+    }
+    answer.toTheEnd = !cutByUs;
+    answer.md5 = exchange.hash.result().toHex();
+    reply.deleteLater();
+    --underWay;
+    handOver(exchange);
+}
+
+/// To the next address or to the handler.
+void Inquiry::handOver(Exchange& exchange)
+{
+    const Question& question = exchange.question;
+    ProbeAnswer& answer = exchange.answer;
+    const QUrl target = question.url.resolved(answer.redirect);
+    if (isRedirect(answer.status) && target.scheme() == "http"_L1) {
+        answer.redirectsToPlain = true;
+    } else if (isRedirect(answer.status) && question.redirects < mostRedirects) {
+        Question onward = question;
+        onward.url = target;
+        ++onward.redirects;
+        ask(std::move(onward));
+        return;
+    }
+    question.handler(answer);
+    askOn();
+}
+
+void Inquiry::takeCertificates(const QNetworkReply& reply)
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const QList<QSslCertificate> chain = reply.sslConfiguration().peerCertificateChain();
+    for (const QSslCertificate& certificate : chain) {
+        const qint64 left = now.daysTo(certificate.expiryDate());
+        days = std::min(days.value_or(left), left);
+    }
+}
+
+} // namespace Publisher
