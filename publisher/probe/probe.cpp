@@ -244,17 +244,19 @@ void Probe::askPatchFile(const PatchFile& file, const QDateTime& ifModifiedSince
 {
     inquiry.ask({ file.address(asked.baseUrl), ifModifiedSince,
                   asked.deep ? Body::Hash : Body::Beginning,
-                  [this, file](const ProbeAnswer& answer) {
-                      takePatchFile(file, answer);
+                  [this, file, ifModifiedSince](const ProbeAnswer& answer) {
+                      takePatchFile(file, ifModifiedSince, answer);
                   } });
 }
 
-void Probe::takePatchFile(const PatchFile& file, const ProbeAnswer& answer)
+void Probe::takePatchFile(
+    const PatchFile& file, const QDateTime& ifModifiedSince, const ProbeAnswer& answer)
 {
     const QUrl url = file.address(asked.baseUrl);
-    if (const auto notModified = DateRules::damagedCopy(file, url, answer)) {
+    const auto notModified = DateRules::damagedCopy(file, url, answer);
+    if (notModified && ifModifiedSince != DateRules::withoutCopy()) {
         add(notModified);
-        askPatchFile(file, {});
+        askPatchFile(file, DateRules::withoutCopy());
         return;
     }
     emit fileDone();

@@ -86,7 +86,8 @@ private:
     void askForMissing(const QString& name);
     void askDates(const QString& name, const ProbeAnswer& answer);
     void askPatchFile(const PatchFile& file, const QDateTime& ifModifiedSince);
-    void takePatchFile(const PatchFile& file, const ProbeAnswer& answer);
+    void takePatchFile(
+        const PatchFile& file, const QDateTime& ifModifiedSince, const ProbeAnswer& answer);
 
     ProbeRequest asked;
     Inquiry inquiry;

@@ -659,6 +659,9 @@ private:
         }
         add("304 for a patch file", { "patch-file-not-modified patch.ini" },
             [](HttpsServer& server) { server.serve(patchPath, patch, published); });
+        add("304 for a patch file whatever the date",
+            { "earlier-date-not-answered patch.ini", "patch-file-not-modified patch.ini" },
+            with(patchPath, HttpAnswer::notModified()));
     }
 };
 
