@@ -169,9 +169,9 @@ private:
         }
         const bool isThere = QFile::exists(onServer(source));
         const FindingId id = isThere ? FindingId::FileWrong : FindingId::FileMissing;
-        const QString text = isThere ? u"%1 has another content than the manifest says."_s
+        const QString what = isThere ? u"%1 has another content than the manifest says."_s
                                      : u"%1 is not on the server; it may have been pruned."_s;
-        item.refusal = { id, item.file.path, 0, text.arg(source),
+        item.refusal = { id, item.file.path, 0, what.arg(source),
                          u"Publish the source folder of that time with build."_s };
     }
 
