@@ -74,6 +74,9 @@ void inquire(Probe& probe)
 {
     Progress progress(u"Asking"_s, {});
     QEventLoop loop;
+    QObject::connect(&probe, &Probe::filesFound, &loop, [&](qint64 count) {
+        progress.raiseTotal({ count, 0 });
+    });
     QObject::connect(
         &probe, &Probe::received, &loop, [&](qint64 bytes) { progress.addBytes(bytes); });
     QObject::connect(&probe, &Probe::fileDone, &loop, [&] { progress.addFile(); });

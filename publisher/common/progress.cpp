@@ -41,8 +41,9 @@ QString humanSize(qint64 bytes)
 
 Progress::Progress(QString what, Count whole, bool shown)
     : title(std::move(what))
-    , total(whole)
     , visible(shown)
+    , totalFiles(whole.files)
+    , totalBytes(whole.bytes)
 {
     clock.start();
 }
@@ -65,9 +66,21 @@ void Progress::addFile()
     draw();
 }
 
+void Progress::raiseTotal(Count more)
+{
+    totalFiles += more.files;
+    totalBytes += more.bytes;
+    draw();
+}
+
 Progress::Count Progress::done() const
 {
     return { files, bytes };
+}
+
+Progress::Count Progress::total() const
+{
+    return { totalFiles, totalBytes };
 }
 
 bool Progress::isTerminal()
@@ -81,10 +94,11 @@ bool Progress::isTerminal()
 
 QString Progress::line(const QString& title, Count done, Count total, qint64 milliseconds)
 {
-    QString text = u"%1: %2 of %3 files, %4 of %5"_s.arg(title)
-                       .arg(done.files)
-                       .arg(total.files)
-                       .arg(humanSize(done.bytes), humanSize(total.bytes));
+    QString text = u"%1: %2 of %3 files"_s.arg(title).arg(done.files).arg(total.files);
+    if (total.bytes > 0)
+        text += u", %1 of %2"_s.arg(humanSize(done.bytes), humanSize(total.bytes));
+    else if (done.bytes > 0)
+        text += u", "_s + humanSize(done.bytes);
     if (milliseconds <= 0 || done.bytes <= 0)
         return text;
     const qint64 rate = done.bytes * 1000 / milliseconds;
@@ -103,7 +117,7 @@ void Progress::draw()
     if (!lock.owns_lock() || clock.elapsed() - lastDrawn < betweenDrawings)
         return;
     lastDrawn = clock.elapsed();
-    const QString text = line(title, done(), total, lastDrawn);
+    const QString text = line(title, done(), total(), lastDrawn);
     std::fprintf(stderr, "\r%s\033[K", qPrintable(text));
 }
 

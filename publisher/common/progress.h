@@ -15,6 +15,8 @@ class Progress {
 public:
     struct Count {
         qint64 files = 0;
+        /// As a total, 0 when nobody knows it: then the line tells neither the whole
+        /// nor the time left.
         qint64 bytes = 0;
     };
 
@@ -27,7 +29,10 @@ public:
 
     void addBytes(qint64 bytes);
     void addFile();
+    /// For work that grows while it is done.
+    void raiseTotal(Count more);
     Count done() const;
+    Count total() const;
 
     /// Whether the standard error stream is a terminal.
     static bool isTerminal();
@@ -38,10 +43,11 @@ private:
     void draw();
 
     QString title;
-    Count total;
     bool visible;
     std::atomic<qint64> files{ 0 };
     std::atomic<qint64> bytes{ 0 };
+    std::atomic<qint64> totalFiles;
+    std::atomic<qint64> totalBytes;
     std::mutex drawing;
     QElapsedTimer clock;
     qint64 lastDrawn = 0;

@@ -48,6 +48,12 @@ QString Probe::error() const
     return trouble;
 }
 
+void Probe::expect(qint64 count)
+{
+    files += count;
+    emit filesFound(count);
+}
+
 void Probe::add(const std::optional<Finding>& finding)
 {
     if (finding)
@@ -168,7 +174,7 @@ void Probe::askFilesOf(Kind kind, const QByteArray& manifest)
     if (!served.error.isEmpty())
         trouble = served.error;
     found += served.findings;
-    files += served.files.size();
+    expect(served.files.size());
     for (const PatchFile& file : served.files)
         askPatchFile(file, serverTime);
 }
@@ -178,7 +184,7 @@ void Probe::askInfo()
 {
     if (asked.infoUrl.isEmpty())
         return;
-    ++files;
+    expect(1);
     askAnew(asked.infoUrl, Body::Beginning, [this](const ProbeAnswer& answer) {
         emit fileDone();
         takeInfo(answer);
@@ -196,7 +202,7 @@ void Probe::takeInfo(const ProbeAnswer& answer)
 
 void Probe::askLauncherFile(const QString& name)
 {
-    ++files;
+    expect(1);
     const bool compares = asked.deep || comparison.hasTree();
     Inquiry::Question question{ address(name), DateRules::withoutCopy(),
                                 compares ? Body::Hash : Body::Beginning,

@@ -61,11 +61,15 @@ public:
 
 signals:
     void finished();
+    /// So many more files are about to be asked for.
+    void filesFound(qint64 count);
     /// A body has been read so far, or to its end.
     void received(qint64 bytes);
+    /// One of the files found has been asked for to the end.
     void fileDone();
 
 private:
+    void expect(qint64 count);
     void add(const std::optional<Finding>& finding);
     QUrl address(const QString& name) const;
     /// As a launcher without a copy asks.

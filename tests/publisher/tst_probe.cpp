@@ -4,10 +4,14 @@
 #include "tests/support/httpsserver.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
+#ifndef Q_OS_WIN
+#include "tests/publisher/terminal.h"
+#endif
 
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTcpServer>
 
@@ -347,7 +351,26 @@ private slots:
         QCOMPARE(found(run({ "--deep", address(server) }).json), QStringList{});
     }
 
-#ifndef Q_OS_WIN // where a folder cannot be closed for its own owner
+#ifndef Q_OS_WIN // where a test has no terminal, and a folder cannot be closed for its own owner
+    /// The whole is known as soon as the manifest is: two launcher files, the text for
+    /// the window, the patch file.
+    void progressOnATerminal()
+    {
+        HttpsServer server;
+        server.listen(0);
+        furnish(server);
+        // Slower than the line is drawn.
+        server.answer(
+            patchPath, HttpAnswer::announcing(patch.size()).drip(patch, patch.size() / 4, 300));
+        const Terminal terminal;
+        const CommandRun probed = run({ "--deep", address(server) });
+        const QByteArray drawn = terminal.takeText();
+        QCOMPARE(probed.code, ExitCode::Fine);
+        QCOMPARE(probed.json.value("files").toInt(), 4);
+        static const QRegularExpression line("Asking: [1-4] of 4 files, [0-9.]+ KiB, ");
+        QVERIFY2(line.match(QString::fromUtf8(drawn)).hasMatch(), drawn.constData());
+    }
+
     /// What could not be looked at must not pass for a server without findings.
     void noRoomToLook()
     {

@@ -1,6 +1,7 @@
 #include "publisher/cli/commands.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/finding.h"
+#include "publisher/common/parallel.h"
 #include "publisher/common/progress.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/publisher/commandrun.h"
@@ -489,6 +490,36 @@ private slots:
         QFETCH(qint64, bytes);
         QFETCH(qint64, milliseconds);
         QTEST(Progress::line("copying", { files, bytes }, { 12, 300 << 20 }, milliseconds), "line");
+    }
+
+    /// A probe learns what there is while it asks, and how long it is never.
+    void progressLineWithoutAWhole_data()
+    {
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<qint64>("milliseconds");
+        QTest::addColumn<QString>("line");
+        const qint64 tenth = (qint64(31) << 20) / 10;
+        QTest::newRow("nothing is counted")
+            << qint64(0) << qint64(2000) << "Asking: 12 of 48 files";
+        QTest::newRow("some bytes") << tenth << qint64(0) << "Asking: 12 of 48 files, 3.1 MiB";
+        QTest::newRow("a rate") << tenth << qint64(1000)
+                                << "Asking: 12 of 48 files, 3.1 MiB, 3.1 MiB/s";
+    }
+
+    void progressLineWithoutAWhole()
+    {
+        QFETCH(qint64, bytes);
+        QFETCH(qint64, milliseconds);
+        QTEST(Progress::line("Asking", { 12, bytes }, { 48, 0 }, milliseconds), "line");
+    }
+
+    void progressTotalIsRaisedByAnyThread()
+    {
+        constexpr qsizetype times = 100'000;
+        Progress progress("asking", { 3, 7 });
+        Parallel::run(4, times, [&](qsizetype, int) { progress.raiseTotal({ 2, 5 }); });
+        QCOMPARE(progress.total().files, 3 + 2 * times);
+        QCOMPARE(progress.total().bytes, 7 + 5 * times);
     }
 
     void progressIsQuietWithoutATerminal()
