@@ -18,11 +18,32 @@ QByteArray valueOf(const AnswerHeaders::RawHeaders& headers, const char* name)
 }
 
 /// In any of the forms that the toolkit, and so a launcher, reads.
-QDateTime lastModifiedIn(const QByteArray& value)
+QDateTime toDate(const QByteArray& value)
 {
+    // Its reader of dates comes with one header only.
     QNetworkRequest reader;
     reader.setRawHeader("Last-Modified", value);
     return reader.header(QNetworkRequest::LastModifiedHeader).toDateTime();
+}
+
+/// -1 where a launcher, too, goes without a length.
+qint64 toLength(const QByteArray& value)
+{
+    bool isNumber = false;
+    const qint64 length = value.trimmed().toLongLong(&isNumber);
+    return isNumber && length >= 0 ? length : -1;
+}
+
+/// An age, 0 for what is none. One beyond all numbers is as good as for ever.
+qint64 toSeconds(QByteArray value)
+{
+    constexpr qint64 forEver = 2'147'483'648;
+    value.replace('"', "");
+    const bool isNumber = !value.isEmpty()
+        && std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
+    bool fits = false;
+    const qint64 seconds = value.toLongLong(&fits);
+    return isNumber ? (fits ? std::min(seconds, forEver) : forEver) : 0;
 }
 
 } // namespace
@@ -30,15 +51,11 @@ QDateTime lastModifiedIn(const QByteArray& value)
 AnswerHeaders AnswerHeaders::read(const RawHeaders& headers)
 {
     AnswerHeaders read;
-    const QByteArray length = valueOf(headers, "Content-Length");
-    // Without a length the toolkit's own header is void.
-    if (!length.isNull())
-        read.length = length.trimmed().toLongLong();
+    read.length = toLength(valueOf(headers, "Content-Length"));
     read.encoding = valueOf(headers, "Content-Encoding").trimmed().toLower();
     read.cacheControl = valueOf(headers, "Cache-Control").trimmed().toLower();
-    read.lastModified = lastModifiedIn(valueOf(headers, "Last-Modified"));
-    read.date
-        = QDateTime::fromString(QString::fromLatin1(valueOf(headers, "Date")), Qt::RFC2822Date);
+    read.lastModified = toDate(valueOf(headers, "Last-Modified"));
+    read.date = toDate(valueOf(headers, "Date"));
     read.redirect = QUrl(QString::fromUtf8(valueOf(headers, "Location")));
     return read;
 }
@@ -52,7 +69,7 @@ qint64 AnswerHeaders::secondsInCaches() const
             return 0;
         const QByteArray value = directive.mid(directive.indexOf('=') + 1);
         if (directive.startsWith("max-age=") || directive.startsWith("s-maxage="))
-            seconds = std::max(seconds, QByteArray(value).replace('"', "").toLongLong());
+            seconds = std::max(seconds, toSeconds(value));
     }
     return seconds;
 }

@@ -19,7 +19,7 @@ struct AnswerHeaders {
     /// For how many seconds caches may hand out the answer without asking.
     qint64 secondsInCaches() const;
 
-    /// -1 when the server announces none.
+    /// -1 when the server announces none, or something that is no length.
     qint64 length = -1;
     /// In lower case.
     QByteArray encoding;

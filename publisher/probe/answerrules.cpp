@@ -36,9 +36,10 @@ struct Rule {
 /// An answer is what the first row that applies to it says.
 constexpr std::array rules{
     Rule{ FindingId::RedirectInsecure,
-          [](const ProbeAnswer& answer, Served) { return answer.redirectsToPlain; },
+          [](const ProbeAnswer& answer, Served) { return answer.redirectsElsewhere; },
           [](const ProbeAnswer&) {
-              return u"The server redirects to plain http, where launchers do not follow."_s;
+              return u"The server redirects to an address that is not https, where launchers do "
+                     "not follow."_s;
           } },
     Rule{ FindingId::FileMissing,
           [](const ProbeAnswer& answer, Served) {

@@ -184,8 +184,8 @@ void Inquiry::handOver(Exchange& exchange)
     const Question& question = exchange.question;
     ProbeAnswer& answer = exchange.answer;
     const QUrl target = question.url.resolved(answer.redirect);
-    if (isRedirect(answer.status) && target.scheme() == "http"_L1) {
-        answer.redirectsToPlain = true;
+    if (isRedirect(answer.status) && target.scheme() != "https"_L1) {
+        answer.redirectsElsewhere = true;
     } else if (isRedirect(answer.status) && question.redirects < mostRedirects) {
         Question onward = question;
         onward.url = target;

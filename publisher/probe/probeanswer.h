@@ -30,7 +30,8 @@ struct ProbeAnswer : AnswerHeaders {
     /// The failure tells nothing about protocols: nobody was there to speak one.
     bool isNobodyThere = false;
     QString certificateError;
-    bool redirectsToPlain = false;
+    /// To an address that is not https.
+    bool redirectsElsewhere = false;
     qint64 received = 0;
     /// The body was read to its end, not only its beginning.
     bool toTheEnd = false;

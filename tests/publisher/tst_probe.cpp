@@ -649,6 +649,8 @@ private:
             with(patchPath, HttpAnswer::ok(patch, { { "Content-Encoding", "identity" } })));
         add("redirected to plain http", { "redirect-insecure patch.ini" },
             with(patchPath, HttpAnswer::redirect("http://download.tarnwick.example/x")));
+        add("redirected to a file", { "redirect-insecure patch.ini" },
+            with(patchPath, HttpAnswer::redirect("file:///etc/hosts")));
         add("manifest redirected to plain http", { "redirect-insecure patch.ini" },
             with("/patch.ini", HttpAnswer::redirect("http://download.tarnwick.example/x")));
         add("redirected on the server", {}, [](HttpsServer& server) {
