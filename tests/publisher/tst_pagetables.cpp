@@ -117,9 +117,8 @@ private slots:
     {
         HttpsServer web;
         web.listen(0);
-        const QString address = QString("https://%1:%2/")
-                                    .arg(QUrl(downloadBaseUrl).host())
-                                    .arg(web.port());
+        const QString address
+            = QString("https://%1:%2/").arg(QUrl(downloadBaseUrl).host()).arg(web.port());
         const QSet<QString> told
             = fieldsOf(publishing() + QList<QStringList>{ checkOfAll(), { "probe", address } });
         QSet<QString> listed;
