@@ -98,8 +98,10 @@ private:
         items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
         for (const StagedFile& item : items)
             attempt(item.problem);
-        if (!succeeded())
-            return takeBack();
+        if (!succeeded()) {
+            takeBack();
+            return;
+        }
         compare();
         draft();
         if (!request.dryRun)
@@ -267,7 +269,7 @@ private:
             return std::nullopt;
         const QString copy = Staging::copyOf(stagingFolder, item.copiedBy, number);
         const QString target = onServer(item.serverPath(request.kind));
-        const Problem problem = inOrder(
+        Problem problem = inOrder(
             [&] { return FileWork::createFolder(target.left(target.lastIndexOf(u'/'))); },
             [&] { return FileWork::replace(copy, target); });
         item.served = FileFingerprint::of(target);

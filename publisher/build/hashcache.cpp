@@ -8,6 +8,7 @@
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <type_traits>
 #include <utility>
@@ -21,9 +22,9 @@ namespace {
 // A record: this head, then the path in UTF-8. The machine's own byte order will
 // do, since the file stays on it.
 struct Head {
-    FileFingerprint fingerprint;
-    char md5[16];
-    quint64 pathLength;
+    FileFingerprint fingerprint = {};
+    std::array<char, 16> md5{};
+    quint64 pathLength = 0;
 };
 static_assert(std::is_trivially_copyable_v<Head>);
 static_assert(std::has_unique_object_representations_v<Head>);
@@ -96,7 +97,7 @@ QString HashCache::find(const QString& path, const FileFingerprint& fingerprint)
     const Head head = headOf(QByteArrayView(known).sliced(*start));
     if (head.fingerprint != fingerprint)
         return {};
-    return QString::fromLatin1(QByteArray::fromRawData(head.md5, sizeof head.md5).toHex());
+    return QString::fromLatin1(QByteArray::fromRawData(head.md5.data(), head.md5.size()).toHex());
 }
 
 void HashCache::write(QByteArrayView bytes)
@@ -114,9 +115,9 @@ void HashCache::remember(
     Head head{ .fingerprint = fingerprint,
                .md5 = {},
                .pathLength = static_cast<quint64>(key.size()) };
-    if (digest.size() != sizeof head.md5)
+    if (digest.size() != qsizetype(head.md5.size()))
         return;
-    std::memcpy(head.md5, digest.constData(), sizeof head.md5);
+    std::memcpy(head.md5.data(), digest.constData(), head.md5.size());
     if (!next) {
         QDir().mkpath(QFileInfo(file).path());
         next = std::make_unique<QSaveFile>(file);

@@ -29,7 +29,7 @@ QString userName()
     return qEnvironmentVariable("USERNAME");
 #else
     // Who has become root to publish is still the one who publishes.
-    if (const QString behind = qEnvironmentVariable("SUDO_USER"); !behind.isEmpty())
+    if (QString behind = qEnvironmentVariable("SUDO_USER"); !behind.isEmpty())
         return behind;
     const passwd* user = getpwuid(getuid());
     return user != nullptr ? QString::fromLocal8Bit(user->pw_name) : QString::number(getuid());

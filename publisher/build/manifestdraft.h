@@ -7,10 +7,8 @@
 #include <QChar>
 #include <QString>
 
-namespace Publisher {
-
 /// What goes into a manifest that is about to be written.
-namespace ManifestDraft {
+namespace Publisher::ManifestDraft {
 
 /// `path` relative to the client folder, with "/". The separator of the players'
 /// system goes between the folders of the path offset.
@@ -25,6 +23,4 @@ QString pathOffset(const QString& folder, QChar separator);
 /// different from the text that was meant, which is one of ManifestText.
 [[nodiscard]] Problem misreading(QByteArrayView text, const QString& manifestPath);
 
-} // namespace ManifestDraft
-
-} // namespace Publisher
+} // namespace Publisher::ManifestDraft

@@ -73,7 +73,7 @@ public:
             return u"%1 lies on another disk than %2, and what is ready to be published could not "
                    "be moved there atomically. Let the whole of %2 lie on one disk, and run the "
                    "same command again"_s.arg(kindFolder, patchFolder);
-        const Problem fault = withoutRight(server, "the manifest goes"_L1);
+        Problem fault = withoutRight(server, "the manifest goes"_L1);
         return fault ? fault : withoutRight(history, "the history is kept"_L1);
     }
 
@@ -90,7 +90,7 @@ public:
     Problem faultOfRoom(qint64 files, qint64 manifests) const
     {
         const bool onOneDisk = diskOf(patchFolder) == diskOf(server);
-        const Problem fault = withoutRoom(patchFolder, files + (onOneDisk ? manifests : 0));
+        Problem fault = withoutRoom(patchFolder, files + (onOneDisk ? manifests : 0));
         return !fault && !onOneDisk ? withoutRoom(server, manifests) : fault;
     }
 

@@ -91,7 +91,7 @@ public:
 private:
     std::optional<Finding> judge(const QString& path)
     {
-        if (const auto fault = faultOfPath(path))
+        if (auto fault = faultOfPath(path))
             return fault;
         if (source.reaches(path))
             return Finding{ FindingId::RemovalInSource, path, 0,

@@ -178,11 +178,13 @@ private:
     /// Looks for every file of the manifest, as `check` would.
     void findFiles()
     {
-        for (const PublishedFile& file : std::as_const(wanted.files))
-            items.append({ .file = file, .found = {} });
-        std::sort(items.begin(), items.end(), [](const Item& one, const Item& other) {
-            return one.file.path < other.file.path;
+        QList<PublishedFile> files = wanted.files.values();
+        std::sort(files.begin(), files.end(), [](const auto& one, const auto& other) {
+            return one.path < other.path;
         });
+        items.reserve(files.size());
+        for (const PublishedFile& file : std::as_const(files))
+            items.append({ .file = file, .found = {} });
         Item* const first = items.data();
         Parallel::run(request.threads, items.size(), [&](qsizetype i, int) { find(first[i]); });
         for (const Item& item : std::as_const(items)) {

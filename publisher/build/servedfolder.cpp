@@ -60,7 +60,7 @@ Problem ServedFolder::replace(const Replacement& replacement, Clock& clock) cons
     const auto nothing = [] {
         return Problem();
     };
-    const Problem problem = inOrder(
+    Problem problem = inOrder(
         [&] { return replacement.write(draft); },
         [&] { return replacement.flush ? FileWork::flush(draft) : nothing(); },
         [&] { return FileWork::setDate(draft, clock.nextAfter(FileWork::dateOf(target))); },

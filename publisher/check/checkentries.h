@@ -2,13 +2,9 @@
 
 #include "publisher/check/checkedmanifest.h"
 
-namespace Publisher {
-
 /// What the manifest's numbering, names, paths and hashes do, entry by entry.
-namespace CheckEntries {
+namespace Publisher::CheckEntries {
 
 QList<Finding> findings(const CheckedManifest& manifest, const CheckedPlayers& players);
 
-} // namespace CheckEntries
-
-} // namespace Publisher
+} // namespace Publisher::CheckEntries

@@ -2,14 +2,10 @@
 
 #include "publisher/check/checkedmanifest.h"
 
-namespace Publisher {
-
 /// The manifest against the files that are published with it.
-namespace CheckPublished {
+namespace Publisher::CheckPublished {
 
 /// `tree` is the folder that holds "wow-client-patch".
 QList<Finding> findings(const CheckedManifest& manifest, const QString& tree);
 
-} // namespace CheckPublished
-
-} // namespace Publisher
+} // namespace Publisher::CheckPublished

@@ -6,11 +6,9 @@
 #include <QList>
 #include <QString>
 
-namespace Publisher {
-
 /// Compares what stands in a manifest's text with what the launcher's settings
 /// layer reads from it.
-namespace CheckReading {
+namespace Publisher::CheckReading {
 
 /// `subject` is what the findings call the manifest.
 QList<Finding> findings(const QString& manifestPath, const QString& subject);
@@ -19,6 +17,4 @@ QList<Finding> findings(const QString& manifestPath, const QString& subject);
 /// literally so, in quotes, or escaped the way the settings layer writes it.
 bool saysWhatIsRead(const QString& text, const QString& value);
 
-} // namespace CheckReading
-
-} // namespace Publisher
+} // namespace Publisher::CheckReading

@@ -8,10 +8,8 @@
 
 #include <optional>
 
-namespace Publisher {
-
 /// What launchers fetch from a server tree besides patch files.
-namespace CheckServed {
+namespace Publisher::CheckServed {
 
 struct Result {
     QList<Finding> findings;
@@ -26,6 +24,4 @@ struct Result {
 /// that locks it.
 Result inspect(const QString& tree);
 
-} // namespace CheckServed
-
-} // namespace Publisher
+} // namespace Publisher::CheckServed

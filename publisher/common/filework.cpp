@@ -252,7 +252,7 @@ Problem createFolder(const QString& path)
     // Nearly always the folder above is there, and the folder itself is not.
     bool isMade = std::filesystem::create_directory(native(path), error);
     if (error && above != path && !QFileInfo(above).isDir()) {
-        if (const Problem problem = createFolder(above))
+        if (Problem problem = createFolder(above))
             return problem;
         isMade = std::filesystem::create_directory(native(path), error);
     }
@@ -282,10 +282,10 @@ Problem remove(const QString& path)
     return error ? sentence(u"%1 cannot be removed"_s.arg(path), error) : Problem();
 }
 
-Problem replace(const QString& path, const QString& target)
+Problem replace(const QString& draft, const QString& target)
 {
     std::error_code error;
-    std::filesystem::rename(native(path), native(target), error);
+    std::filesystem::rename(native(draft), native(target), error);
     return error ? sentence(target, error) : Problem();
 }
 

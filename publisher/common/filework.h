@@ -58,8 +58,8 @@ QString draftOf(const QString& target);
 /// Removes drafts from a folder whose makers have died.
 void removeDrafts(const QString& folder);
 [[nodiscard]] Problem remove(const QString& path);
-/// Renames a file onto another one, which it replaces atomically.
-[[nodiscard]] Problem replace(const QString& path, const QString& target);
+/// Renames a draft onto the file that it replaces, atomically.
+[[nodiscard]] Problem replace(const QString& draft, const QString& target);
 
 /// The failure of a file that does not keep still.
 QString changedMeanwhile(const QString& path);

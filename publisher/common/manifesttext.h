@@ -6,10 +6,8 @@
 
 #include <functional>
 
-namespace Publisher {
-
 /// The text of the manifests that this program writes.
-namespace ManifestText {
+namespace Publisher::ManifestText {
 
 using TakeEntry = std::function<void(const PatchManifestEntry&)>;
 
@@ -33,6 +31,4 @@ private:
 /// long and several times the memory.
 bool read(QByteArrayView text, const TakeEntry& take);
 
-} // namespace ManifestText
-
-} // namespace Publisher
+} // namespace Publisher::ManifestText

@@ -7,9 +7,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace Publisher {
-
-namespace DateRules {
+namespace Publisher::DateRules {
 
 const QDateTime& withoutCopy()
 {
@@ -79,6 +77,4 @@ damagedCopy(const PatchFile& file, const QUrl& address, const ProbeAnswer& answe
                           "cache never heals."_L1 };
 }
 
-} // namespace DateRules
-
-} // namespace Publisher
+} // namespace Publisher::DateRules

@@ -8,11 +8,9 @@
 
 #include <optional>
 
-namespace Publisher {
-
 /// What a server must be before it is asked for files: there, trusted, and speaking
 /// TLS 1.2.
-namespace ServerRules {
+namespace Publisher::ServerRules {
 
 /// A base address that launchers do not even try.
 std::optional<Finding> address(const QUrl& baseUrl);
@@ -31,6 +29,4 @@ std::optional<Finding> tlsVersion(const QString& host, const ProbeAnswer& answer
 /// there; `error` is how TLS had failed.
 Finding plainHttp(const QUrl& url, const ProbeAnswer& answer, const QString& error);
 
-} // namespace ServerRules
-
-} // namespace Publisher
+} // namespace Publisher::ServerRules
