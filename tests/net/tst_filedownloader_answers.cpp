@@ -8,6 +8,7 @@
 #include <QSharedPointer>
 #include <QTcpSocket>
 
+#include <memory>
 #include <optional>
 
 using namespace TestSupport;
@@ -160,14 +161,16 @@ void tst_FileDownloaderAnswers::largeBodyLiesInTheReply()
     probe.start(onDownloadHost("/f"));
     const QPointer<QNetworkReply> reply = probe.network.reply();
     QVERIFY(reply);
-    std::optional<bool> isTheBlock;
+    // The downloader outlives this function.
+    const auto isTheBlock = std::make_shared<std::optional<bool>>();
     auto* downloader = qobject_cast<FileDownloader*>(probe.downloader);
-    connect(downloader, &FileDownloader::downloaded, this, [&](const QByteArray& body) {
-        const QVariant block = reply->attribute(QNetworkRequest::DownloadBufferAttribute);
-        isTheBlock = body.constData() == block.value<QSharedPointer<char>>().data();
-    });
-    QTRY_VERIFY(isTheBlock);
-    QCOMPARE(*isTheBlock, liesInTheReply);
+    connect(
+        downloader, &FileDownloader::downloaded, this, [reply, isTheBlock](const QByteArray& body) {
+            const QVariant block = reply->attribute(QNetworkRequest::DownloadBufferAttribute);
+            *isTheBlock = body.constData() == block.value<QSharedPointer<char>>().data();
+        });
+    QTRY_VERIFY(*isTheBlock);
+    QCOMPARE(**isTheBlock, liesInTheReply);
 }
 
 void tst_FileDownloaderAnswers::largeTorso_data()
