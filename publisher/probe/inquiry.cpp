@@ -142,6 +142,9 @@ void Inquiry::read(QNetworkReply& reply, Exchange& exchange)
 {
     const Question& question = exchange.question;
     ProbeAnswer& answer = exchange.answer;
+    // The toolkit closes what it has given up, and warns of whoever reads on.
+    if (!reply.isOpen())
+        return;
     const QByteArray bytes = reply.readAll();
     answer.received += bytes.size();
     exchange.hash.addData(bytes);
