@@ -26,9 +26,9 @@ bool isForeignPage(const ProbeAnswer& answer, Served what)
 }
 
 struct Rule {
-    FindingId id;
-    bool (*isBroken)(const ProbeAnswer&, Served);
-    QString (*text)(const ProbeAnswer&);
+    FindingId id = FindingId::FileMissing;
+    bool (*isBroken)(const ProbeAnswer&, Served) = nullptr;
+    QString (*text)(const ProbeAnswer&) = nullptr;
     /// The file has arrived all the same.
     bool isUsable = false;
 };
@@ -127,13 +127,13 @@ namespace AnswerRules {
 
 Verdict judge(const AskedFile& file, const ProbeAnswer& answer)
 {
-    const auto broken = std::ranges::find_if(
-        rules, [&](const Rule& rule) { return rule.isBroken(answer, file.what); });
-    if (broken == rules.end())
-        return {};
-    return { Finding{ idFor(broken->id, file.what), file.subject, file.entry,
-                      broken->text(answer) },
-             broken->isUsable };
+    for (const Rule& rule : rules) {
+        if (rule.isBroken(answer, file.what))
+            return { Finding{ idFor(rule.id, file.what), file.subject, file.entry,
+                              rule.text(answer) },
+                     rule.isUsable };
+    }
+    return {};
 }
 
 std::optional<Finding> missingFile(const QString& name, const ProbeAnswer& answer)

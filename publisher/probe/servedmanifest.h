@@ -13,9 +13,9 @@ namespace Publisher {
 
 /// A file that a manifest lets launchers download.
 struct PatchFile {
-    Kind kind;
+    Kind kind = Kind::Live;
     /// The entry's number.
-    qint64 number;
+    qint64 number = 0;
     PatchManifestEntry entry;
 
     /// Where launchers ask for it.
