@@ -32,6 +32,13 @@ if(HALDEN_SANITIZE)
     target_link_options(halden_common INTERFACE ${sanitizers})
 endif()
 
+# Everything reports where it has been; the fuzz targets bring libFuzzer itself.
+if(HALDEN_FUZZ)
+    set(watched -fsanitize=fuzzer-no-link)
+    target_compile_options(halden_common INTERFACE ${watched})
+    target_link_options(halden_common INTERFACE ${watched})
+endif()
+
 if(HALDEN_COVERAGE)
     target_compile_options(halden_common INTERFACE --coverage)
     target_compile_definitions(halden_common INTERFACE HALDEN_COVERAGE)
