@@ -226,7 +226,7 @@ private:
         add("everything right", Served::PatchFile, {}, [](ProbeAnswer&) {});
         add("a redirect counts more than its status", Served::PatchFile, "redirect-insecure",
             [](ProbeAnswer& answer) {
-                answer.redirectsToPlain = true;
+                answer.redirectsElsewhere = true;
                 answer.status = HttpStatus::notFound;
             });
         add("304 counts more than that nothing arrives", Served::Manifest,
