@@ -251,7 +251,8 @@ Problem createFolder(const QString& path)
     const QString above = QFileInfo(path).path();
     // Nearly always the folder above is there, and the folder itself is not.
     bool isMade = std::filesystem::create_directory(native(path), error);
-    if (error && above != path && !QFileInfo(above).isDir()) {
+    // It may have come into being meanwhile, by another thread.
+    if (error && above != path) {
         if (Problem problem = createFolder(above))
             return problem;
         isMade = std::filesystem::create_directory(native(path), error);

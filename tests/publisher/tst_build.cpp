@@ -1,5 +1,7 @@
 #include "publisher/build/build.h"
 #include "publisher/build/hashcache.h"
+#include "publisher/common/filework.h"
+#include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
@@ -12,6 +14,7 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <atomic>
 #include <cerrno>
 #ifndef Q_OS_WIN
 #include <sys/stat.h>
@@ -778,6 +781,21 @@ private slots:
         QCOMPARE(readFile(server(placeOf("Data/Neu/small.mpq"))), QByteArray("small"));
     }
 #endif
+
+    /// Whoever finds the folder above missing may not be the one who makes it.
+    void threadsMakeTheSameFoldersAtOnce()
+    {
+        constexpr int threads = 4;
+        constexpr int rounds = 300;
+        std::atomic_int failures = 0;
+        for (int round = 0; round < rounds; ++round) {
+            const QString above = server(QString("%1/a/b/c").arg(round));
+            Parallel::run(threads, threads * 2, [&](qsizetype i, int) {
+                failures += FileWork::createFolder(above + '/' + QString::number(i)) ? 1 : 0;
+            });
+        }
+        QCOMPARE(failures.load(), 0);
+    }
 
     /// A torn file, of a publisher that was killed while it wrote it.
     void tornFileIsReplaced()
