@@ -58,7 +58,8 @@ private:
         /// Below the server folder; where the file lies now.
         QString found;
         qint64 size = 0;
-        std::optional<Finding> refusal = {};
+        /// What keeps it back, if anything does.
+        QList<Finding> refusals = {};
         Problem problem = {};
     };
 
@@ -171,8 +172,8 @@ private:
         const FindingId id = isThere ? FindingId::FileWrong : FindingId::FileMissing;
         const QString what = isThere ? u"%1 has another content than the manifest says."_s
                                      : u"%1 is not on the server; it may have been pruned."_s;
-        item.refusal = { id, item.file.path, 0, what.arg(source),
-                         u"Publish the source folder of that time with build."_s };
+        item.refusals.append({ id, item.file.path, 0, what.arg(source),
+                               u"Publish the source folder of that time with build."_s });
     }
 
     /// Looks for every file of the manifest, as `check` would.
@@ -182,16 +183,16 @@ private:
         std::sort(files.begin(), files.end(), [](const auto& one, const auto& other) {
             return one.path < other.path;
         });
-        items.reserve(files.size());
-        for (const PublishedFile& file : std::as_const(files))
-            items.append({ .file = file, .found = {} });
+        items.resize(files.size());
+        for (qsizetype i = 0; i < files.size(); ++i)
+            items[i].file = files.at(i);
         Item* const first = items.data();
         Parallel::run(request.threads, items.size(), [&](qsizetype i, int) { find(first[i]); });
         for (const Item& item : std::as_const(items)) {
-            if (!item.refusal)
+            if (item.refusals.isEmpty())
                 report.traffic.add(item.size, isUnchanged(item.file));
             else
-                report.refusals.append(*item.refusal);
+                report.refusals += item.refusals;
         }
     }
 
