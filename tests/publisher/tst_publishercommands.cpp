@@ -170,6 +170,7 @@ private slots:
         QVERIFY2(run.messages.contains(option + " is "), qPrintable(run.messages));
     }
 
+#ifndef Q_OS_WIN // a folder cannot be closed for its own owner there
     /// What nobody can foresee is told with its remedy.
     void fileThatCannotBePrunedIsTold()
     {
@@ -185,6 +186,7 @@ private slots:
             run.messages.contains("a.mpq cannot be removed: Permission denied. Give yourself"),
             qPrintable(run.messages));
     }
+#endif
 
     void buildTellsPeople()
     {
