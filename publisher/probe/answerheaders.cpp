@@ -20,6 +20,11 @@ QByteArray valueOf(const AnswerHeaders::RawHeaders& headers, const char* name)
 /// In any of the forms that the toolkit, and so a launcher, reads.
 QDateTime toDate(const QByteArray& value)
 {
+    // Qt 6.4 skips the blank behind the comma of any weekday but a short one without
+    // looking whether the text goes on, and reads what lies behind it in memory.
+    const qsizetype comma = value.indexOf(',');
+    if (comma >= 0 && comma == value.size() - 1)
+        return {};
     // Its reader of dates comes with one header only.
     QNetworkRequest reader;
     reader.setRawHeader("Last-Modified", value);

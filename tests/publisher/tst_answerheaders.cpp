@@ -90,6 +90,28 @@ private slots:
         QCOMPARE(read("LAST-MODIFIED", value).lastModified.toUTC(), expected);
     }
 
+    void noDates_data()
+    {
+        QTest::addColumn<QByteArray>("value");
+        QTest::newRow("empty") << QByteArray("");
+        QTest::newRow("number") << QByteArray("0");
+        QTest::newRow("comma alone") << QByteArray(",");
+        QTest::newRow("nothing behind the weekday") << QByteArray("Sunday,");
+        QTest::newRow("nothing behind a short weekday") << QByteArray("Sun,");
+        // The memory behind this one bears a date, which is not the server's.
+        QTest::newRow("memory behind the comma") << QByteArray::fromRawData(
+            "Sunday,\0"
+            "06-Nov-94 08:49:37 GMT",
+            7);
+    }
+
+    void noDates()
+    {
+        QFETCH(QByteArray, value);
+        QVERIFY(!read("Date", value).date.isValid());
+        QVERIFY(!read("Last-Modified", value).lastModified.isValid());
+    }
+
     void serversOwnTime()
     {
         const QDateTime expected(QDate(1994, 11, 6), QTime(8, 49, 37), QTimeZone::utc());
