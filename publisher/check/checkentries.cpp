@@ -75,12 +75,12 @@ private:
                 "numberOfFiles is "_L1 + text + ", but the last entry is "_L1
                     + QString::number(last)
                     + ": for the numbers beyond it the launcher handles files without a name."_L1);
-        else if (count > ManifestContent::mostEntries)
+        else if (count > manifest.content.count())
             add(found, FindingId::CountTooLarge,
                 "numberOfFiles is "_L1 + text
-                    + ": the launcher's window freezes while it walks as many entries, and only "
-                      "the first "_L1
-                    + QString::number(ManifestContent::mostEntries) + " are checked here."_L1);
+                    + ", and at most of the numbers there is nothing: the launcher's window "
+                      "freezes while it walks them, and only the first "_L1
+                    + QString::number(manifest.content.count()) + " are checked here."_L1);
     }
 
     void checkGaps(QList<Finding>& found) const

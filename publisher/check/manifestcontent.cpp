@@ -24,11 +24,16 @@ ManifestContent ManifestContent::read(const QString& path, QChar separator, int 
     const PatchManifest manifest(path, separator);
     ManifestContent content;
     // Beyond the last key all numbers are alike, and nothing comes of them.
-    const qint64 count
-        = std::min({ manifest.entryCount(), manifest.lastNumberedEntry() + 1, mostEntries });
-    for (qint64 n = 1; n <= count; ++n)
+    const qint64 beyond = manifest.lastNumberedEntry() + 1;
+    const PatchManifestEntry vacant = manifest.entry(beyond);
+    const qint64 last = std::min(manifest.entryCount(), beyond);
+    qint64 vacantNumbers = 0;
+    for (qint64 n = 1; n <= last && vacantNumbers <= mostVacantNumbers; ++n) {
         content.entries.append(manifest.entry(n));
-    for (qint64 n = std::max<qint64>(count, 0) + 1; n <= realms; ++n)
+        if (content.entries.constLast() == vacant)
+            ++vacantNumbers;
+    }
+    for (qint64 n = content.count() + 1; n <= realms; ++n)
         content.furtherNames.insert(n, manifest.name(n));
     return content;
 }

@@ -11,9 +11,9 @@ namespace Publisher {
 
 /// A manifest as the launcher reads it, taken out of its file once.
 struct ManifestContent {
-    /// No patch has nearly as many entries; what lies beyond is not rehearsed,
-    /// or a broken number would take all memory.
-    static constexpr qint64 mostEntries = 200'000;
+    /// So many numbers with nothing behind them are taken in; from the next one on
+    /// nothing is rehearsed, or a broken number would take all memory.
+    static constexpr qint64 mostVacantNumbers = 200'000;
 
     /// What stands at "entry 1" is the first one.
     QList<PatchManifestEntry> entries;
