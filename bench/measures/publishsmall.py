@@ -28,11 +28,13 @@ class Spent:
 
     def __init__(self, *command, **settings):
         begin = time.monotonic()
-        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, **settings)
-        _, status, usage = os.wait4(process.pid, 0)
-        if status != 0:
-            raise RuntimeError(f"{command[0]} failed")
-        self.seconds = time.monotonic() - begin
+        with tempfile.TemporaryFile() as said:
+            process = subprocess.Popen(command, stdout=said, **settings)
+            _, status, usage = os.wait4(process.pid, 0)
+            self.seconds = time.monotonic() - begin
+            if status != 0:
+                said.seek(0)
+                raise RuntimeError(f"{command} failed: {said.read(4096).decode()}")
         self.processor = usage.ru_utime + usage.ru_stime
         self.memory = usage.ru_maxrss
 
