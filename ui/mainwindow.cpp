@@ -1,6 +1,7 @@
 #include "ui/mainwindow.h"
 
 #include "app/constants.h"
+#include "core/realmwalk.h"
 #include "core/settingshandler.h"
 #include "core/signalboolhelperclass.h"
 #include "net/filedownloader.h"
@@ -8,7 +9,6 @@
 #include "net/referencetime.h"
 #include "ui/clientflows.h"
 #include "ui/progresspercent.h"
-#include "ui/realmnames.h"
 #include "ui/removeclientdialog.h"
 #include "ui_mainwindow.h"
 #include "update/updatingprocedures.h"
@@ -72,6 +72,8 @@ MainWindow::MainWindow(QWidget* parent)
     , clientUpdating(makeLifelongFlag())
     , ui(new Ui::MainWindow)
 {
+    // The list is shown three times in here, and parsed once for it.
+    const RealmWalk walk;
     ui->setupUi(this);
     syncUI();
     connect(
@@ -139,8 +141,12 @@ void MainWindow::initiateLUpdate()
 
 void MainWindow::syncUI()
 {
+    // While it lives the list is parsed once for all of the questions below.
+    const RealmWalk walk;
     const int count = SettingsHandler::getClientCount();
-    showRealmNames(ui->comboBox_RealmSelector);
+    ui->comboBox_RealmSelector->clear();
+    for (int i = 1, last = walk.last(); i <= last; ++i)
+        ui->comboBox_RealmSelector->addItem(SettingsHandler::getRealmName(i));
     // Every number below 1 means none; the smallest one has no predecessor.
     ui->comboBox_RealmSelector->setCurrentIndex(
         std::max(SettingsHandler::getSelectedRealm(), 0) - 1);
