@@ -38,6 +38,7 @@ public:
         : request(buildRequest)
         , clock(time)
         , report(target)
+        , steps(target.error)
         , served(request.server)
         , kindFolder(onServer(ServerLayout::kindFolder(request.kind)))
         , stagingFolder(served.stagingFolder())
@@ -54,14 +55,14 @@ public:
         report.refusals = source.refusals + removals.refusals;
         if (!report.refusals.isEmpty())
             return ExitCode::Findings;
-        if (!request.dryRun && !attempt(takeServedFolder()))
+        if (!request.dryRun && !steps.attempt(takeServedFolder()))
             return ExitCode::InputOutput;
         live = readPublication(manifestPath, request.kind);
         compareNames();
         judge();
         if (report.refusals.isEmpty() || request.dryRun)
             proceed();
-        if (!succeeded())
+        if (!steps.succeeded())
             return ExitCode::InputOutput;
         return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
     }
@@ -88,7 +89,7 @@ private:
         const auto missing = [this] {
             return filesToCopy();
         };
-        return attempt(PlaceCheck::fault(request.server, request.kind, source, missing));
+        return steps.attempt(PlaceCheck::fault(request.server, request.kind, source, missing));
     }
 
     void proceed()
@@ -97,8 +98,8 @@ private:
             return;
         items = Staging(request, published, cache, stagingFolder).run(std::move(source.files));
         for (const StagedFile& item : items)
-            attempt(item.problem);
-        if (!succeeded()) {
+            steps.attempt(item.problem);
+        if (!steps.succeeded()) {
             takeBack();
             return;
         }
@@ -106,7 +107,7 @@ private:
         draft();
         if (!request.dryRun)
             publish();
-        if (request.prune && succeeded())
+        if (request.prune && steps.succeeded())
             prune();
     }
 
@@ -163,19 +164,6 @@ private:
             if (!report.removals.contains(removal) && !report.droppedRemovals.contains(removal))
                 report.droppedRemovals.append(removal);
         }
-    }
-
-    bool succeeded() const
-    {
-        return report.error.isEmpty();
-    }
-
-    /// Keeps the first failure. Returns whether this step went well.
-    bool attempt(const Problem& problem)
-    {
-        if (succeeded() && problem)
-            report.error = *problem;
-        return !problem;
     }
 
     /// Each thread has a staging folder of its own.
@@ -239,12 +227,13 @@ private:
     void publish()
     {
         placeAll();
-        if (!succeeded() || (request.flush && !attempt(FileWork::flushFileSystem(request.server))))
+        if (!steps.succeeded()
+            || (request.flush && !steps.attempt(FileWork::flushFileSystem(request.server))))
             return;
         // True whether or not the manifest goes live, and what follows needs room.
         remember();
         if (report.manifestChanged || request.renew)
-            attempt(publishManifest());
+            steps.attempt(publishManifest());
     }
 
     void placeAll()
@@ -258,7 +247,7 @@ private:
             failed = failed || first[i].problem;
         });
         for (const StagedFile& item : std::as_const(items))
-            attempt(item.problem);
+            steps.attempt(item.problem);
     }
 
     /// Moves a copy to its place, where no live manifest leads yet. What is right is
@@ -360,7 +349,7 @@ private:
     void pruneFile(const QFileInfo& info, const QString& path)
     {
         const qint64 size = info.size();
-        if (request.dryRun || attempt(FileWork::remove(info.filePath())))
+        if (request.dryRun || steps.attempt(FileWork::remove(info.filePath())))
             report.pruned.append({ path, size });
     }
 
@@ -382,6 +371,7 @@ private:
     const BuildRequest& request;
     Clock& clock;
     BuildReport& report;
+    FirstProblem steps;
     ServedFolder served;
     QString kindFolder;
     QString stagingFolder;

@@ -30,6 +30,7 @@ public:
         : request(republicationRequest)
         , clock(time)
         , report(target)
+        , steps(target.error)
         , served(request.server)
         , livePath(onServer(ServerLayout::manifestName(request.kind)))
         , cache(HashCache::forTarget(onServer(ServerLayout::kindFolder(request.fromKind))))
@@ -38,15 +39,15 @@ public:
 
     ExitCode run()
     {
-        if (!request.dryRun && !attempt(takeServedFolder()))
+        if (!request.dryRun && !steps.attempt(takeServedFolder()))
             return ExitCode::InputOutput;
         readManifests();
         compare();
         judge();
         findFiles();
-        if (report.refusals.isEmpty() && succeeded() && !request.dryRun)
+        if (report.refusals.isEmpty() && steps.succeeded() && !request.dryRun)
             publish();
-        if (!succeeded())
+        if (!steps.succeeded())
             return ExitCode::InputOutput;
         return report.refusals.isEmpty() ? ExitCode::Fine : ExitCode::Findings;
     }
@@ -62,18 +63,6 @@ private:
         QList<Finding> refusals = {};
         Problem problem = {};
     };
-
-    bool succeeded() const
-    {
-        return report.error.isEmpty();
-    }
-
-    bool attempt(const Problem& problem)
-    {
-        if (succeeded() && problem)
-            report.error = *problem;
-        return !problem;
-    }
 
     QString onServer(const QString& path) const
     {
@@ -216,11 +205,11 @@ private:
             first[i].problem = place(first[i], i);
         });
         for (const Item& item : std::as_const(items))
-            attempt(item.problem);
-        if (succeeded() && request.flush)
-            attempt(FileWork::flushFileSystem(request.server));
-        if (succeeded() && report.manifestChanged)
-            attempt(exchange());
+            steps.attempt(item.problem);
+        if (steps.succeeded() && request.flush)
+            steps.attempt(FileWork::flushFileSystem(request.server));
+        if (steps.succeeded() && report.manifestChanged)
+            steps.attempt(exchange());
     }
 
     Problem exchange()
@@ -246,6 +235,7 @@ private:
     const RepublicationRequest& request;
     Clock& clock;
     RepublicationReport& report;
+    FirstProblem steps;
     ServedFolder served;
     QString livePath;
     HashCache cache;

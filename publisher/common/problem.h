@@ -18,4 +18,29 @@ template <typename... Steps> [[nodiscard]] Problem inOrder(const Steps&... steps
     return problem;
 }
 
+/// The error of a report that several steps share: that of the first which fails.
+class FirstProblem {
+public:
+    explicit FirstProblem(QString& reportedError)
+        : error(reportedError)
+    {
+    }
+
+    bool succeeded() const
+    {
+        return error.isEmpty();
+    }
+
+    /// Takes in how a step has ended. Returns whether that one went well.
+    bool attempt(const Problem& problem) const
+    {
+        if (succeeded() && problem)
+            error = *problem;
+        return !problem;
+    }
+
+private:
+    QString& error;
+};
+
 } // namespace Publisher
