@@ -132,7 +132,11 @@ private slots:
         row("question mark", "Data", "a?b", "", "");
         row("upwards", "Data/..", "a", "a", "");
         row("a lone dot", "./Data", "a", "Data/a", "Data/a");
-        row("a folder of a dot and a character", "Data/.c", "x", "Data//x", "");
+        // Qt 6.4 takes such a folder out of an address, Qt 6.8 does not.
+        const QUrl dotted("https://download.test/Data/.c/x");
+        const bool isKept = dotted.adjusted(QUrl::NormalizePathSegments).path() == "/Data/.c/x";
+        row("a folder of a dot and a character", "Data/.c", "x", isKept ? "Data/.c/x" : "Data//x",
+            isKept ? "Data/.c/x" : "");
         row("backslash", "Data\\deDE", "a", "Data\\deDE/a", "");
     }
 
