@@ -109,7 +109,8 @@ private slots:
     void conversationIsTheLaunchers()
     {
         begin({ "--testers", "100", "--settled" });
-        for (const QString& day : { u"first"_qs, u"nothing new"_qs, u"a new patch"_qs }) {
+        for (const QString& day :
+             { QString("first"), QString("nothing new"), QString("a new patch") }) {
             if (day == "a new patch") {
                 writeFile(Community::sourcePath("live", "Data/new.mpq"), "new");
                 writeFile(Community::sourcePath("test", "Data/new for testers.mpq"), "new");
