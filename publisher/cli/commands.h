@@ -33,10 +33,11 @@ extern const Command historyCommand;
 extern const Command showCommand;
 extern const Command rollbackCommand;
 extern const Command promoteCommand;
+extern const Command estimateCommand;
 
 /// Every command in the order in which they are listed.
 inline const std::array allCommands{ &buildCommand,    &buildLauncherCommand, &checkCommand,
                                      &probeCommand,    &historyCommand,       &showCommand,
-                                     &rollbackCommand, &promoteCommand };
+                                     &rollbackCommand, &promoteCommand,       &estimateCommand };
 
 } // namespace Publisher
