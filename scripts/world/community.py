@@ -68,6 +68,11 @@ class Community:
         """Returns when the server accepts connections."""
         subprocess.run([SCRIPTS / "serve-community", *options, self.tree], check=True)
 
+    @staticmethod
+    def stop():
+        """Returns when the server has been told to end."""
+        subprocess.run([SCRIPTS / "serve-community", "--stop"], check=True)
+
     def source_files(self, kind):
         """Path in the client and MD5 of every file: by the admin's own folder, so
         nothing here relies on a manifest."""
