@@ -124,15 +124,13 @@ private:
         });
         if (behindFile)
             add(FindingId::FileAsFolder, effect.entry,
-                "\""_L1 + entry.pathOffset
-                    + "\" goes through a place where another entry installs a file, so \""_L1
-                    + entry.name + "\" can be stored nowhere."_L1);
+                u"\"%1\" goes through a place where another entry installs a file, so \"%2\" can "
+                "be stored nowhere."_s.arg(entry.pathOffset, entry.name));
         else
             add(FindingId::FolderMissing, effect.entry,
-                "No entry creates the folder \""_L1 + entry.pathOffset
-                    + "\" in players' patch cache: \""_L1 + entry.name
-                    + "\" is downloaded at every start and can never be stored, and the file of "
-                      "that name in their client is deleted."_L1);
+                u"No entry creates the folder \"%1\" in players' patch cache: \"%2\" is downloaded "
+                "at every start and can never be stored, and the file of that name in their client "
+                "is deleted."_s.arg(entry.pathOffset, entry.name));
     }
 
     void checkInstallation(const Effect& effect)
@@ -147,9 +145,8 @@ private:
             return;
         }
         add(FindingId::FolderTooLate, effect.entry,
-            "The folder \""_L1 + entry.pathOffset + "\" comes after \""_L1 + entry.name
-                + "\": in a client that lacks the folder, an update run cannot install the file "
-                  "before the next one."_L1);
+            u"The folder \"%1\" comes after \"%2\": in a client that lacks the folder, an update "
+            "run cannot install the file before the next one."_s.arg(entry.pathOffset, entry.name));
     }
 
     void add(FindingId id, qint64 n, const QString& text)
@@ -351,20 +348,18 @@ private:
         const QString start = sentenceStart(group.realms);
         switch (id) {
         case FindingId::RemovalNeverEffective:
-            return start + " this removal leaves \""_L1 + group.path
-                + "\" as it is, or a later entry puts it back."_L1;
+            return u"%1 this removal leaves \"%2\" as it is, or a later entry puts it back."_s.arg(
+                start, group.path);
         case FindingId::RemovalHitsInstalledFile:
-            return start + " this removal deletes \""_L1 + group.path
-                + "\", which an earlier entry has just put there."_L1;
+            return u"%1 this removal deletes \"%2\", which an earlier entry has just put there."_s
+                .arg(start, group.path);
         case FindingId::RemovalEmptiesFolder:
-            return start + " the name to remove is missing, so the whole folder \""_L1
-                + (group.path.isEmpty() ? u"(the client folder itself)"_s : group.path)
-                + "\" is deleted with everything in it."_L1;
+            return u"%1 the name to remove is missing, so the whole folder \"%2\" is deleted with "
+                   "everything in it."_s.arg(
+                       start, group.path.isEmpty() ? u"(the client folder itself)"_s : group.path);
         default:
-            return start
-                + " this removal takes the name from the entry of that number and "
-                  "deletes \""_L1
-                + group.path + "\"."_L1;
+            return u"%1 this removal takes the name from the entry of that number and deletes "
+                   "\"%2\"."_s.arg(start, group.path);
         }
     }
 
@@ -486,13 +481,12 @@ QList<Finding> rootFindings(
         if (effect.phase != Phase::Reconciliation || !removal || effect.entry < 2
             || removesOnlyByPlaceholders(manifest.content.entry(effect.entry)))
             continue;
-        const QString number = QString::number(effect.entry);
         found.append(manifest.finding(
             FindingId::RemovalFromRoot, effect.entry,
-            "Players with fewer than "_L1 + number
-                + " realm entries have no client for it: the launcher deletes \""_L1
-                + players.separator + CheckEffects::shownPath(effect.path, players.separator)
-                + "\" from the root of the drive."_L1));
+            u"Players with fewer than %1 realm entries have no client for it: the launcher deletes "
+            "\"%2\" from the root of the drive."_s.arg(
+                QString::number(effect.entry),
+                players.separator + CheckEffects::shownPath(effect.path, players.separator))));
     }
     return found;
 }

@@ -64,8 +64,8 @@ private:
         const qint64 count = text.toInt(&isNumber);
         if (!isNumber || !digits.match(text).hasMatch())
             add(found, FindingId::CountMisread,
-                "numberOfFiles is \""_L1 + text.left(40) + "\", which the launcher reads as "_L1
-                    + QString::number(count) + u'.');
+                u"numberOfFiles is \"%1\", which the launcher reads as %2."_s.arg(
+                    text.left(40), QString::number(count)));
         else if (count < last)
             add(found, FindingId::CountTooSmall,
                 "numberOfFiles is "_L1 + text + ", but the entries go up to "_L1
@@ -158,6 +158,11 @@ private:
         return u'"' + entry.name + u'"';
     }
 
+    QString pathAndName() const
+    {
+        return u"The path \"%1\" with the name \"%2\""_s.arg(entry.pathOffset, entry.name);
+    }
+
     QStringList components(const QString& path) const
     {
         return RehearsalTree::split(path, players.separator);
@@ -188,20 +193,19 @@ private:
         if (entry.pathOffset.startsWith(u'/') || entry.pathOffset.startsWith(players.separator)
             || drive.match(entry.pathOffset).hasMatch())
             add(FindingId::AbsolutePath,
-                "The path offset \""_L1 + entry.pathOffset
-                    + "\" looks absolute, but the launcher puts it behind the client folder."_L1);
+                u"The path offset \"%1\" looks absolute, but the launcher puts it behind the "
+                "client folder."_s.arg(entry.pathOffset));
         if (escapes(names))
             add(FindingId::PathEscapes,
-                "The path \""_L1 + entry.pathOffset + "\" with the name "_L1 + named()
-                    + " leads out of the client folder and out of the patch cache."_L1);
+                pathAndName() + " leads out of the client folder and out of the patch cache."_L1);
         else if (isDotted(names))
             add(FindingId::PathDotted,
-                "The path \""_L1 + entry.pathOffset + "\" with the name "_L1 + named()
-                    + " takes a detour over \".\" or \"..\", which fails where a folder on the "
-                      "way is missing."_L1);
+                pathAndName()
+                    + u" takes a detour over \".\" or \"..\", which fails where a folder on the "
+                      "way is missing."_s);
         if (players.separator == u'/' && (entry.pathOffset + entry.name).contains(u'\\'))
             add(FindingId::SeparatorForeign,
-                "The path \""_L1 + entry.pathOffset + "\" with the name "_L1 + named()
+                pathAndName()
                     + " holds a backslash, which these players' system takes for a letter."_L1);
     }
 
@@ -239,8 +243,8 @@ private:
                       "in their client is deleted."_L1);
         else if (!md5.match(entry.hash.toLower()).hasMatch())
             add(FindingId::HashMalformed,
-                named() + " has the hash \""_L1 + entry.hash.left(40)
-                    + "\", which is no MD5: players download the file at every start."_L1);
+                u"%1 has the hash \"%2\", which is no MD5: players download the file at every "
+                "start."_s.arg(named(), entry.hash.left(40)));
         else if (entry.hash != entry.hash.toLower())
             add(FindingId::HashUppercase,
                 named()
@@ -261,9 +265,8 @@ private:
         const QString meant
             = QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
         add(FindingId::UrlChanged,
-            "The launcher asks for "_L1
-                + (asked.isEmpty() ? u"nothing of the kind"_s : u'"' + asked + u'"')
-                + ", which is not where \""_L1 + meant + "\" lies."_L1);
+            u"The launcher asks for %1, which is not where \"%2\" lies."_s.arg(
+                asked.isEmpty() ? u"nothing of the kind"_s : u'"' + asked + u'"', meant));
     }
 
     const CheckedManifest& manifest;
@@ -300,15 +303,14 @@ public:
 private:
     void compare(qint64 first, qint64 second)
     {
-        const bool folders[]
-            = { manifest.content.entry(first).dirOnly, manifest.content.entry(second).dirOnly };
+        const bool isFolder = manifest.content.entry(second).dirOnly;
         const QString both
             = "Entry "_L1 + QString::number(first) + " and this one have the same place: "_L1;
-        if (folders[0] != folders[1])
+        if (manifest.content.entry(first).dirOnly != isFolder)
             found.append(manifest.finding(
                 FindingId::TargetConflict, second,
                 both + u"one wants a file there, the other a folder."_s));
-        else if (!folders[0])
+        else if (!isFolder)
             found.append(manifest.finding(
                 FindingId::DuplicateTarget, second,
                 both

@@ -59,8 +59,8 @@ inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& 
         return std::nullopt;
     return found(
         FindingId::HashMismatch,
-        entry.served + " has the hash "_L1 + digest.md5 + ", not \""_L1 + hash.left(40)
-            + "\": players download it at every start."_L1);
+        u"%1 has the hash %2, not \"%3\": players download it at every start."_s.arg(
+            entry.served, digest.md5, hash.left(40)));
 }
 
 QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& tree)

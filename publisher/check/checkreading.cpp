@@ -42,7 +42,7 @@ QString quoted(const QString& text)
 QString decoded(const QByteArray& bytes, bool& isUtf8)
 {
     QStringDecoder decoder(QStringDecoder::Utf8);
-    const QString text = decoder(bytes);
+    QString text = decoder(bytes);
     isUtf8 = isUtf8 && !decoder.hasError() && !bytes.contains('\0');
     return text;
 }
@@ -95,7 +95,7 @@ bool isBooleanKey(const QString& key)
 
 QString escaped(QString text)
 {
-    return text.replace(u'\\', "\\\\"_L1).replace(u'"', "\\\""_L1);
+    return text.replace(u'\\', R"(\\)"_L1).replace(u'"', R"(\")"_L1);
 }
 
 bool isHexDigit(QChar character)
@@ -115,7 +115,7 @@ QString hexEscaped(const QString& value)
             text += escaped(character);
             afterEscape = false;
         } else {
-            text += "\\x"_L1 + QString::number(character.unicode(), 16);
+            text += R"(\x)"_L1 + QString::number(character.unicode(), 16);
             afterEscape = true;
         }
     }
@@ -142,7 +142,7 @@ QString reason(const QString& text)
 {
     if (hasOutsideQuotes(text, u';'))
         return u"what follows a semicolon is a comment"_s;
-    if (text.endsWith(u'\\') && !text.endsWith("\\\\"_L1))
+    if (text.endsWith(u'\\') && !text.endsWith(R"(\\)"_L1))
         return u"a backslash at the end of a line joins the next line to it"_s;
     if (hasOutsideQuotes(text, u','))
         return u"an unquoted comma makes a list, and a list reads as nothing"_s;
@@ -258,8 +258,8 @@ QList<Finding> findings(const QString& manifestPath, const QString& subject)
     if (!text.strangers.isEmpty())
         comparison.found.append(malformed(
             subject,
-            "The launcher makes nothing of line "_L1 + Findings::numberList(text.strangers)
-                + ": a line is \"key=value\", and a comment begins with a semicolon."_L1));
+            u"The launcher makes nothing of line %1: a line is \"key=value\", and a comment begins "
+            "with a semicolon."_s.arg(Findings::numberList(text.strangers))));
     return comparison.found;
 }
 

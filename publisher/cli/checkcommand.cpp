@@ -213,7 +213,7 @@ private:
     static QString realmNote(QList<qint64> numbers)
     {
         std::sort(numbers.begin(), numbers.end());
-        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+        numbers.resize(std::unique(numbers.begin(), numbers.end()) - numbers.begin());
         if (numbers == QList<qint64>{ 0 })
             return {};
         const QString list = Findings::numberList(numbers);
@@ -236,7 +236,8 @@ QList<int> realmsOf(const Effect& effect, const RehearsedRun& run)
 /// removals differ from one realm entry to the next.
 void describe(const Inspection& inspection, const Request& request, Output& output)
 {
-    const auto& [manifest, run, findings] = inspection;
+    const CheckedManifest& manifest = inspection.manifest;
+    const RehearsedRun& run = inspection.run;
     const auto count = [&](Action action, int realm) {
         return countOf(manifest, run.effects, action, realm);
     };

@@ -86,7 +86,7 @@ ExitCode runCommandLine(const QStringList& arguments, QIODevice& result, QIODevi
         result.write(u"%1 %2\n"_s.arg(programName, QLatin1StringView(HALDEN_VERSION)).toUtf8());
         return ExitCode::Fine;
     }
-    const auto found
+    const auto* const found
         = std::find_if(allCommands.begin(), allCommands.end(), [&](const Command* command) {
               return command->name == word;
           });

@@ -20,9 +20,9 @@ struct Command {
     QLatin1StringView summary;
     /// Adds options, positional arguments and the description. "--help" and
     /// "--json" are every command's and already there.
-    void (*configure)(QCommandLineParser& parser);
+    void (*configure)(QCommandLineParser& parser) = nullptr;
     /// Works off a command line that the parser has accepted.
-    ExitCode (*run)(const QCommandLineParser& parser, Output& output);
+    ExitCode (*run)(const QCommandLineParser& parser, Output& output) = nullptr;
 };
 
 extern const Command buildCommand;

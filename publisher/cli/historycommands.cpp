@@ -113,10 +113,11 @@ void show(const RepublicationRequest& request, const RepublicationReport& report
                     .arg(report.changed.size())
                     .arg(report.removed.size())
                     .arg(report.unchanged));
-    if (report.refusals.isEmpty())
-        output.line(report.traffic.sentence());
-    if (!report.refusals.isEmpty())
-        return FindingReport::showRefusals(report.refusals, output);
+    if (!report.refusals.isEmpty()) {
+        FindingReport::showRefusals(report.refusals, output);
+        return;
+    }
+    output.line(report.traffic.sentence());
     const QString manifest = ServerLayout::manifestName(request.kind);
     if (request.dryRun)
         output.line(u"Dry run: nothing has been written."_s);

@@ -15,7 +15,7 @@ QString onOneLine(const QString& text)
     QString shown;
     for (const QChar character : text) {
         if (character == u'\n')
-            shown += "\\n"_L1;
+            shown += R"(\n)"_L1;
         else if (character.category() == QChar::Other_Control)
             shown += u"\\x%1"_s.arg(character.unicode(), 2, 16, QChar(u'0'));
         else

@@ -44,8 +44,7 @@ bool Clock::isAhead(const QDateTime& date) const
 QDateTime Clock::nextAfter(const QDateTime& replaced)
 {
     const qint64 next = now().toSecsSinceEpoch() + 1;
-    const QDateTime date
-        = atSecond(isAhead(replaced) ? next : std::max(next, secondAfter(replaced)));
+    QDateTime date = atSecond(isAhead(replaced) ? next : std::max(next, secondAfter(replaced)));
     waitUntil(date);
     return date;
 }

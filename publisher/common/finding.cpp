@@ -50,7 +50,7 @@ constexpr std::array descriptions{
                  "Rename the file or folder." },
     Description{ FindingId::PathEscapes, "path-escapes",
                  "Write the path relative to the client folder, without \"..\"." },
-    Description{ FindingId::PathDotted, "path-dotted", "Write the path without \".\" and \"..\"." },
+    Description{ FindingId::PathDotted, "path-dotted", R"(Write the path without "." and "..".)" },
     Description{ FindingId::AbsolutePath, "absolute-path",
                  "Write the path relative to the client folder." },
     Description{ FindingId::SeparatorForeign, "separator-foreign",

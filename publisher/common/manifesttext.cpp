@@ -12,7 +12,7 @@ namespace {
 /// front, which would announce a type.
 void appendQuoted(QByteArray& text, const QString& value)
 {
-    text += value.startsWith(u'@') ? "\"@" : "\"";
+    text += value.startsWith(u'@') ? R"("@)" : R"(")";
     const QByteArray bytes = value.toUtf8();
     for (const char byte : bytes) {
         if (byte == '\\' || byte == '"')
@@ -80,7 +80,7 @@ public:
 
     QString takeQuoted()
     {
-        expect("\"");
+        expect(R"(")");
         take("@");
         QByteArray value;
         qsizetype i = 0;

@@ -110,7 +110,7 @@ QString statedPath(Kind kind, const PatchManifestEntry& entry)
     const QString stated = kindFolder(kind) + u'/'
         + QUrl::fromPercentEncoding(entry.urlOffset.toUtf8()) + u'/' + entry.name;
     // Doubled slashes and single dots mean nothing to a server.
-    const QString asked = QDir::cleanPath(askedPath(kind, entry));
+    QString asked = QDir::cleanPath(askedPath(kind, entry));
     if (asked != QDir::cleanPath(stated) || stated.contains(u'\\')
         || stated.split(u'/').contains(".."_L1))
         return {};

@@ -163,9 +163,11 @@ std::optional<Finding> hash(const PatchFile& file, const QUrl& address, const Pr
     const QString actual = QString::fromLatin1(answer.md5);
     if (actual == stated.toLower())
         return std::nullopt;
-    return Finding{ FindingId::HashMismatch, ServerLayout::manifestName(file.kind), file.number,
-                    address.toString() + " arrives with the hash "_L1 + actual + ", not \""_L1
-                        + stated + "\": players download it at every start."_L1 };
+    return Finding{
+        FindingId::HashMismatch, ServerLayout::manifestName(file.kind), file.number,
+        u"%1 arrives with the hash %2, not \"%3\": players download it at every start."_s.arg(
+            address.toString(), actual, stated)
+    };
 }
 
 } // namespace AnswerRules

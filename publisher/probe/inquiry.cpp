@@ -98,7 +98,7 @@ Inquiry::Inquiry(int secondsOfSilence)
 
 void Inquiry::ask(Question question)
 {
-    waiting.enqueue(std::move(question));
+    waiting.append(std::move(question));
     askOn();
 }
 

@@ -45,7 +45,7 @@ public:
         QUrl url;
         /// No such header when it is invalid.
         QDateTime ifModifiedSince;
-        Body body;
+        Body body = Body::Beginning;
         /// Gets the answer behind all redirects, or the failure.
         Handler handler;
         Tls tls = Tls::Version12;
