@@ -125,10 +125,15 @@ constexpr std::array descriptions{
                  "Let the server answer 404 for what does not exist (no catch-all page)." },
     Description{ FindingId::ContentEncoded, "content-encoded",
                  "Switch compression off for these files (nginx: gzip off;)." },
+    Description{ FindingId::ManifestNotModified, "manifest-not-modified",
+                 "Ignore If-Modified-Since for patch.ini and patchTest.ini (nginx: "
+                 "if_modified_since off;)." },
     Description{ FindingId::LaterDateAnsweredInFull, "later-date-answered-in-full",
-                 "Answer 304 to every date that is not older (nginx: if_modified_since before;)." },
+                 "Answer 304 for the launcher's files to every date that is not older, dates "
+                 "ahead of the clock included, as the configurations in packaging/ do (nginx: "
+                 "if_modified_since before;)." },
     Description{ FindingId::ExactDateAnsweredInFull, "exact-date-answered-in-full",
-                 "Let the server honour If-Modified-Since for the manifests and launcher files." },
+                 "Let the server honour If-Modified-Since for the launcher's files." },
     Description{ FindingId::EarlierDateNotAnswered, "earlier-date-not-answered",
                  "Send the file to whoever has an older one." },
     Description{ FindingId::PatchFileNotModified, "patch-file-not-modified",

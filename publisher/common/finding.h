@@ -68,6 +68,7 @@ enum class FindingId {
     ErrorPage,
     MissingFileAnswered,
     ContentEncoded,
+    ManifestNotModified,
     LaterDateAnsweredInFull,
     ExactDateAnsweredInFull,
     EarlierDateNotAnswered,

@@ -17,8 +17,16 @@ const QDateTime& withoutCopy()
 
 QDateTime ofLaterCopy(const ProbeAnswer& answer, const QDateTime& serverTime)
 {
+    // As much as a clock of the neighbouring time zone.
+    constexpr qint64 clockAhead = 3600; // seconds
     const QDateTime exact = answer.lastModified.toUTC();
-    return exact.isValid() && serverTime <= exact ? exact.addSecs(1) : serverTime;
+    return (exact.isValid() ? std::max(exact, serverTime) : serverTime).addSecs(clockAhead);
+}
+
+const QDateTime& farAhead()
+{
+    static const QDateTime date = QDateTime::fromString(u"2099-12-31T23:59:59Z"_s, Qt::ISODate);
+    return date;
 }
 
 std::optional<Finding> ahead(const QString& name, const ProbeAnswer& answer, const QDateTime& here)
@@ -47,14 +55,26 @@ std::optional<Finding> caching(const QString& name, const ProbeAnswer& answer)
                         .arg(QString::fromLatin1(answer.cacheControl)) };
 }
 
+std::optional<Finding>
+copiedManifest(const QString& name, const QDateTime& dateOfCopy, const ProbeAnswer& answer)
+{
+    if (answer.status != HttpStatus::notModified)
+        return std::nullopt;
+    return Finding{ FindingId::ManifestNotModified, name, 0,
+                    u"The server answers 304 to launchers whose copy is dated %1. A copy that was "
+                    "fetched while another manifest went live, or by a clock that was ahead, "
+                    "passes for the newer one: that player misses publications."_s.arg(
+                        Dates::shown(dateOfCopy)) };
+}
+
 std::optional<Finding> laterCopy(const QString& name, const ProbeAnswer& answer)
 {
     if (answer.status != HttpStatus::ok)
         return std::nullopt;
     return Finding{ FindingId::LaterDateAnsweredInFull, name, 0,
-                    u"The file is sent in full to launchers whose copy has a later date: every "
-                    "start downloads it again, and a launcher that downloads itself hands over to "
-                    "the updater at every start."_s };
+                    u"The file is sent in full to launchers whose copy has a later date, which "
+                    "may be ahead of the clock: every start downloads it again, and a launcher "
+                    "that downloads itself hands over to the updater at every start."_s };
 }
 
 std::optional<Finding> exactCopy(const QString& name, const ProbeAnswer& answer)

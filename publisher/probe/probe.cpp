@@ -164,8 +164,24 @@ void Probe::takeManifest(Kind kind, const ProbeAnswer& answer)
     add(DateRules::ahead(name, answer, QDateTime::currentDateTimeUtc()));
     add(DateRules::caching(name, answer));
     add(comparison.manifest(name, answer));
-    askDates(name, answer);
+    askForCopied(kind, { DateRules::farAhead(), serverTime });
     askFilesOf(kind, answer.body);
+}
+
+/// As launchers ask whose copies have these dates, until one of them gets none.
+void Probe::askForCopied(Kind kind, const QList<QDateTime>& dates)
+{
+    if (dates.isEmpty())
+        return;
+    const QString name = ServerLayout::manifestName(kind);
+    const QDateTime date = dates.constFirst();
+    inquiry.ask({ address(name), date, Body::Beginning,
+                  [this, kind, name, dates, date](const ProbeAnswer& answer) {
+                      if (const auto stuck = DateRules::copiedManifest(name, date, answer))
+                          add(stuck);
+                      else if (isUsable({ Served::Manifest, name }, answer))
+                          askForCopied(kind, dates.sliced(1));
+                  } });
 }
 
 void Probe::askFilesOf(Kind kind, const QByteArray& manifest)

@@ -89,6 +89,7 @@ private:
     void takeLauncherFile(const QString& name, const ProbeAnswer& answer);
     void askForMissing(const QString& name);
     void askDates(const QString& name, const ProbeAnswer& answer);
+    void askForCopied(Kind kind, const QList<QDateTime>& dates);
     void askPatchFile(const PatchFile& file, const QDateTime& ifModifiedSince);
     void takePatchFile(
         const PatchFile& file, const QDateTime& ifModifiedSince, const ProbeAnswer& answer);

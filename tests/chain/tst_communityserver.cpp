@@ -1,8 +1,11 @@
 #include "app/constants.h"
 #include "tests/support/applicationfolder.h"
+#include "tests/support/certificateauthority.h"
+#include "tests/support/httpsserver.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 #include "tests/world/community.h"
+#include "tests/world/webservers.h"
 
 #include <QDateTime>
 #include <QFileInfo>
@@ -11,27 +14,68 @@
 #include <QSignalSpy>
 #include <QSslConfiguration>
 
+#include <cstdlib>
 #include <memory>
+
+using namespace TestSupport;
 
 namespace {
 
+constexpr quint16 httpsPort = 443;
+// Add-ons have such files, and what is published is served.
+const char* const dottedPatchFile = "wow-client-patch/live/Interface/AddOns/Karte/0123/.luacheckrc";
 // What Community dates everything.
-const QDateTime published = TestSupport::utc(QDate(2024, 5, 1), QTime(8, 0));
+const QDateTime published = utc(QDate(2024, 5, 1), QTime(8, 0));
+
+/// What a copy's owner may have had for a clock, against the present time.
+QDateTime beginningOfYear(int yearsAhead)
+{
+    return utc(QDate(QDate::currentDate().year() + yearsAhead, 1, 1), QTime(0, 0));
+}
 
 } // namespace
 
-/// The administrators' nginx configuration keeps what the launcher relies on.
+/// The administrators' configurations of the three web servers keep what the launcher
+/// relies on.
 class tst_CommunityServer : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase_data()
+    {
+        QTest::addColumn<QString>("program");
+        for (const QString name : { "nginx", "apache", "caddy" })
+            QTest::newRow(qPrintable(name)) << name;
+    }
+
     void initTestCase()
     {
+        trustedAuthority();
+        trustedCertificate();
         community.publish();
         // Of a publisher that is at work.
-        for (const char* path : { "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock" })
-            TestSupport::writeFile(community.path(path), "x");
-        community.start();
+        for (const char* path :
+             { "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock",
+               ".patch.ini.halden-publish", ".Halden-Launcher.exe.halden-publish", dottedPatchFile,
+               ".well-known/acme-challenge/token" })
+            writeFile(community.path(path), "x");
+    }
+
+    /// All rows of a test with one server, then with the next one.
+    void init()
+    {
+        QFETCH_GLOBAL(QString, program);
+        if (program == running)
+            return;
+        server.reset();
+        server = WebServers::communityServer(program);
+        server->start("127.0.0.1", httpsPort);
+        running = program;
+    }
+
+    void cleanupTestCase()
+    {
+        server.reset();
     }
 
     void answers_data()
@@ -39,44 +83,109 @@ private slots:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QDateTime>("ifModifiedSince");
         QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("contentType");
 
         const QDateTime before = published.addSecs(-1);
         const QDateTime after = published.addSecs(1);
-        const QString binary = "application/octet-stream";
-        const QString folder = "wow-client-patch/live/Data/";
         const QString patch = community.patchRequest("live", "Data/Größe der Welt.MPQ").sliced(1);
-        for (const QString manifest : { "patch.ini", "patchTest.ini" }) {
-            addRow("older copy of ", manifest, before, 200, "text/plain");
-            addRow("same date as ", manifest, published, 304, "");
-            addRow("newer copy of ", manifest, after, 304, "");
-        }
-        for (const QString program : { "Halden-Launcher.exe", "Halden-Launcher-Updater.exe" }) {
-            addRow("older copy of ", program, before, 200, binary);
-            addRow("newer copy of ", program, after, 304, "");
-        }
-        addRow("older copy of ", patch, before, 200, binary);
-        addRow("same date as ", patch, published, 200, binary);
-        addRow("newer copy of ", patch, after, 200, binary);
-        addRow("doubled slash in ", QString(patch).replace("live/", "live//"), after, 200, binary);
-        addRow("missing ", folder + "nothing.MPQ", before, 404, "text/html");
-        addRow("missing ", "nothing.ini", before, 404, "text/html");
-        addRow("no listing of ", folder, before, 403, "text/html");
-        addRow("no listing of ", "", before, 403, "text/html");
-        addRow("information text at ", "alert", before, 200, "text/html; charset=utf-8");
+        for (const QString manifest : { "patch.ini", "patchTest.ini" })
+            addManifestRows(manifest);
+        for (const QString program : { "Halden-Launcher.exe", "Halden-Launcher-Updater.exe" })
+            addProgramRows(program);
+        addRow("older copy of ", patch, before, 200);
+        addRow("same date as ", patch, published, 200);
+        addRow("newer copy of ", patch, after, 200);
+        addRow("doubled slash in ", QString(patch).replace("live/", "live//"), after, 200);
+        addRow("name that begins with a dot in ", dottedPatchFile, after, 200);
+        addRow("missing ", "wow-client-patch/live/Data/nothing.MPQ", before, 404);
+        addRow("missing ", "nothing.ini", before, 404);
+        addRow("information text at ", "alert", before, 200);
+        addRow("an authority's question at ", ".well-known/acme-challenge/token", before, 200);
     }
 
     void answers()
     {
         QFETCH(QString, path);
         QFETCH(QDateTime, ifModifiedSince);
-        QFETCH(int, status);
-        QFETCH(QString, contentType);
-        QNetworkRequest request(QUrl(downloadBaseUrl + path));
-        request.setHeader(QNetworkRequest::IfModifiedSinceHeader, ifModifiedSince);
-        const auto reply = get(request);
-        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), status);
-        QCOMPARE(reply->header(QNetworkRequest::ContentTypeHeader).toString(), contentType);
+        QTEST(statusOf(path, ifModifiedSince), "status");
+    }
+
+    void tellsYearsApart_data()
+    {
+        QTest::addColumn<int>("thisYear");
+        QTest::addColumn<int>("yearOfCopy");
+        QTest::addColumn<int>("status");
+        QTest::newRow("last year") << 2026 << 2025 << 304;
+        QTest::newRow("next year") << 2026 << 2027 << 304;
+        QTest::newRow("the year after") << 2026 << 2028 << 200;
+        QTest::newRow("next year is the decade's last") << 2028 << 2029 << 304;
+        QTest::newRow("the year after is the next decade's first") << 2028 << 2030 << 200;
+        QTest::newRow("next year is the next decade's first") << 2029 << 2030 << 304;
+        QTest::newRow("the next decade's second") << 2029 << 2031 << 200;
+        QTest::newRow("the decade's first") << 2030 << 2031 << 304;
+        QTest::newRow("of a former decade") << 2030 << 2028 << 304;
+        QTest::newRow("of a later year than this one's, decades ago") << 2041 << 2036 << 304;
+        QTest::newRow("decades ahead, an earlier year of its own") << 2038 << 2051 << 200;
+        QTest::newRow("of the next century") << 2034 << 2106 << 200;
+    }
+
+    /// By the server's clock, where it compares digits.
+    void tellsYearsApart()
+    {
+        QFETCH(int, thisYear);
+        QFETCH(int, yearOfCopy);
+        QFETCH_GLOBAL(QString, program);
+        if (program == "caddy")
+            QSKIP("It reckons with numbers.");
+        server.reset();
+        running.clear();
+        server = WebServers::communityServer(program);
+        server->preload(HALDEN_FAKETIME);
+        server->setEnvironment("FAKETIME", QString("@%1-12-31 12:00:00").arg(thisYear));
+        // Waits and the dates of files stay real.
+        server->setEnvironment("FAKETIME_DONT_FAKE_MONOTONIC", "1");
+        server->setEnvironment("NO_FAKE_STAT", "1");
+        server->start("127.0.0.1", httpsPort);
+        QTEST(statusOf("Halden-Launcher.exe", utc(QDate(yearOfCopy, 1, 1), QTime(0, 0))), "status");
+    }
+
+    /// Servers have a status each for it.
+    void listsNoFolder_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("the whole") << "";
+        QTest::newRow("patch files") << "wow-client-patch/live/Data/";
+    }
+
+    void listsNoFolder()
+    {
+        QFETCH(QString, path);
+        const auto reply = get(QNetworkRequest(QUrl(downloadBaseUrl + path)));
+        const int status = statusOf(*reply);
+        QVERIFY2(status == 403 || status == 404, qPrintable(QString::number(status)));
+        QVERIFY(!reply->readAll().contains("deDE"));
+    }
+
+    void contentTypes_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("contentType");
+        QTest::newRow("text for the window") << "alert"
+                                             << "text/html; charset=utf-8";
+        QTest::newRow("launcher") << "Halden-Launcher.exe"
+                                  << "application/octet-stream";
+        QTest::newRow("manifest") << "patch.ini"
+                                  << "text/plain";
+    }
+
+    /// Launchers ask for none but that of the text; it is what nginx's file promises.
+    void contentTypes()
+    {
+        QFETCH(QString, path);
+        QFETCH_GLOBAL(QString, program);
+        if (program != "nginx" && path != "alert")
+            return;
+        const auto reply = get(QNetworkRequest(QUrl(downloadBaseUrl + path)));
+        QTEST(reply->header(QNetworkRequest::ContentTypeHeader).toString(), "contentType");
     }
 
     void keepsToItselfWhatIsThePublishers_data()
@@ -85,7 +194,9 @@ private slots:
         for (const QString path :
              { ".halden-history", ".halden-history/", ".halden-history/live/1.ini",
                ".halden-history/live/1.json", ".halden-history/test/1.ini",
-               "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock" })
+               "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock",
+               ".patch.ini.halden-publish", ".Halden-Launcher.exe.halden-publish",
+               "/.halden-history/live/1.ini", "%2ehalden-history/live/1.ini" })
             QTest::newRow(qPrintable(path)) << path;
     }
 
@@ -93,9 +204,27 @@ private slots:
     void keepsToItselfWhatIsThePublishers()
     {
         QFETCH(QString, path);
-        QVERIFY2(QFileInfo::exists(community.path(path)), qPrintable(path));
+        const QString onDisk = QUrl::fromPercentEncoding(path.toUtf8());
+        QVERIFY2(QFileInfo::exists(community.path(onDisk)), qPrintable(path));
+        QCOMPARE(statusOf(path, published.addSecs(-1)), 404);
+    }
+
+    void asksCachesToAskAgain_data()
+    {
+        QTest::addColumn<QString>("path");
+        for (const QString path : { "patch.ini", "Halden-Launcher.exe", "alert" })
+            QTest::newRow(qPrintable(path)) << path;
+    }
+
+    void asksCachesToAskAgain()
+    {
+        QFETCH(QString, path);
         const auto reply = get(QNetworkRequest(QUrl(downloadBaseUrl + path)));
-        QCOMPARE(reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 404);
+        QCOMPARE(reply->rawHeader("Cache-Control"), QByteArray("no-cache"));
+        QVERIFY(!reply->rawHeader("Last-Modified").isEmpty());
+        const QDateTime date = fromHttpDate(reply->rawHeader("Date"));
+        QVERIFY(date.isValid());
+        QVERIFY(std::abs(date.secsTo(QDateTime::currentDateTimeUtc())) < 60);
     }
 
     void informationTextIsServedByTheWebHost()
@@ -144,12 +273,49 @@ private slots:
     }
 
 private:
-    static void addRow(
-        const char* what, const QString& path, const QDateTime& ifModifiedSince, int status,
-        const QString& contentType)
+    static void
+    addRow(const char* what, const QString& path, const QDateTime& ifModifiedSince, int status)
     {
-        QTest::newRow(qPrintable(what + ('/' + path)))
-            << path << ifModifiedSince << status << contentType;
+        QTest::newRow(qPrintable(what + ('/' + path))) << path << ifModifiedSince << status;
+    }
+
+    /// Whatever date a copy has, what comes is what is published.
+    static void addManifestRows(const QString& name)
+    {
+        addRow("older copy of ", name, published.addSecs(-1), 200);
+        addRow("same date as ", name, published, 200);
+        addRow("newer copy of ", name, published.addSecs(1), 200);
+        addRow("copy of today of ", name, QDateTime::currentDateTimeUtc(), 200);
+        addRow("copy of next year of ", name, beginningOfYear(1), 200);
+        addRow("copy of 2099 of ", name, utc(QDate(2099, 12, 31), QTime(23, 59)), 200);
+    }
+
+    /// A copy that a player's clock can have dated is not sent again, or it would be
+    /// for ever; a date at which no certificate was valid is no such copy's.
+    static void addProgramRows(const QString& name)
+    {
+        addRow("older copy of ", name, published.addSecs(-1), 200);
+        addRow("same date as ", name, published, 304);
+        addRow("newer copy of ", name, published.addSecs(1), 304);
+        addRow("copy of today of ", name, QDateTime::currentDateTimeUtc(), 304);
+        addRow("copy of tomorrow of ", name, QDateTime::currentDateTimeUtc().addDays(1), 304);
+        addRow("copy of the end of next year of ", name, beginningOfYear(2).addSecs(-1), 304);
+        addRow("copy of the year after of ", name, beginningOfYear(2), 200);
+        addRow("copy of 2099 of ", name, utc(QDate(2099, 12, 31), QTime(23, 59)), 200);
+        addRow(
+            "copy of the last year on an old disk of ", name, beginningOfYear(2).addYears(79), 200);
+    }
+
+    static int statusOf(const QNetworkReply& reply)
+    {
+        return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    }
+
+    int statusOf(const QString& path, const QDateTime& ifModifiedSince)
+    {
+        QNetworkRequest request(QUrl(downloadBaseUrl + path));
+        request.setHeader(QNetworkRequest::IfModifiedSinceHeader, ifModifiedSince);
+        return statusOf(*get(request));
     }
 
     /// The finished reply.
@@ -164,7 +330,9 @@ private:
         return reply;
     }
 
-    Community community;
+    const Community community{};
+    std::unique_ptr<ServerProcess> server;
+    QString running;
     QNetworkAccessManager manager;
 };
 

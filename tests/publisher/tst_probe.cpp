@@ -89,7 +89,7 @@ QString putTree()
 void furnish(HttpsServer& server)
 {
     for (const char* path : { "/patch.ini", "/patchTest.ini" })
-        server.serve(path, manifest(), published);
+        server.answer(path, HttpAnswer::ok(manifest(), dated()));
     server.serve(launcherPath, program('l'), published);
     server.serve(updaterPath, program('u'), published);
     server.answer("/alert", HttpAnswer::ok("<html><p>Willkommen"));
@@ -226,7 +226,7 @@ private slots:
         HttpsServer server;
         server.listen(0);
         furnish(server);
-        server.serve("/patch.ini", manifestOfMany(files), published);
+        server.answer("/patch.ini", HttpAnswer::ok(manifestOfMany(files), dated()));
         int most = 0;
         int asked = 0;
         int held = 0;
@@ -342,11 +342,13 @@ private slots:
         HttpsServer server;
         server.listen(0);
         furnish(server);
-        server.serve(
+        server.answer(
             "/patch.ini",
-            "numberOfFiles=1\nfile1=Hilfe.HTML\nfile1-pathOffset=.\nfile1-urlOffset=.\nfile1-hash="
-                + md5(webPage).toLatin1() + '\n',
-            published);
+            HttpAnswer::ok(
+                "numberOfFiles=1\nfile1=Hilfe.HTML\nfile1-pathOffset=.\nfile1-urlOffset=.\n"
+                "file1-hash="
+                    + md5(webPage).toLatin1() + '\n',
+                dated()));
         server.answer("/wow-client-patch/live/Hilfe.HTML", HttpAnswer::ok(webPage, dated()));
         QCOMPARE(found(run({ "--deep", address(server) }).json), QStringList{});
     }
@@ -558,11 +560,26 @@ private:
         };
     }
 
+    /// Manifests in full, the launcher's files by their dates.
+    static void serveDated(
+        HttpsServer& server, const QByteArray& path, const QByteArray& body,
+        const QDateTime& lastModified)
+    {
+        if (path == "/patch.ini")
+            server.answer(
+                path, HttpAnswer::ok(body, { { "Last-Modified", httpDate(lastModified) } }));
+        else
+            server.serve(path, body, lastModified);
+    }
+
     static void serveCached(
         HttpsServer& server, const QByteArray& path, const QByteArray& body,
         const QByteArray& cacheControl)
     {
-        const auto plain = HttpsServer::servingFile(body, published);
+        const HttpsServer::Handler whole = [body](const HttpRequest&) {
+            return HttpAnswer::ok(body, dated());
+        };
+        const auto plain = path == "/patch.ini" ? whole : HttpsServer::servingFile(body, published);
         server.answer(path, [=](const HttpRequest& request) {
             const bool isNew = request.header("If-Modified-Since") == httpDate(oldDate);
             HttpHeaders headers = dated();
@@ -581,12 +598,13 @@ private:
             with("/patchTest.ini", HttpAnswer::status(404)), { "--test" });
         add("test manifest not asked for", {}, with("/patchTest.ini", HttpAnswer::status(404)));
         add("a manifest that cannot be read",
-            { "count-missing patch.ini", "later-date-answered-in-full patch.ini",
-              "manifest-malformed patch.ini" },
+            { "count-missing patch.ini", "manifest-malformed patch.ini" },
             with("/patch.ini", HttpAnswer::ok("nothing of that kind")));
         add("a manifest that is misread", { "name-missing patch.ini", "value-misread patch.ini" },
             [](HttpsServer& server) {
-                server.serve("/patch.ini", manifest().replace("=a b.mpq", "=a,b.mpq"), published);
+                server.answer(
+                    "/patch.ini",
+                    HttpAnswer::ok(manifest().replace("=a b.mpq", "=a,b.mpq"), dated()));
             });
         add("a web page for a manifest", { "error-page patch.ini" },
             with("/patch.ini", HttpAnswer::ok(webPage)));
@@ -662,24 +680,78 @@ private:
             with(patchPath, HttpAnswer::redirect(patchPath)));
     }
 
-    static void addDateRows()
+    /// Whatever copy a launcher has, and however it came to it.
+    static void addManifestDateRows()
     {
-        for (const QByteArray& path : { QByteArray("/patch.ini"), launcherPath, updaterPath }) {
+        const QString finding = "manifest-not-modified patch.ini";
+        add("304 to every later date for the manifest", { finding },
+            [](HttpsServer& server) { server.serve("/patch.ini", manifest(), published); });
+        add("304 to dates ahead for the manifest", { finding },
+            withoutCopiesOf([](const QDateTime& copy) {
+                return copy > QDateTime::currentDateTimeUtc().addYears(1);
+            }));
+        // As a server answers that does not believe dates ahead.
+        add("304 to dates of today for the manifest", { finding },
+            withoutCopiesOf([](const QDateTime& copy) {
+                return copy > published && copy <= QDateTime::currentDateTimeUtc();
+            }));
+        add("an error to a later date for the manifest", { "file-unreachable patch.ini" },
+            with("/patch.ini", [](const HttpRequest& request) {
+                return request.header("If-Modified-Since") == httpDate(oldDate)
+                    ? HttpAnswer::ok(manifest(), dated())
+                    : HttpAnswer::status(500);
+            }));
+        add("304 to the exact date for the manifest, which nobody's copy has", {},
+            with("/patch.ini", exactDates(manifest())));
+    }
+
+    /// A server that answers 304 for the manifest to copies of such a date.
+    static Spoil withoutCopiesOf(bool (*isRefused)(const QDateTime&))
+    {
+        return with("/patch.ini", [=](const HttpRequest& request) {
+            return isRefused(fromHttpDate(request.header("If-Modified-Since")))
+                ? HttpAnswer::notModified()
+                : HttpAnswer::ok(manifest(), dated());
+        });
+    }
+
+    static void addLauncherDateRows()
+    {
+        for (const QByteArray& path : { launcherPath, updaterPath }) {
             const QString name = path.mid(1);
-            const QByteArray body = path == "/patch.ini" ? manifest() : program('p');
-            const QDateTime ahead = QDateTime::currentDateTimeUtc().addDays(1);
-            add(qPrintable("dated tomorrow: " + name), { "date-ahead " + name },
-                [=](HttpsServer& server) { server.serve(path, body, ahead); });
-            add(qPrintable("kept by caches: " + name), { "cached-too-long " + name },
-                [=](HttpsServer& server) { serveCached(server, path, body, "max-age=600"); });
-            add(qPrintable("asked for by caches: " + name), {}, [=](HttpsServer& server) {
-                serveCached(server, path, body, "no-cache, max-age=600");
-            });
+            const QByteArray body = program('p');
             add(qPrintable("exact dates only for " + name),
                 { "later-date-answered-in-full " + name }, with(path, exactDates(body)));
             add(qPrintable("dates ignored for " + name),
                 { "exact-date-answered-in-full " + name, "later-date-answered-in-full " + name },
                 with(path, HttpAnswer::ok(body, dated())));
+            // As some servers do by themselves.
+            add(qPrintable("dates ahead ignored for " + name),
+                { "later-date-answered-in-full " + name },
+                with(path, [body](const HttpRequest& request) {
+                    const QDateTime copy = fromHttpDate(request.header("If-Modified-Since"));
+                    return copy >= published && copy <= QDateTime::currentDateTimeUtc()
+                        ? HttpAnswer::notModified()
+                        : HttpAnswer::ok(body, dated());
+                }));
+        }
+    }
+
+    static void addDateRows()
+    {
+        addManifestDateRows();
+        addLauncherDateRows();
+        for (const QByteArray& path : { QByteArray("/patch.ini"), launcherPath, updaterPath }) {
+            const QString name = path.mid(1);
+            const QByteArray body = path == "/patch.ini" ? manifest() : program('p');
+            const QDateTime ahead = QDateTime::currentDateTimeUtc().addDays(1);
+            add(qPrintable("dated tomorrow: " + name), { "date-ahead " + name },
+                [=](HttpsServer& server) { serveDated(server, path, body, ahead); });
+            add(qPrintable("kept by caches: " + name), { "cached-too-long " + name },
+                [=](HttpsServer& server) { serveCached(server, path, body, "max-age=600"); });
+            add(qPrintable("asked for by caches: " + name), {}, [=](HttpsServer& server) {
+                serveCached(server, path, body, "no-cache, max-age=600");
+            });
             add(qPrintable("304 whatever the date for " + name),
                 { "earlier-date-not-answered " + name }, with(path, HttpAnswer::notModified()));
         }

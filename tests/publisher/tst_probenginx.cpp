@@ -79,8 +79,13 @@ private slots:
             << before << QByteArray() << QString("later-date-answered-in-full");
         QTest::newRow("no dates") << before << QByteArray("if_modified_since off;")
                                   << QString("exact-date-answered-in-full");
-        QTest::newRow("dates for patch files")
-            << QByteArray("if_modified_since off;") << before << QString("patch-file-not-modified");
+        const QByteArray off = "if_modified_since off;";
+        QTest::newRow("dates for patch files") << "location /wow-client-patch/ {\n        " + off
+                                               << "location /wow-client-patch/ {\n        " + before
+                                               << QString("patch-file-not-modified");
+        const QByteArray manifests = "location ~ ^/patch(Test)?\\.ini$ {\n        ";
+        QTest::newRow("dates for manifests")
+            << manifests + off << manifests + before << QString("manifest-not-modified");
         QTest::newRow("compression")
             << QByteArray("gzip off;") << QByteArray("gzip on; gzip_types *; gzip_min_length 0;")
             << QString("content-encoded");

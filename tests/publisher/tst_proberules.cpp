@@ -140,15 +140,27 @@ private slots:
         QTEST(identifierOf(DateRules::caching("patch.ini", answer)), "finding");
     }
 
-    /// Later than the file's date even where the server's clock is behind it.
+    void copiedManifest()
+    {
+        ProbeAnswer answer = soundAnswer();
+        QVERIFY(!DateRules::copiedManifest("patch.ini", noon, answer));
+        answer.status = HttpStatus::notModified;
+        const auto finding = DateRules::copiedManifest("patch.ini", DateRules::farAhead(), answer);
+        QCOMPARE(identifierOf(finding), "manifest-not-modified");
+        QCOMPARE(finding->subject, "patch.ini");
+        QVERIFY2(finding->text.contains("2099"), qPrintable(finding->text));
+    }
+
+    /// Later than the file's date even where the server's clock is behind it, and
+    /// ahead of both.
     void laterCopy()
     {
         ProbeAnswer answer = soundAnswer();
-        QCOMPARE(DateRules::ofLaterCopy(answer, noon), noon);
-        answer.lastModified = noon;
-        QCOMPARE(DateRules::ofLaterCopy(answer, noon), noon.addSecs(1));
+        QCOMPARE(DateRules::ofLaterCopy(answer, noon), noon.addSecs(3600));
+        answer.lastModified = noon.addSecs(1);
+        QCOMPARE(DateRules::ofLaterCopy(answer, noon), noon.addSecs(3601));
         answer.lastModified = {};
-        QCOMPARE(DateRules::ofLaterCopy(answer, noon), noon);
+        QCOMPARE(DateRules::ofLaterCopy(answer, noon), noon.addSecs(3600));
     }
 
     /// Capital letters are another finding.

@@ -36,12 +36,6 @@ QByteArray reasonPhrase(int code)
     return phrases.value(code, "Unnamed");
 }
 
-QDateTime fromHttpDate(const QByteArray& text)
-{
-    const QDateTime time = QLocale::c().toDateTime(text, "ddd, dd MMM yyyy hh:mm:ss 'GMT'");
-    return utc(time.date(), time.time());
-}
-
 /// Whether a client that holds a copy of that time needs no newer one.
 bool isCurrent(const QByteArray& ifModifiedSince, const QDateTime& lastModified)
 {
@@ -102,6 +96,12 @@ QSslConfiguration serverConfiguration(const ServerCertificate& certificate, TlsV
 QByteArray httpDate(const QDateTime& time)
 {
     return QLocale::c().toString(time.toUTC(), u"ddd, dd MMM yyyy hh:mm:ss 'GMT'").toLatin1();
+}
+
+QDateTime fromHttpDate(const QByteArray& text)
+{
+    const QDateTime time = QLocale::c().toDateTime(text, "ddd, dd MMM yyyy hh:mm:ss 'GMT'");
+    return utc(time.date(), time.time());
 }
 
 QByteArray HttpRequest::header(const QByteArray& name) const

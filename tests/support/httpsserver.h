@@ -163,5 +163,7 @@ private:
 
 /// The text of a time in an HTTP header.
 QByteArray httpDate(const QDateTime& time);
+/// Invalid where the text is no such time.
+QDateTime fromHttpDate(const QByteArray& text);
 
 } // namespace TestSupport
