@@ -12,6 +12,9 @@ using namespace TestSupport;
 
 namespace {
 
+const QByteArray exampleNames
+    = "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example";
+
 // Root has no right to become another user in here, and has to be named as the one
 // to stay.
 bool isRoot()
@@ -58,6 +61,12 @@ QString folderOf(const QString& name)
     const QString folder = "/run/servers/" + name;
     QDir().mkpath(folder);
     return folder;
+}
+
+Replacements ownNames()
+{
+    return certificatePaths("tls")
+        + Replacements{ { exampleNames, communityHosts().join(' ').toUtf8() } };
 }
 
 QByteArray packaged(const QString& file, const Replacements& replacements)
@@ -113,15 +122,8 @@ std::unique_ptr<ServerProcess> caddy(const QString& name, const QByteArray& site
 
 std::unique_ptr<ServerProcess> communityServer(const QString& program)
 {
-    const QByteArray names = communityHosts().join(' ').toUtf8();
-    const QByteArray exampleNames
-        = "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example";
     if (program == "nginx")
-        return nginx(
-            program,
-            packaged(
-                "nginx/halden-community.conf",
-                certificatePaths("tls") + Replacements{ { exampleNames, names } }));
+        return nginx(program, packaged("nginx/halden-community.conf", ownNames()));
     if (program == "apache")
         return apache(
             program,

@@ -19,6 +19,9 @@ using Replacements = QList<QPair<QByteArray, QByteArray>>;
 /// A file of packaging/ with replacements, each of which has to find its text.
 QByteArray packaged(const QString& file, const Replacements& replacements);
 
+/// Hosts and certificates of this community, for nginx.
+Replacements ownNames();
+
 /// A server with this site, and nothing else but what the sandbox needs.
 std::unique_ptr<ServerProcess> nginx(const QString& name, const QByteArray& site);
 std::unique_ptr<ServerProcess> apache(const QString& name, const QByteArray& site);
