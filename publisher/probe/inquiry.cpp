@@ -7,6 +7,7 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QSslCertificate>
+#include <QSslCipher>
 #include <QSslConfiguration>
 #include <QSslError>
 
@@ -68,6 +69,20 @@ QNetworkRequest makeRequest(const Inquiry::Question& question, int secondsOfSile
     return request;
 }
 
+/// Lets a request for a host go to one of the servers behind its name.
+void redirectTo(const ConnectAddress& address, QNetworkRequest& request)
+{
+    QUrl url = request.url();
+    const QString port = url.port() < 0 ? QString() : u':' + QString::number(url.port());
+    request.setRawHeader("Host", (url.host(QUrl::FullyEncoded) + port).toLatin1());
+    request.setPeerVerifyName(url.host());
+    // Its later versions tell the server the host of the address instead.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    url.setHost(address.host);
+    url.setPort(address.port);
+    request.setUrl(url);
+}
+
 void takeHeaders(const QNetworkReply& reply, ProbeAnswer& answer)
 {
     answer.status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -102,9 +117,20 @@ void Inquiry::ask(Question question)
     askOn();
 }
 
+void Inquiry::connectTo(const QString& host, const ConnectAddress& address)
+{
+    routedHost = host;
+    route = address;
+}
+
 std::optional<qint64> Inquiry::certificateDays() const
 {
     return days;
+}
+
+std::optional<Inquiry::Session> Inquiry::session() const
+{
+    return lastSession;
 }
 
 void Inquiry::askOn()
@@ -117,12 +143,20 @@ void Inquiry::askOn()
         emit finished();
 }
 
+QNetworkRequest Inquiry::request(const Question& question) const
+{
+    QNetworkRequest made = makeRequest(question, silence);
+    if (!routedHost.isEmpty() && question.url.host() == routedHost)
+        redirectTo(route, made);
+    return made;
+}
+
 void Inquiry::send(const Question& question)
 {
     // The manager would go on with the old settings for the same host.
     if (question.tls == Tls::AnyVersion)
         manager->clearConnectionCache();
-    QNetworkReply* reply = manager->get(makeRequest(question, silence));
+    QNetworkReply* reply = manager->get(request(question));
     const auto exchange = std::make_shared<Exchange>();
     exchange->question = question;
     exchange->answer.url = question.url;
@@ -203,7 +237,12 @@ void Inquiry::handOver(Exchange& exchange)
 void Inquiry::takeCertificates(const QNetworkReply& reply)
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
-    const QList<QSslCertificate> chain = reply.sslConfiguration().peerCertificateChain();
+    const QSslConfiguration tls = reply.sslConfiguration();
+    const QByteArray digest = tls.peerCertificate().digest(QCryptographicHash::Sha256);
+    const QSslCipher cipher = tls.sessionCipher();
+    lastSession
+        = { QString::fromLatin1(digest.toHex()), cipher.protocolString() + u' ' + cipher.name() };
+    const QList<QSslCertificate> chain = tls.peerCertificateChain();
     for (const QSslCertificate& certificate : chain) {
         const qint64 left = now.daysTo(certificate.expiryDate());
         days = std::min(days.value_or(left), left);

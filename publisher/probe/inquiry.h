@@ -1,5 +1,6 @@
 #pragma once
 
+#include "publisher/probe/connectaddress.h"
 #include "publisher/probe/probeanswer.h"
 
 #include <QDateTime>
@@ -13,6 +14,7 @@
 QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
 class QNetworkReply;
+class QNetworkRequest;
 QT_END_NAMESPACE
 
 namespace Publisher {
@@ -58,12 +60,25 @@ public:
     /// Gives up on a server that says nothing for so long.
     explicit Inquiry(int secondsOfSilence);
 
+    /// From now on questions for this host go to one of the servers behind its name.
+    /// They name the host all the same, and its certificate is expected.
+    void connectTo(const QString& host, const ConnectAddress& address);
+
     /// Questions are sent in the order in which they are asked. A handler may ask.
     void ask(Question question);
 
     /// Days until the first certificate of all chains so far ends, nothing without
     /// one.
     std::optional<qint64> certificateDays() const;
+
+    /// How the last connection that was made is secured.
+    struct Session {
+        /// SHA-256 of the server's own certificate, in hexadecimal digits.
+        QString fingerprint;
+        /// Version and cipher, "TLSv1.3 TLS_AES_256_GCM_SHA384".
+        QString tls;
+    };
+    std::optional<Session> session() const;
 
 signals:
     /// So much of a body that is read for its hash.
@@ -76,6 +91,7 @@ private:
 
     void askOn();
     void send(const Question& question);
+    QNetworkRequest request(const Question& question) const;
     void read(QNetworkReply& reply, Exchange& exchange);
     void readOn(QNetworkReply& reply, Exchange& exchange);
     void conclude(QNetworkReply& reply, Exchange& exchange);
@@ -87,6 +103,9 @@ private:
     QQueue<Question> waiting;
     int underWay = 0;
     std::optional<qint64> days;
+    std::optional<Session> lastSession;
+    QString routedHost;
+    ConnectAddress route;
 };
 
 } // namespace Publisher

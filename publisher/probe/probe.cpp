@@ -1,10 +1,13 @@
 #include "publisher/probe/probe.h"
 
+#include "publisher/common/progress.h"
 #include "publisher/probe/daterules.h"
 #include "publisher/probe/servedmanifest.h"
 #include "publisher/probe/serverrules.h"
 #include "update/launcherfiles.h"
 #include "updater/programheader.h"
+
+#include <QEventLoop>
 
 #include <utility>
 
@@ -19,6 +22,8 @@ Probe::Probe(ProbeRequest request)
     , inquiry(asked.secondsOfSilence)
     , comparison(asked.tree)
 {
+    if (asked.connect)
+        inquiry.connectTo(asked.baseUrl.host(), *asked.connect);
     connect(&inquiry, &Inquiry::received, this, &Probe::received);
     connect(&inquiry, &Inquiry::finished, this, &Probe::finished);
 }
@@ -33,6 +38,11 @@ std::optional<qint64> Probe::certificateDays() const
     return inquiry.certificateDays();
 }
 
+QString Probe::certificate() const
+{
+    return inquiry.session() ? inquiry.session()->fingerprint : QString();
+}
+
 qint64 Probe::filesAsked() const
 {
     return files;
@@ -41,6 +51,11 @@ qint64 Probe::filesAsked() const
 bool Probe::isReached() const
 {
     return isServerReached;
+}
+
+QMap<QString, SeenFile> Probe::seen() const
+{
+    return seenFiles;
 }
 
 QString Probe::error() const
@@ -75,6 +90,13 @@ bool Probe::isUsable(const AskedFile& file, const ProbeAnswer& answer)
     const AnswerRules::Verdict verdict = AnswerRules::judge(file, answer);
     add(verdict.finding);
     return verdict.isUsable;
+}
+
+void Probe::note(const QUrl& url, const ProbeAnswer& answer)
+{
+    const QString path = url.path().sliced(asked.baseUrl.path().size());
+    seenFiles.insert(
+        path, { answer.toTheEnd ? answer.md5 : QByteArray(), answer.length, answer.lastModified });
 }
 
 void Probe::start()
@@ -161,6 +183,7 @@ void Probe::takeManifest(Kind kind, const ProbeAnswer& answer)
     const QString name = ServerLayout::manifestName(kind);
     if (!isUsable({ Served::Manifest, name }, answer))
         return;
+    note(address(name), answer);
     add(DateRules::ahead(name, answer, QDateTime::currentDateTimeUtc()));
     add(DateRules::caching(name, answer));
     add(comparison.manifest(name, answer));
@@ -219,7 +242,8 @@ void Probe::takeInfo(const ProbeAnswer& answer)
 void Probe::askLauncherFile(const QString& name)
 {
     expect(1);
-    const bool compares = asked.deep || comparison.hasTree();
+    // One of several servers is held against the others.
+    const bool compares = asked.deep || comparison.hasTree() || asked.connect;
     Inquiry::Question question{ address(name), DateRules::withoutCopy(),
                                 compares ? Body::Hash : Body::Beginning,
                                 [this, name](const ProbeAnswer& answer) {
@@ -234,6 +258,7 @@ void Probe::takeLauncherFile(const QString& name, const ProbeAnswer& answer)
 {
     if (!isUsable({ Served::LauncherFile, name }, answer))
         return;
+    note(address(name), answer);
     add(DateRules::ahead(name, answer, QDateTime::currentDateTimeUtc()));
     add(DateRules::caching(name, answer));
     askDates(name, answer);
@@ -285,9 +310,24 @@ void Probe::takePatchFile(
     if (!isUsable(
             { Served::PatchFile, ServerLayout::manifestName(file.kind), file.number }, answer))
         return;
+    note(url, answer);
     add(comparison.patchFile(file, url, answer));
     if (asked.deep)
         add(AnswerRules::hash(file, url, answer));
+}
+
+void askAll(Probe& probe, Progress& progress)
+{
+    QEventLoop loop;
+    QObject::connect(&probe, &Probe::filesFound, &loop, [&](qint64 count) {
+        progress.raiseTotal({ count, 0 });
+    });
+    QObject::connect(
+        &probe, &Probe::received, &loop, [&](qint64 bytes) { progress.addBytes(bytes); });
+    QObject::connect(&probe, &Probe::fileDone, &loop, [&] { progress.addFile(); });
+    QObject::connect(&probe, &Probe::finished, &loop, &QEventLoop::quit);
+    probe.start();
+    loop.exec();
 }
 
 } // namespace Publisher

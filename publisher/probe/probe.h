@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QList>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QUrl>
@@ -16,6 +17,7 @@
 
 namespace Publisher {
 
+class Progress;
 struct PatchFile;
 
 /// What is asked of a live server.
@@ -34,6 +36,17 @@ struct ProbeRequest {
     int daysOfCertificate = 14;
     /// Gives up on a server that says nothing for so long.
     int secondsOfSilence = 60;
+    /// Where one of several servers of this name is reached; the name leads there by
+    /// itself otherwise.
+    std::optional<ConnectAddress> connect = {};
+};
+
+/// What a server has sent for one file.
+struct SeenFile {
+    /// Lower-case hexadecimal; empty where only the beginning has been read.
+    QByteArray md5;
+    qint64 length = -1;
+    QDateTime lastModified;
 };
 
 /// Asks a server what launchers will ask it and gathers what would go wrong. Which
@@ -50,11 +63,15 @@ public:
     QList<Finding> findings() const;
     /// Days until the certificate ends, nothing without one.
     std::optional<qint64> certificateDays() const;
+    /// SHA-256 of the server's own certificate in hexadecimal digits, empty without one.
+    QString certificate() const;
     /// Patch files, launcher files and the text for the window, as far as they have
     /// been asked for.
     qint64 filesAsked() const;
     /// Whether the server has answered at all.
     bool isReached() const;
+    /// What has arrived, by the path on the server.
+    QMap<QString, SeenFile> seen() const;
     /// What went wrong on this machine, as a sentence: then the findings are not
     /// complete. Empty when all went well.
     QString error() const;
@@ -75,6 +92,7 @@ private:
     /// As a launcher without a copy asks.
     void askAnew(const QUrl& url, Inquiry::Body body, const Inquiry::Handler& handler);
     bool isUsable(const AskedFile& file, const ProbeAnswer& answer);
+    void note(const QUrl& url, const ProbeAnswer& answer);
 
     void takeFirstAnswer(const ProbeAnswer& answer);
     void explainFailure(const ProbeAnswer& failure);
@@ -102,6 +120,10 @@ private:
     QDateTime serverTime;
     qint64 files = 0;
     QList<Finding> found;
+    QMap<QString, SeenFile> seenFiles;
 };
+
+/// Returns when it has asked everything; the progress grows with what it finds.
+void askAll(Probe& probe, Progress& progress);
 
 } // namespace Publisher
