@@ -29,6 +29,7 @@ extern const Command buildCommand;
 extern const Command buildLauncherCommand;
 extern const Command checkCommand;
 extern const Command probeCommand;
+extern const Command pushCommand;
 extern const Command historyCommand;
 extern const Command showCommand;
 extern const Command rollbackCommand;
@@ -36,8 +37,9 @@ extern const Command promoteCommand;
 extern const Command estimateCommand;
 
 /// Every command in the order in which they are listed.
-inline const std::array allCommands{ &buildCommand,    &buildLauncherCommand, &checkCommand,
-                                     &probeCommand,    &historyCommand,       &showCommand,
-                                     &rollbackCommand, &promoteCommand,       &estimateCommand };
+inline const std::array allCommands{ &buildCommand,   &buildLauncherCommand, &checkCommand,
+                                     &probeCommand,   &pushCommand,          &estimateCommand,
+                                     &historyCommand, &showCommand,          &rollbackCommand,
+                                     &promoteCommand };
 
 } // namespace Publisher

@@ -1,14 +1,17 @@
 #include "app/constants.h"
 #include "publisher/cli/commands.h"
 #include "publisher/cli/findingreport.h"
+#include "publisher/cli/fleetoptions.h"
 #include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/progress.h"
+#include "publisher/fleet/fleetprobe.h"
 #include "publisher/probe/probe.h"
 
 #include <QCommandLineParser>
-#include <QEventLoop>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QSet>
 
 #include <optional>
 
@@ -38,24 +41,12 @@ QUrl infoUrl(const QUrl& base, const QString& given)
     return url;
 }
 
-std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output& output)
+/// The options that both ways of asking have.
+std::optional<ProbeRequest> readOptions(const QCommandLineParser& parser, Output& output)
 {
-    const QStringList arguments = parser.positionalArguments();
-    ProbeRequest request;
-    if (arguments.size() != 1) {
-        output.error(u"which server? Name one address, such as https://download.example/"_s);
-        return std::nullopt;
-    }
-    request.baseUrl = baseUrl(arguments.first());
-    const QString scheme = request.baseUrl.scheme();
-    if (!request.baseUrl.isValid() || request.baseUrl.host().isEmpty()
-        || (scheme != "https"_L1 && scheme != "http"_L1)) {
-        output.error(u"\"%1\" is no web address; give one such as https://download.example/"_s.arg(
-            arguments.first()));
-        return std::nullopt;
-    }
     if (!FindingReport::acceptsKnownOnly(parser, output))
         return std::nullopt;
+    ProbeRequest request;
     OptionReader options(parser);
     request.daysOfCertificate = options.number(u"days"_s, 0);
     request.secondsOfSilence = options.number(u"timeout"_s, 1);
@@ -63,26 +54,48 @@ std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output
         output.error(options.fault());
         return std::nullopt;
     }
-    request.infoUrl = infoUrl(request.baseUrl, parser.value(u"alert"_s));
     request.test = parser.isSet(u"test"_s);
     request.deep = parser.isSet(u"deep"_s);
     request.tree = parser.value(u"tree"_s);
     return request;
 }
 
-void inquire(Probe& probe)
+std::optional<ProbeRequest> readRequest(const QCommandLineParser& parser, Output& output)
 {
-    Progress progress(u"Asking"_s, {});
-    QEventLoop loop;
-    QObject::connect(&probe, &Probe::filesFound, &loop, [&](qint64 count) {
-        progress.raiseTotal({ count, 0 });
-    });
-    QObject::connect(
-        &probe, &Probe::received, &loop, [&](qint64 bytes) { progress.addBytes(bytes); });
-    QObject::connect(&probe, &Probe::fileDone, &loop, [&] { progress.addFile(); });
-    QObject::connect(&probe, &Probe::finished, &loop, &QEventLoop::quit);
-    probe.start();
-    loop.exec();
+    const QStringList arguments = parser.positionalArguments();
+    if (arguments.size() != 1) {
+        output.error(u"which server? Name one address, such as https://download.example/"_s);
+        return std::nullopt;
+    }
+    const QUrl base = baseUrl(arguments.first());
+    const QString scheme = base.scheme();
+    if (!base.isValid() || base.host().isEmpty() || (scheme != "https"_L1 && scheme != "http"_L1)) {
+        output.error(u"\"%1\" is no web address; give one such as https://download.example/"_s.arg(
+            arguments.first()));
+        return std::nullopt;
+    }
+    std::optional<ProbeRequest> request = readOptions(parser, output);
+    if (request) {
+        request->baseUrl = base;
+        request->infoUrl = infoUrl(base, parser.value(u"alert"_s));
+    }
+    return request;
+}
+
+std::optional<FleetProbeRequest> readFleetRequest(const QCommandLineParser& parser, Output& output)
+{
+    if (!parser.positionalArguments().isEmpty()) {
+        output.error(u"give an address or --fleet; the list of servers has their addresses"_s);
+        return std::nullopt;
+    }
+    const auto fleet = FleetOptions::readFleet(parser, output);
+    const auto asked = fleet ? readOptions(parser, output) : std::nullopt;
+    if (!asked)
+        return std::nullopt;
+    FleetProbeRequest request{ fleet->servers, *asked };
+    // The web host has a server of its own, as a rule, which has other tasks.
+    request.probe.infoUrl = QUrl(parser.value(u"alert"_s), QUrl::TolerantMode);
+    return request;
 }
 
 void configure(QCommandLineParser& parser)
@@ -99,31 +112,97 @@ void configure(QCommandLineParser& parser)
           u"Compares with this server tree: manifests and launcher files as they are, patch files "
           "by their sizes."_s,
           u"TREE"_s },
-        { u"alert"_s,
-          u"Where launchers fetch the text in their window; for the server of this configuration "
-          "it is known."_s,
-          u"URL"_s },
-        { u"timeout"_s, u"Gives up on a server that says nothing for so long (default 60)."_s,
-          u"SECONDS"_s, u"60"_s },
-        { u"days"_s, u"The certificate must be valid for this many days (default 14)."_s, u"N"_s,
-          u"14"_s },
     });
+    FleetOptions::addFleet(parser);
+    FleetOptions::addQuestions(parser);
     FindingReport::addOptions(parser);
+}
+
+bool isTreeThere(const QString& tree, Output& output)
+{
+    if (tree.isEmpty() || QFileInfo(tree).isDir())
+        return true;
+    output.error(
+        u"there is no folder \"%1\"; --tree takes the folder that the web server serves"_s.arg(
+            tree));
+    return false;
+}
+
+QJsonObject toJson(const ProbedAddress& address)
+{
+    QJsonObject object{ { u"server"_s, address.server },
+                        { u"address"_s, address.address },
+                        { u"files"_s, address.files },
+                        { u"certificate"_s, address.certificate },
+                        { u"tls"_s, address.tls } };
+    if (address.certificateDays)
+        object.insert(u"certificateDays"_s, *address.certificateDays);
+    return object;
+}
+
+/// What does no harm to players, and tells servers that are not set up alike.
+void showWhetherAlike(
+    const QList<ProbedAddress>& addresses, const QString& what, QString ProbedAddress::*part,
+    Output& output)
+{
+    QSet<QString> values;
+    for (const ProbedAddress& address : addresses) {
+        if (address.isReached)
+            values.insert(address.*part);
+    }
+    if (values.size() > 1)
+        output.line(u"The servers differ in their %1."_s.arg(what));
+}
+
+void show(const QList<ProbedAddress>& addresses, Output& output)
+{
+    QJsonArray servers;
+    for (const ProbedAddress& address : addresses) {
+        servers.append(toJson(address));
+        if (!address.isReached)
+            output.line(address.name() + ": not reached"_L1);
+        else
+            output.line(u"%1: %2 files, certificate %3 for %4 more days, %5"_s.arg(address.name())
+                            .arg(address.files)
+                            .arg(address.certificate.first(12))
+                            .arg(address.certificateDays.value_or(0))
+                            .arg(address.tls));
+    }
+    showWhetherAlike(addresses, u"certificates"_s, &ProbedAddress::certificate, output);
+    showWhetherAlike(addresses, u"TLS"_s, &ProbedAddress::tls, output);
+    output.set(u"servers"_s, servers);
+}
+
+ExitCode runFleet(const QCommandLineParser& parser, Output& output)
+{
+    const std::optional<FleetProbeRequest> request = readFleetRequest(parser, output);
+    if (!request)
+        return ExitCode::Usage;
+    if (!isTreeThere(request->probe.tree, output))
+        return ExitCode::InputOutput;
+    const FleetProbeReport report = probeFleet(*request);
+    show(report.addresses, output);
+    for (const QString& error : report.errors)
+        output.error(error);
+    const ExitCode code
+        = FindingReport::conclude(report.findings + report.differences, parser, output);
+    return report.errors.isEmpty() && (report.isEachReached() || code == ExitCode::Fine)
+        ? code
+        : ExitCode::InputOutput;
 }
 
 ExitCode run(const QCommandLineParser& parser, Output& output)
 {
+    if (parser.isSet(u"fleet"_s))
+        return runFleet(parser, output);
     const std::optional<ProbeRequest> request = readRequest(parser, output);
     if (!request)
         return ExitCode::Usage;
-    if (!request->tree.isEmpty() && !QFileInfo(request->tree).isDir()) {
-        output.error(
-            u"there is no folder \"%1\"; --tree takes the folder that the web server serves"_s.arg(
-                request->tree));
+    if (!isTreeThere(request->tree, output))
         return ExitCode::InputOutput;
-    }
     Probe probe(*request);
-    inquire(probe);
+    Progress progress(u"Asking"_s, {});
+    askAll(probe, progress);
     if (!probe.error().isEmpty()) {
         output.error(probe.error());
         return ExitCode::InputOutput;

@@ -155,6 +155,12 @@ constexpr std::array descriptions{
     Description{ FindingId::MissingInTree, "missing-in-tree",
                  "Name the folder that the server serves, or publish into this one with "
                  "`halden-publish build` and `build-launcher`." },
+    Description{ FindingId::BytesDiffer, "servers-differ-in-bytes",
+                 "Push to all servers once more with `halden-publish push`, and purge the file "
+                 "from any cache in front of one of them." },
+    Description{ FindingId::DatesDiffer, "servers-differ-in-dates",
+                 "Push to all servers once more with `halden-publish push`; for launcher files "
+                 "run `halden-publish build-launcher --renew` before." },
     Description{ FindingId::InfoMissing, "info-missing",
                  "Write launcher.info into the served folder, a bit of HTML, and let the server "
                  "give it out at /alert." },

@@ -78,6 +78,9 @@ enum class FindingId {
     NotAProgram,
     DiffersFromTree,
     MissingInTree,
+    // Several servers of one name.
+    BytesDiffer,
+    DatesDiffer,
     // The text in the launcher's window.
     InfoMissing,
     InfoFreezes,

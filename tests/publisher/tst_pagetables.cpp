@@ -68,6 +68,17 @@ QList<QStringList> publishing()
     };
 }
 
+/// A list of one server, which is there at this address and has nothing.
+QString fleetOf(const QString& address, quint16 port)
+{
+    const QString file = ApplicationFolder::path("fleet.ini");
+    const QString text = QString("[web]\nremote = %1\naddress = %2\nconnect = 127.0.0.1:%3\n")
+                             .arg(ApplicationFolder::path("web"), address)
+                             .arg(port);
+    writeFile(file, text.toUtf8());
+    return file;
+}
+
 /// A manifest with everything that an effect can tell.
 QStringList checkOfAll()
 {
@@ -119,14 +130,19 @@ private slots:
         web.listen(0);
         const QString address
             = QString("https://%1:%2/").arg(QUrl(downloadBaseUrl).host()).arg(web.port());
-        const QSet<QString> told
-            = fieldsOf(publishing() + QList<QStringList>{ checkOfAll(), { "probe", address } });
+        const QString fleet = fleetOf(address, web.port());
+        const QSet<QString> told = fieldsOf(
+            publishing()
+            + QList<QStringList>{ checkOfAll(),
+                                  { "probe", address },
+                                  { "probe", "--fleet", fleet },
+                                  { "push", server(), "--fleet", fleet } });
         QSet<QString> listed;
         const QString text = section("9. ");
         static const QRegularExpression word("`([a-zA-Z0-9]+)`");
         for (auto match = word.globalMatch(text); match.hasNext();)
             listed.insert(match.next().captured(1));
-        listed -= { "check", "probe", "rollback", "promote", "show", "history" };
+        listed -= { "check", "probe", "rollback", "promote", "show", "history", "push" };
         const auto sorted = [](const QSet<QString>& set) {
             QStringList list(set.cbegin(), set.cend());
             list.sort();

@@ -95,6 +95,8 @@ QString translated(QString command)
         .replace("www.tarnwick.example", QUrl(launcherInfoUrl).host())
         .replace("mirror.tarnwick.example", QUrl(unencryptedDownloadBaseUrl).host())
         .replace("/etc/", etc)
+        // There are no players in here to be waited for.
+        .replace("halden-publish push ", "halden-publish push --pause 1 ")
         .replace("chgrp -R admins", "chgrp -R " + QString::number(::getegid()));
     return command;
 }
@@ -163,7 +165,6 @@ cp %4 %2letsencrypt/live/$first/privkey.pem)")
         QString("sed -i 's/www.tarnwick.example download.tarnwick.example "
                 "mirror.tarnwick.example/%1/' \"$1\"")
             .arg(communityHosts().join(' ')));
-    standIn("to-web", "[ \"$1\" = web ]\nshift\nexec \"$@\"");
 }
 
 /// A line of the page, as an admin types it.
@@ -172,7 +173,6 @@ void run(const QString& line)
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(
         "PATH", standIns + ':' + accessories + ':' + environment.value("PATH") + ":/usr/sbin");
-    environment.insert("RSYNC_RSH", standIns + "to-web");
     QProcess shell;
     shell.setProcessEnvironment(environment);
     shell.setProcessChannelMode(QProcess::MergedChannels);
@@ -209,6 +209,11 @@ private slots:
         writeFile(
             here + "/packaging/nginx/halden-community.conf",
             readFile(HALDEN_PACKAGING "/nginx/halden-community.conf"));
+        // The one server of this room, as if it were elsewhere.
+        writeFile(
+            etc + "halden/fleet.ini",
+            "[web]\nremote = /srv/halden\naddress = " + downloadBaseUrl.toUtf8()
+                + "\nconnect = 127.0.0.1:443\n");
         layOutStandIns();
         layOutWebServer();
         QVERIFY(QDir::setCurrent(here));
@@ -224,8 +229,8 @@ private slots:
     void everyCommandWorks()
     {
         const QStringList walk = commands();
-        for (const char* name : { "build", "build-launcher", "check", "probe", "history", "show",
-                                  "rollback", "promote" })
+        for (const char* name : { "build", "build-launcher", "check", "probe", "push", "history",
+                                  "show", "rollback", "promote" })
             QVERIFY2(!walk.filter(QString("halden-publish %1 ").arg(name)).isEmpty(), name);
         for (const QString& line : walk) {
             if (isNotHere(line))

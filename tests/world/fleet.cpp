@@ -1,0 +1,237 @@
+#include "tests/world/fleet.h"
+
+#include "app/constants.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/patience.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTcpSocket>
+#include <QTest>
+#include <QUrl>
+
+#include <unistd.h>
+
+using namespace TestSupport;
+
+namespace {
+
+const QString state = "/run/fleet/";
+const QStringList allNames{ "alder", "birch", "cedar" };
+constexpr quint16 httpsPort = 443;
+constexpr quint16 sftpPort = 2022;
+
+QString hostOf(const QString& name)
+{
+    return "127.0.0.1" + QString::number(allNames.indexOf(name) + 1);
+}
+
+bool isListening(const QString& host, quint16 port)
+{
+    QTcpSocket socket;
+    socket.connectToHost(host, port);
+    return socket.waitForConnected(1000);
+}
+
+void startProcess(QProcess& process, const QStringList& command, const QString& host, quint16 port)
+{
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(command.first(), command.mid(1));
+    const bool runs
+        = process.waitForStarted(patience)
+        && QTest::qWaitFor(
+              [&] { return process.state() == QProcess::NotRunning || isListening(host, port); },
+              patience);
+    if (!runs || process.state() != QProcess::Running)
+        qFatal(
+            "%s does not start: %s", qPrintable(command.join(' ')), process.readAll().constData());
+}
+
+void stopProcess(QProcess& process)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.kill();
+    process.waitForFinished(patience);
+}
+
+QByteArray obscured(const QByteArray& password)
+{
+    QProcess rclone;
+    rclone.start("rclone", { "obscure", QString::fromUtf8(password) });
+    if (!rclone.waitForFinished(patience) || rclone.exitCode() != 0)
+        qFatal("rclone is missing; ./scripts/setup installs it");
+    return rclone.readAllStandardOutput().trimmed();
+}
+
+void writeRemotes(const QStringList& names)
+{
+    const QByteArray password = obscured("secret");
+    QByteArray text;
+    for (const QString& name : names)
+        text += "[" + name.toUtf8() + "]\ntype = sftp\nhost = " + hostOf(name).toUtf8()
+            + "\nport = " + QByteArray::number(sftpPort) + "\nuser = admin\npass = " + password
+            + "\n";
+    writeFile(state + "rclone.conf", text);
+    qputenv("RCLONE_CONFIG", (state + "rclone.conf").toUtf8());
+}
+
+} // namespace
+
+Fleet::Fleet(int count)
+{
+    // Before there is any certificate, or the toolkit would have looked for it in vain.
+    trustedAuthority();
+    for (const QString& name : allNames.first(count)) {
+        servers.push_back(std::make_unique<Server>());
+        servers.back()->name = name;
+        servers.back()->certificate = trustedCertificate();
+        setFolder(name, state + name + "/tree");
+    }
+    writeRemotes(names());
+}
+
+Fleet::~Fleet()
+{
+    for (const auto& one : servers) {
+        stopProcess(one->web);
+        stopProcess(one->storage);
+    }
+}
+
+QStringList Fleet::names() const
+{
+    QStringList all;
+    for (const auto& one : servers)
+        all.append(one->name);
+    return all;
+}
+
+void Fleet::setFolder(const QString& name, const QString& folder)
+{
+    QDir().mkpath(folder);
+    QDir().mkpath("/srv/fleet");
+    QFile::remove("/srv/fleet/" + name);
+    if (!QFile::link(folder, "/srv/fleet/" + name))
+        qFatal("no link to %s", qPrintable(folder));
+}
+
+void Fleet::setCertificate(const QString& name, const ServerCertificate& certificate)
+{
+    server(name).certificate = certificate;
+}
+
+void Fleet::setRule(const QString& name, const QByteArray& line, const QByteArray& replacement)
+{
+    server(name).line = line;
+    server(name).replacement = replacement;
+}
+
+void Fleet::start()
+{
+    for (const auto& one : servers) {
+        const QString folder = QFile::symLinkTarget(path(one->name));
+        QDir(folder).removeRecursively();
+        QDir().mkpath(folder);
+        stopStorage(one->name);
+        startWeb(one->name);
+        startStorage(one->name);
+    }
+    writeFile(file(), text().toUtf8());
+}
+
+Fleet::Server& Fleet::server(const QString& name)
+{
+    for (const auto& one : servers) {
+        if (one->name == name)
+            return *one;
+    }
+    qFatal("there is no server %s", qPrintable(name));
+}
+
+void Fleet::writeConfiguration(const Server& server) const
+{
+    const QString folder = state + server.name + '/';
+    QByteArray site = readFile(HALDEN_PACKAGING_FOLDER "/nginx/halden-community.conf");
+    site.replace("listen 443 ssl", "listen " + address(server.name).toUtf8() + " ssl")
+        .replace("/srv/halden", path(server.name).toUtf8());
+    site.replace(
+        "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example",
+        communityHosts().join(' ').toUtf8());
+    writeFile(folder + "site.conf", site);
+    if (!site.contains(server.line))
+        qFatal("the configuration has no line \"%s\"", server.line.constData());
+    if (!server.line.isEmpty())
+        site.replace(server.line, server.replacement);
+    const ServerCertificate& certificate = server.certificate;
+    writeFile(folder + "tls/fullchain.pem", readFile(certificate.certificateFile));
+    writeFile(folder + "tls/privkey.pem", readFile(certificate.keyFile));
+    writeFile(
+        folder + "nginx.conf",
+        "daemon off; master_process off;\n" + QByteArray(::geteuid() == 0 ? "user root;\n" : "")
+            + "pid " + folder.toUtf8() + "pid; error_log " + folder.toUtf8()
+            + "error.log; events { }\nhttp { access_log off; include " + folder.toUtf8()
+            + "site.conf; }\n");
+}
+
+void Fleet::startWeb(const QString& name, const QStringList& wrapper)
+{
+    Server& one = server(name);
+    if (one.web.state() != QProcess::NotRunning)
+        return;
+    writeConfiguration(one);
+    startProcess(
+        one.web, wrapper + QStringList{ "/usr/sbin/nginx", "-c", state + name + "/nginx.conf" },
+        hostOf(name), httpsPort);
+}
+
+void Fleet::stopWeb(const QString& name)
+{
+    stopProcess(server(name).web);
+}
+
+void Fleet::startStorage(const QString& name)
+{
+    Server& one = server(name);
+    if (name == allNames.first() || one.storage.state() != QProcess::NotRunning)
+        return;
+    startProcess(
+        one.storage,
+        { "rclone", "serve", "sftp", path(name) + '/', "--addr",
+          hostOf(name) + ':' + QString::number(sftpPort), "--user", "admin", "--pass", "secret",
+          // Tests change files behind its back.
+          "--dir-cache-time", "0s" },
+        hostOf(name), sftpPort);
+}
+
+void Fleet::stopStorage(const QString& name)
+{
+    stopProcess(server(name).storage);
+}
+
+QString Fleet::path(const QString& name, const QString& relativePath)
+{
+    const QString folder = "/srv/fleet/" + name;
+    return relativePath.isEmpty() ? folder : folder + '/' + relativePath;
+}
+
+QString Fleet::address(const QString& name)
+{
+    return hostOf(name) + ':' + QString::number(httpsPort);
+}
+
+QString Fleet::text() const
+{
+    QString text;
+    for (const auto& one : servers) {
+        const QString remote = one->name == allNames.first() ? path(one->name) : one->name + ":";
+        text += QString("[%1]\nremote = %2\naddress = %3\nconnect = %4\n")
+                    .arg(one->name, remote, downloadBaseUrl, address(one->name));
+    }
+    return text;
+}
+
+QString Fleet::file() const
+{
+    return state + "fleet.ini";
+}
