@@ -35,6 +35,8 @@ bool isListening(const QString& host, quint16 port)
 
 void startProcess(QProcess& process, const QStringList& command, const QString& host, quint16 port)
 {
+    if (isListening(host, port))
+        qFatal("somebody else listens on %s", qPrintable(host));
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(command.first(), command.mid(1));
     const bool runs
@@ -158,11 +160,11 @@ void Fleet::writeConfiguration(const Server& server) const
     site.replace(
         "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example",
         communityHosts().join(' ').toUtf8());
-    writeFile(folder + "site.conf", site);
     if (!site.contains(server.line))
         qFatal("the configuration has no line \"%s\"", server.line.constData());
     if (!server.line.isEmpty())
         site.replace(server.line, server.replacement);
+    writeFile(folder + "site.conf", site);
     const ServerCertificate& certificate = server.certificate;
     writeFile(folder + "tls/fullchain.pem", readFile(certificate.certificateFile));
     writeFile(folder + "tls/privkey.pem", readFile(certificate.keyFile));
