@@ -203,7 +203,7 @@ void show(const PushReport& report, const QStringList& leftOut, Output& output)
                     u"to."_s.arg(name));
     output.set(u"servers"_s, servers);
     output.set(u"leftOut"_s, QJsonArray::fromStringList(leftOut));
-    output.set(u"switched"_s, report.isSwitched);
+    output.set(u"switched"_s, report.stage == PushReport::Stage::Switched);
     for (const QString& sentence : report.errors)
         output.error(sentence);
 }
@@ -222,8 +222,11 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
     const ExitCode findings = FindingReport::conclude(report.findings, parser, output);
     if (request->dryRun)
         output.line(u"Dry run: nothing has been written."_s);
-    else if (!report.isSwitched)
+    else if (report.stage == PushReport::Stage::Before)
         output.line(u"Not switched: players get what they got before."_s);
+    else if (report.stage == PushReport::Stage::Switching)
+        output.line(u"The switch was cut off: some servers may have the new manifests, and some "
+                    "no launcher. Run the same command again."_s);
     return code == ExitCode::Fine ? findings : code;
 }
 

@@ -54,6 +54,13 @@ bool ownDates(const Member& member)
     return !member.datesByItself;
 }
 
+/// Not every storage that goes by its own clock can be told to date a file anew.
+Problem dateIfPossible(const Member& member, const QString& name, const QDateTime& date)
+{
+    const Problem problem = member.storage.setDate(name, date);
+    return member.datesByItself ? Problem() : problem;
+}
+
 bool arrivalDates(const Member& member)
 {
     return member.datesByItself;
@@ -211,7 +218,7 @@ bool Exchange::dateManifests()
     const QDateTime date = secondAfter(clock.now());
     clock.waitUntil(date);
     return forEachOf(undated, everyone, [&](Member& member, const QString& name) {
-        return member.storage.setDate(name, date);
+        return dateIfPossible(member, name, date);
     });
 }
 
@@ -235,7 +242,7 @@ bool Exchange::joinRelease(const Release& release)
         [&](const Member& member) { return isBehind(member, release.name); },
         [&](Member& member) {
             return inOrder(
-                [&] { return member.storage.setDate(staged(release.name), *release.date); },
+                [&] { return dateIfPossible(member, staged(release.name), *release.date); },
                 [&] { return member.storage.placeStaged(release.name); });
         });
 }

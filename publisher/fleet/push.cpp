@@ -51,13 +51,13 @@ public:
         if (Problem problem = tree.takeSizes())
             return fail(*problem);
         if (!members.forEach([](Member& member) { return member.survey(); })) {
-            describe(false);
+            describe();
             return ExitCode::InputOutput;
         }
         if (!isSound())
             return ExitCode::Findings;
         const bool isDone = request.dryRun || (bringContent() && exchange() && clearAway());
-        describe(isDone);
+        describe();
         if (!isDone)
             return ExitCode::InputOutput;
         return request.dryRun ? ExitCode::Fine : finish();
@@ -151,8 +151,11 @@ private:
     bool exchange()
     {
         Exchange exchanging(members, tree, request.pause, clock);
-        report.isSwitched = exchanging.run();
-        return report.isSwitched;
+        report.stage = PushReport::Stage::Switching;
+        const bool isDone = exchanging.run();
+        if (isDone)
+            report.stage = PushReport::Stage::Switched;
+        return isDone;
     }
 
     bool clearAway()
@@ -160,19 +163,20 @@ private:
         return members.forEach([](Member& member) { return member.storage.removeStagingFolder(); });
     }
 
-    void describe(bool isDone)
+    void describe()
     {
         const Exchange exchanging(members, tree, request.pause, clock);
         for (const Member& member : members.all()) {
             PushReport::Row row;
             row.server = member.server.name;
-            row.exchanged = exchanging.changesOf(member);
+            if (request.dryRun || report.stage == PushReport::Stage::Switched)
+                row.exchanged = exchanging.changesOf(member);
             row.files = member.filesCopied;
             row.bytes = member.bytesCopied;
             if (request.dryRun && !member.problem)
                 countPlanned(member, row);
             row.milliseconds = member.milliseconds;
-            row.verdict = verdictOf(member, row, isDone);
+            row.verdict = verdictOf(member, row);
             report.rows.append(row);
             if (member.problem)
                 report.errors.append(
@@ -188,14 +192,16 @@ private:
             row.bytes += QFileInfo(request.tree + u'/' + name).size();
     }
 
-    QString verdictOf(const Member& member, const PushReport::Row& row, bool isDone) const
+    QString verdictOf(const Member& member, const PushReport::Row& row) const
     {
         if (member.problem)
             return u"failed"_s;
         if (request.dryRun)
             return row.files > 0 ? u"would change"_s : u"unchanged"_s;
-        if (!isDone)
-            return report.isSwitched ? u"not cleared away"_s : u"not switched"_s;
+        if (report.stage == PushReport::Stage::Switching)
+            return u"perhaps switched"_s;
+        if (report.stage == PushReport::Stage::Before)
+            return u"not switched"_s;
         return row.exchanged.isEmpty() ? u"unchanged"_s : u"switched"_s;
     }
 

@@ -50,8 +50,16 @@ struct PushReport {
     QList<Finding> findings;
     /// As sentences, one for each server that has failed.
     QStringList errors;
-    /// Whether every server has the new manifests.
-    bool isSwitched = false;
+    /// How far all servers have come.
+    enum class Stage {
+        /// Players get what they got before.
+        Before,
+        /// Some servers may have the new manifests.
+        Switching,
+        /// All have.
+        Switched,
+    };
+    Stage stage = Stage::Before;
 };
 
 /// Takes what has been published into a local tree to all servers, as one transaction:

@@ -83,7 +83,7 @@ private slots:
         QTest::newRow("dates for patch files") << "location /wow-client-patch/ {\n        " + off
                                                << "location /wow-client-patch/ {\n        " + before
                                                << QString("patch-file-not-modified");
-        const QByteArray manifests = "location ~ ^/patch(Test)?\\.ini$ {\n        ";
+        const QByteArray manifests = "location = /patch.ini {\n        ";
         QTest::newRow("dates for manifests")
             << manifests + off << manifests + before << QString("manifest-not-modified");
         QTest::newRow("compression")

@@ -67,6 +67,13 @@ private slots:
         // Two patch files and the manifest.
         QCOMPARE(row.value("files").toInt(), 3);
         QCOMPARE(row.value("exchanged").toArray(), QJsonArray{ "patch.ini" });
+        publish({ "--kind", "test" });
+        const CommandRun third = push(fleet);
+        QVERIFY2(third.code == ExitCode::Fine, qPrintable(all(third)));
+        for (const QString& name : fleet.names()) {
+            QCOMPARE(differenceFromTree(name), QString());
+            QVERIFY(!filesOf(name).value("patchTest.ini").isEmpty());
+        }
     }
 
     void leavesAnUnchangedFleetAlone()

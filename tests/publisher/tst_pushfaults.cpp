@@ -124,6 +124,27 @@ private slots:
             QCOMPARE(differenceFromTree(name), QString());
     }
 
+    void waitsForASlowServer()
+    {
+        const QByteArray old = md5(readFile(Fleet::path("alder", "patch.ini"))).toLatin1();
+        fleet->stopStorage("birch");
+        fleet->startStorage("birch", { "--bwlimit", "60k" });
+        Watcher watcher(*fleet, "patch.ini");
+        const CommandRun run = push(*fleet);
+        watcher.stop();
+        QVERIFY2(run.code == ExitCode::Fine, qPrintable(all(run)));
+        QCOMPARE(watcher.broken(), QStringList());
+        for (const QString& name : fleet->names())
+            QCOMPARE(differenceFromTree(name), QString());
+        QDateTime lastOfOld;
+        for (const Sighting& sighting : watcher.sightings()) {
+            if (sighting.md5 == old)
+                lastOfOld = std::max(lastOfOld, sighting.asked);
+        }
+        QVERIFY(lastOfOld.isValid());
+        QVERIFY(lastOfOld.toSecsSinceEpoch() < dateOf("alder", "patch.ini").toSecsSinceEpoch());
+    }
+
     void stopsAtAFullDisk()
     {
         if (!QFile::exists("/small"))

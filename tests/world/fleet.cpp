@@ -155,7 +155,10 @@ void Fleet::writeConfiguration(const Server& server) const
 {
     const QString folder = state + server.name + '/';
     QByteArray site = readFile(HALDEN_PACKAGING_FOLDER "/nginx/halden-community.conf");
-    site.replace("listen 443 ssl", "listen " + address(server.name).toUtf8() + " ssl")
+    QString listening = "listen " + address(server.name) + " ssl";
+    if (server.name == allNames.first() && hasIpv6())
+        listening += "; listen [::1]:443 ssl";
+    site.replace("listen 443 ssl", listening.toUtf8())
         .replace("/srv/halden", path(server.name).toUtf8());
     site.replace(
         "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example",
@@ -192,17 +195,19 @@ void Fleet::stopWeb(const QString& name)
     stopProcess(server(name).web);
 }
 
-void Fleet::startStorage(const QString& name)
+void Fleet::startStorage(const QString& name, const QStringList& options)
 {
     Server& one = server(name);
     if (name == allNames.first() || one.storage.state() != QProcess::NotRunning)
         return;
     startProcess(
         one.storage,
-        { "rclone", "serve", "sftp", path(name) + '/', "--addr",
-          hostOf(name) + ':' + QString::number(sftpPort), "--user", "admin", "--pass", "secret",
-          // Tests change files behind its back.
-          "--dir-cache-time", "0s" },
+        QStringList{ "rclone", "serve", "sftp", path(name) + '/', "--addr",
+                     hostOf(name) + ':' + QString::number(sftpPort), "--user", "admin", "--pass",
+                     "secret",
+                     // Tests change files behind its back.
+                     "--dir-cache-time", "0s" }
+            + options,
         hostOf(name), sftpPort);
 }
 
@@ -222,6 +227,11 @@ QString Fleet::address(const QString& name)
     return hostOf(name) + ':' + QString::number(httpsPort);
 }
 
+bool Fleet::hasIpv6()
+{
+    return readFile("/proc/net/if_inet6").contains("00000000000000000000000000000001");
+}
+
 QString Fleet::text() const
 {
     QString text;
@@ -229,6 +239,8 @@ QString Fleet::text() const
         const QString remote = one->name == allNames.first() ? path(one->name) : one->name + ":";
         text += QString("[%1]\nremote = %2\naddress = %3\nconnect = %4\n")
                     .arg(one->name, remote, downloadBaseUrl, address(one->name));
+        if (one->name == allNames.first() && hasIpv6())
+            text = text.chopped(1) + ", [::1]:443\n";
     }
     return text;
 }

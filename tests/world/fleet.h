@@ -29,7 +29,7 @@ public:
 
     void startWeb(const QString& name, const QStringList& wrapper = {});
     void stopWeb(const QString& name);
-    void startStorage(const QString& name);
+    void startStorage(const QString& name, const QStringList& options = {});
     void stopStorage(const QString& name);
     // From its next start on a server has these.
     void setFolder(const QString& name, const QString& folder);
@@ -41,6 +41,8 @@ public:
     static QString path(const QString& name, const QString& relativePath = {});
     /// "127.0.0.11:443".
     static QString address(const QString& name);
+    /// Whether the first server has an address of the later family as well.
+    static bool hasIpv6();
     /// The list of servers for halden-publish, and where it lies.
     QString text() const;
     QString file() const;
