@@ -7,7 +7,6 @@
 vcl 4.1;
 
 import directors;
-import std;
 
 # Asked for every few seconds, so that nobody waits for one that is down.
 probe origin_probe {
@@ -78,10 +77,6 @@ sub vcl_recv {
         return (hash);
     }
     if (req.url ~ "^/+patch(Test|-next)?\.ini(\?|$)") {
-        unset req.http.If-Modified-Since;
-    }
-    # Such a date is no download's.
-    if (std.time(req.http.If-Modified-Since, now) > now + 730d) {
         unset req.http.If-Modified-Since;
     }
     # Which dates count is the origin's affair; nothing is compared here.
