@@ -399,7 +399,7 @@ private:
             const auto first = reconcile(publication);
             if (first.isEmpty())
                 install();
-            const QStringList fetched = deliverAll(publication, first + reconcile(publication));
+            QStringList fetched = deliverAll(publication, first + reconcile(publication));
             if (!first.isEmpty())
                 install();
             install();

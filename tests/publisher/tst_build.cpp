@@ -790,7 +790,7 @@ private slots:
         std::atomic_int failures = 0;
         for (int round = 0; round < rounds; ++round) {
             const QString above = server(QString("%1/a/b/c").arg(round));
-            Parallel::run(threads, threads * 2, [&](qsizetype i, int) {
+            Parallel::run(threads, qsizetype(threads) * 2, [&](qsizetype i, int) {
                 failures += FileWork::createFolder(above + '/' + QString::number(i)) ? 1 : 0;
             });
         }

@@ -72,7 +72,7 @@ QStringList found(const QJsonObject& json)
 {
     QStringList all;
     const QJsonArray findings = json.value("findings").toArray();
-    for (const QJsonValue& value : findings) {
+    for (const QJsonValue value : findings) {
         const QJsonObject finding = value.toObject();
         all.append(
             finding.value("id").toString() + '@' + QString::number(finding.value("entry").toInt()));
@@ -121,7 +121,7 @@ private slots:
             = run({ "--json", "--realms", "1", "--separator", separator, path }).json;
         QStringList shown;
         const QJsonArray effects = json["manifests"][0]["effects"].toArray();
-        for (const QJsonValue& effect : effects)
+        for (const QJsonValue effect : effects)
             shown.append(effect["path"].toString());
         shown.removeDuplicates();
         QCOMPARE(shown, paths);
@@ -340,7 +340,7 @@ private slots:
         QStringList effects;
         const QJsonArray all
             = json.value("manifests").toArray().at(0).toObject().value("effects").toArray();
-        for (const QJsonValue& value : all) {
+        for (const QJsonValue value : all) {
             const QJsonObject effect = value.toObject();
             effects.append(
                 effect.value("action").toString() + ' ' + effect.value("path").toString());
@@ -597,7 +597,7 @@ private:
     {
         // A path of its own each time: the settings layer keeps what it has read.
         static int written = 0;
-        const QString path
+        QString path
             = ApplicationFolder::path("manifests/" + QString::number(++written) + "/patch.ini");
         writeFile(path, rows.join('\n').toUtf8() + '\n');
         return path;

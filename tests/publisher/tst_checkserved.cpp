@@ -78,7 +78,7 @@ private:
     {
         QStringList all;
         const QJsonArray findings = json["findings"].toArray();
-        for (const QJsonValue& finding : findings)
+        for (const QJsonValue finding : findings)
             all.append(finding["id"].toString() + ' ' + finding["subject"].toString());
         return all;
     }

@@ -67,7 +67,7 @@ QStringList messages(const QString& kind = "live")
 {
     QStringList texts;
     const QJsonArray publications = history(kind);
-    for (const QJsonValue& publication : publications)
+    for (const QJsonValue publication : publications)
         texts.append(
             publication["message"].toString() + (publication["isLive"].toBool() ? "*" : ""));
     return texts;
@@ -77,7 +77,7 @@ QStringList refusals(const CommandRun& run)
 {
     QStringList ids;
     const QJsonArray all = run.json.value("refusals").toArray();
-    for (const QJsonValue& refusal : all)
+    for (const QJsonValue refusal : all)
         ids.append(refusal["id"].toString());
     return ids;
 }
@@ -414,7 +414,7 @@ private slots:
              { rollback(7, { "--yes-remove", "1" }), promote({ "--yes-remove", "1" }) }) {
             QStringList told;
             const QJsonArray all = run.json.value("refusals").toArray();
-            for (const QJsonValue& refusal : all)
+            for (const QJsonValue refusal : all)
                 told.append(refusal["id"].toString() + ' ' + refusal["path"].toString());
             QCOMPARE(told.join(", "), refused);
             QCOMPARE(run.code, refused.isEmpty() ? ExitCode::Fine : ExitCode::Findings);

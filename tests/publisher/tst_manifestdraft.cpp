@@ -16,7 +16,7 @@ namespace {
 QString written(const QByteArray& manifest)
 {
     static int count = 0;
-    const QString path = ApplicationFolder::path(QString("patch-%1.ini").arg(++count));
+    QString path = ApplicationFolder::path(QString("patch-%1.ini").arg(++count));
     writeFile(path, manifest);
     return path;
 }

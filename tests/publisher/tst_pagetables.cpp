@@ -36,7 +36,7 @@ QString section(const QString& heading)
 void collect(const QJsonValue& value, QSet<QString>& fields)
 {
     const QJsonArray array = value.toArray();
-    for (const QJsonValue& element : array)
+    for (const QJsonValue element : array)
         collect(element, fields);
     const QJsonObject object = value.toObject();
     for (auto member = object.begin(); member != object.end(); ++member) {

@@ -25,7 +25,7 @@ namespace {
 const QDateTime published = utc(QDate(2024, 5, 1), QTime(8, 0));
 // What a launcher sends that has no copy.
 const QDateTime oldDate = utc(QDate(2000, 1, 1), QTime(10, 15));
-const QByteArray patch(5'000, 'p');
+const QByteArray patchBody(5'000, 'p');
 const QByteArray patchPath = "/wow-client-patch/live/Data/a%20b.mpq";
 const QByteArray testPatchPath = "/wow-client-patch/test/Data/a%20b.mpq";
 const QByteArray launcherPath = "/Halden-Launcher.exe";
@@ -39,7 +39,7 @@ QByteArray manifest()
 {
     return "[General]\nnumberOfFiles=2\nfile1=Data\nfile1-dirOnly=true\nfile1-pathOffset=\n"
            "file2=a b.mpq\nfile2-pathOffset=Data\nfile2-urlOffset=Data\nfile2-hash="
-        + md5(patch).toLatin1() + '\n';
+        + md5(patchBody).toLatin1() + '\n';
 }
 
 HttpHeaders dated()
@@ -77,11 +77,11 @@ QByteArray program(char letter)
 /// Everything that is served, as a folder of this machine.
 QString putTree()
 {
-    const QString tree = ApplicationFolder::path("server");
+    QString tree = ApplicationFolder::path("server");
     writeFile(tree + "/patch.ini", manifest());
     writeFile(tree + "/Halden-Launcher.exe", program('l'));
     writeFile(tree + "/Halden-Launcher-Updater.exe", program('u'));
-    writeFile(tree + "/wow-client-patch/live/Data/a b.mpq", patch);
+    writeFile(tree + "/wow-client-patch/live/Data/a b.mpq", patchBody);
     return tree;
 }
 
@@ -93,8 +93,8 @@ void furnish(HttpsServer& server)
     server.serve(launcherPath, program('l'), published);
     server.serve(updaterPath, program('u'), published);
     server.answer("/alert", HttpAnswer::ok("<html><p>Willkommen"));
-    server.answer(patchPath, HttpAnswer::ok(patch, dated()));
-    server.answer(testPatchPath, HttpAnswer::ok(patch, dated()));
+    server.answer(patchPath, HttpAnswer::ok(patchBody, dated()));
+    server.answer(testPatchPath, HttpAnswer::ok(patchBody, dated()));
 }
 
 /// 304 only to the very same date, as nginx does by default.
@@ -117,7 +117,7 @@ QStringList found(const QJsonObject& json)
 {
     QStringList all;
     const QJsonArray findings = json.value("findings").toArray();
-    for (const QJsonValue& value : findings)
+    for (const QJsonValue value : findings)
         all.append(
             value.toObject().value("id").toString() + ' '
             + value.toObject().value("subject").toString());
@@ -363,7 +363,8 @@ private slots:
         furnish(server);
         // Slower than the line is drawn.
         server.answer(
-            patchPath, HttpAnswer::announcing(patch.size()).drip(patch, patch.size() / 4, 300));
+            patchPath,
+            HttpAnswer::announcing(patchBody.size()).drip(patchBody, patchBody.size() / 4, 300));
         const Terminal terminal;
         const CommandRun probed = run({ "--deep", address(server) });
         const QByteArray drawn = terminal.takeText();
@@ -396,7 +397,7 @@ private slots:
     {
         QTest::addColumn<int>("localSize");
         QTest::addColumn<QStringList>("findings");
-        QTest::newRow("same size") << int(patch.size()) << QStringList{};
+        QTest::newRow("same size") << int(patchBody.size()) << QStringList{};
         QTest::newRow("another size") << 4'999 << QStringList{ "length-wrong patch.ini" };
     }
 
@@ -641,7 +642,7 @@ private:
         add("connection cut", { "file-unreachable patch.ini" },
             with(patchPath, HttpAnswer::announcing(9'000).send("some").reset()));
         add("cut short in the depth", { "file-unreachable patch.ini" },
-            with(patchPath, HttpAnswer::announcing(9'000).send(patch).close()), { "--deep" });
+            with(patchPath, HttpAnswer::announcing(9'000).send(patchBody).close()), { "--deep" });
         add("another content", { "hash-mismatch patch.ini" },
             with(patchPath, HttpAnswer::ok(QByteArray(5'000, 'q'))), { "--deep" });
         add("another content, not looked at", {},
@@ -661,11 +662,11 @@ private:
                 server.answerAnythingElse([](const HttpRequest&) { return HttpAnswer::ok("hm"); });
             });
         add("no length", { "length-missing patch.ini" },
-            with(patchPath, HttpAnswer::chunked({ patch })));
+            with(patchPath, HttpAnswer::chunked({ patchBody })));
         add("packed", { "content-encoded patch.ini" },
             with(patchPath, HttpAnswer::ok("\x1f\x8b", { { "Content-Encoding", "gzip" } })));
         add("named as not packed", {},
-            with(patchPath, HttpAnswer::ok(patch, { { "Content-Encoding", "identity" } })));
+            with(patchPath, HttpAnswer::ok(patchBody, { { "Content-Encoding", "identity" } })));
         add("redirected to plain http", { "redirect-insecure patch.ini" },
             with(patchPath, HttpAnswer::redirect("http://download.tarnwick.example/x")));
         add("redirected to a file", { "redirect-insecure patch.ini" },
@@ -674,7 +675,7 @@ private:
             with("/patch.ini", HttpAnswer::redirect("http://download.tarnwick.example/x")));
         add("redirected on the server", {}, [](HttpsServer& server) {
             server.answer(patchPath, HttpAnswer::redirect("/elsewhere"));
-            server.answer("/elsewhere", HttpAnswer::ok(patch));
+            server.answer("/elsewhere", HttpAnswer::ok(patchBody));
         });
         add("redirected in a circle", { "file-unreachable patch.ini" },
             with(patchPath, HttpAnswer::redirect(patchPath)));
@@ -756,7 +757,7 @@ private:
                 { "earlier-date-not-answered " + name }, with(path, HttpAnswer::notModified()));
         }
         add("304 for a patch file", { "patch-file-not-modified patch.ini" },
-            [](HttpsServer& server) { server.serve(patchPath, patch, published); });
+            [](HttpsServer& server) { server.serve(patchPath, patchBody, published); });
         add("304 for a patch file whatever the date",
             { "earlier-date-not-answered patch.ini", "patch-file-not-modified patch.ini" },
             with(patchPath, HttpAnswer::notModified()));

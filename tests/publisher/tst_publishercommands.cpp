@@ -27,7 +27,7 @@ QStringList pathsIn(const QJsonValue& items)
 {
     QStringList paths;
     const QJsonArray array = items.toArray();
-    for (const QJsonValue& item : array)
+    for (const QJsonValue item : array)
         paths.append(item["path"].toString());
     return paths;
 }
