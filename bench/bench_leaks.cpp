@@ -103,7 +103,7 @@ void reportDownloads(MainWindow* window)
     print({ { "heapPerDownload", (heapInUse() - before) / downloadsForComparison } });
 }
 
-int playRuns(int& argc, char* argv[])
+int playRuns(int& argc, char** argv)
 {
     ObjectCensus::begin();
     const QApplication application(argc, argv);

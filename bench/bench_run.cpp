@@ -46,7 +46,7 @@ void print(QJsonObject figures, const Usage& before, const Usage& after)
     std::puts(QJsonDocument(figures).toJson(QJsonDocument::Compact).constData());
 }
 
-int measureRuns(int& argc, char* argv[])
+int measureRuns(int& argc, char** argv)
 {
     const QApplication application(argc, argv);
     QCoreApplication::setApplicationVersion(launcherVersion);

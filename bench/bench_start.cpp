@@ -9,7 +9,7 @@
 
 namespace {
 
-int showWindow(int& argc, char* argv[])
+int showWindow(int& argc, char** argv)
 {
     const QApplication application(argc, argv);
     QCoreApplication::setOrganizationName(organizationName);
