@@ -109,6 +109,11 @@ CommandRun push(const Fleet& fleet, const QStringList& options)
     return CommandRun(pushLine(fleet, options));
 }
 
+void pushWell(const Fleet& fleet, const QStringList& options)
+{
+    run(pushLine(fleet, options));
+}
+
 QString all(const CommandRun& run)
 {
     return run.text + run.messages;

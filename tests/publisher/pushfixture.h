@@ -29,6 +29,8 @@ void moveOn();
 /// The words of a push of this tree to this fleet.
 QStringList pushLine(const Fleet& fleet, const QStringList& options = {});
 CommandRun push(const Fleet& fleet, const QStringList& options = {});
+/// The same; ends the process unless all goes well.
+void pushWell(const Fleet& fleet, const QStringList& options = {});
 /// All that a command has said.
 QString all(const CommandRun& run);
 

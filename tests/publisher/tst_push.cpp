@@ -78,7 +78,7 @@ private slots:
 
     void leavesAnUnchangedFleetAlone()
     {
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         const QStringList files{ "patch.ini", "Halden-Launcher.exe", "launcher.info",
                                  "Halden-Launcher-Updater.exe" };
         QList<QDateTime> before;
@@ -99,7 +99,7 @@ private slots:
 
     void datesManifestsBehindTheLastOfTheOld()
     {
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         const QByteArray old = md5(readFile(server("patch.ini"))).toLatin1();
         moveOn();
         Watcher watcher(fleet, "patch.ini");
@@ -123,7 +123,7 @@ private slots:
 
     void letsNobodyMissALauncherOrFetchItTwice()
     {
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         release("2");
         Watcher watcher(fleet, "Halden-Launcher.exe");
         const CommandRun run = push(fleet, { "--pause", "4" });
@@ -148,7 +148,7 @@ private slots:
 
     void renewsWhatTheTreeHasRenewed()
     {
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         const QDateTime manifest = dateOf("cedar", "patch.ini");
         const QDateTime launcher = dateOf("cedar", "Halden-Launcher.exe");
         publish({ "--renew" });
@@ -160,13 +160,13 @@ private slots:
                                    "--launcher", ApplicationFolder::path("launcher"), "--updater",
                                    ApplicationFolder::path("updater") });
         QVERIFY2(renewed.code == ExitCode::Fine, qPrintable(all(renewed)));
-        QVERIFY2(push(fleet, { "--pause", "0" }).code == ExitCode::Fine, "renewed launcher");
+        pushWell(fleet, { "--pause", "0" });
         QVERIFY(dateOf("cedar", "Halden-Launcher.exe") > launcher);
     }
 
     void givesALateServerTheDateOfTheOthers()
     {
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         moveOn();
         release("2");
         const CommandRun partly = push(fleet, { "--pause", "0", "--without", "birch" });
@@ -201,9 +201,9 @@ private slots:
     void removesWhatNobodyHasNamedForLong()
     {
         const QString dropped = BuildFixture::placeOf("Data/dropped.mpq");
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         moveOn();
-        QVERIFY2(push(fleet, { "--prune-after", "1" }).code == ExitCode::Fine, "second");
+        pushWell(fleet, { "--prune-after", "1" });
         for (const QString& name : fleet.names())
             QVERIFY(filesOf(name).contains(dropped));
         // As if the day were over.
@@ -214,7 +214,7 @@ private slots:
         QVERIFY(place > 0);
         lines.replace(place - 1 - before.size(), before.size(), before.toUtf8());
         writeFile(record, lines);
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "without pruning");
+        pushWell(fleet);
         for (const QString& name : fleet.names())
             QVERIFY(filesOf(name).contains(dropped));
         const CommandRun pruned = push(fleet, { "--prune-after", "1" });

@@ -91,7 +91,7 @@ private slots:
         layOutKiller();
         layOut();
         fleet.start();
-        QVERIFY2(push(fleet).code == ExitCode::Fine, "first");
+        pushWell(fleet);
         moveOn();
         release("2");
         for (const QString& name : fleet.names())
