@@ -21,11 +21,13 @@ QString beginningOfTokens()
     return ServerLayout::patchFolder() + u"/halden-push-"_s;
 }
 
-/// What speaks against a clock that goes by so much.
-Problem judgeClock(const ProbeAnswer& answer, const Clock& clock)
+/// What speaks against a clock that goes by so much. The answer was made at some moment
+/// since `asked`.
+Problem judgeClock(const ProbeAnswer& answer, const QDateTime& asked, const Clock& clock)
 {
     const QDateTime now = clock.now();
-    if (!answer.date.isValid() || qAbs(now.secsTo(answer.date)) <= mostApart)
+    if (!answer.date.isValid()
+        || (answer.date >= asked.addSecs(-mostApart) && answer.date <= now.addSecs(mostApart)))
         return {};
     return u"its clock says %1, this machine's %2: dates decide what launchers fetch. Set the "
            "wrong one right (on Debian, timedatectl says whether it is synchronised)"_s.arg(
@@ -68,9 +70,13 @@ private:
     Problem askFor(Member& member) const
     {
         for (const ConnectAddress& address : member.server.connect) {
+            const QDateTime asked = clock.now();
             const auto answers
                 = WebQuestions::ask(member.server, address, { name }, secondsOfSilence);
-            if (Problem problem = judge(member, address, answers.first()))
+            const Problem problem = inOrder(
+                [&] { return judge(member, address, answers.first()); },
+                [&] { return judgeClock(answers.first(), asked, clock); });
+            if (problem)
                 return problem;
         }
         return {};
@@ -93,7 +99,7 @@ private:
         if (answer.body != contentFor(member.server))
             return u"%1 hands out something else than what lies in %2; correct one of the two"_s
                 .arg(address.text(), member.server.remote);
-        return judgeClock(answer, clock);
+        return {};
     }
 
     /// With what earlier pushes have left that were cut off here.
