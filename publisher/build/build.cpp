@@ -42,7 +42,9 @@ public:
         , served(request.server)
         , kindFolder(onServer(ServerLayout::kindFolder(request.kind)))
         , stagingFolder(served.stagingFolder())
-        , manifestPath(onServer(ServerLayout::manifestName(request.kind)))
+        , livePath(onServer(ServerLayout::manifestName(request.kind)))
+        , nextPath(onServer(ServerLayout::nextManifestName()))
+        , manifestPath(request.next ? nextPath : livePath)
         , cache(HashCache::forTarget(kindFolder))
     {
     }
@@ -57,7 +59,7 @@ public:
             return ExitCode::Findings;
         if (!request.dryRun && !steps.attempt(takeServedFolder()))
             return ExitCode::InputOutput;
-        live = readPublication(manifestPath, request.kind);
+        live = readPublication(livePath, request.kind);
         compareNames();
         judge();
         if (report.refusals.isEmpty() || request.dryRun)
@@ -189,12 +191,27 @@ private:
                 item.file.path, ServerLayout::urlOffset(item.file.path, item.md5), item.md5,
                 request.separator));
         text = manifest.text();
-        report.manifestChanged = !isLive(text);
+        report.manifestChanged = !holds(manifestPath, text);
+        lookAtNext();
     }
 
-    bool isLive(const QByteArray& content) const
+    /// Whoever has the next manifest has what is about to go live, or goes on with
+    /// something else.
+    void lookAtNext()
     {
-        QFile before(manifestPath);
+        if (request.next || request.kind != Kind::Live || !QFile::exists(nextPath))
+            return;
+        const QString name = ServerLayout::nextManifestName();
+        isNextDone = holds(nextPath, text);
+        report.notes.append(
+            isNextDone ? u"%1 says the same and is removed."_s.arg(name)
+                       : u"%1 goes on for the players that the server gives it to; remove it to "
+                         "give them this one."_s.arg(name));
+    }
+
+    static bool holds(const QString& path, const QByteArray& content)
+    {
+        QFile before(path);
         return before.open(QIODevice::ReadOnly) && before.size() == content.size()
             && before.readAll() == content;
     }
@@ -234,6 +251,8 @@ private:
         remember();
         if (report.manifestChanged || request.renew)
             steps.attempt(publishManifest());
+        if (isNextDone && steps.succeeded())
+            steps.attempt(FileWork::remove(nextPath));
     }
 
     void placeAll()
@@ -269,10 +288,11 @@ private:
     {
         const ManifestExchange exchange{
             .kind = request.kind,
+            .name = QFileInfo(manifestPath).fileName(),
             .text = std::exchange(text, {}),
             .note = PublicationNote::of(u"build"_s, request.message, clock.now()),
             .flush = request.flush,
-            .isPublication = report.manifestChanged,
+            .isPublication = report.manifestChanged && !request.next,
         };
         return exchangeManifest(served, exchange, clock, [&exchange](const QString& path) {
             return ManifestDraft::misreading(exchange.text, path);
@@ -312,12 +332,16 @@ private:
     }
 
     /// What the latest publications name, the new one included, which a dry run has
-    /// not noted yet.
+    /// not noted yet, and what is to be the next one.
     QSet<QString> keptFiles() const
     {
         QSet<QString> named;
         for (const StagedFile& item : items)
             named.insert(item.serverPath(request.kind));
+        if (request.kind == Kind::Live) {
+            for (const PublishedFile& file : readPublication(nextPath, request.kind).files)
+                named.insert(file.serverPath);
+        }
         const bool isNoted = !request.dryRun || !report.manifestChanged;
         const QList<Publication> kept
             = History(request.server, request.kind).latest(request.keep - (isNoted ? 0 : 1));
@@ -375,7 +399,10 @@ private:
     ServedFolder served;
     QString kindFolder;
     QString stagingFolder;
+    QString livePath;
+    QString nextPath;
     QString manifestPath;
+    bool isNextDone = false;
     HashCache cache;
     SourceTree source;
     RemovalPlan removals;

@@ -14,6 +14,9 @@ struct BuildRequest {
     /// What the web server serves.
     QString server;
     Kind kind = Kind::Live;
+    /// For the share of live players that the server gives it to: the live manifest
+    /// stays as it is.
+    bool next = false;
     /// Of the players' system.
     QChar separator = u'\\';
     RemovalRequest removals;

@@ -15,7 +15,7 @@ Problem exchangeManifest(
     // It is read with its own date: files of one name, size and date are one file to
     // the settings layer.
     const ServedFolder::Replacement replacement{
-        .name = ServerLayout::manifestName(exchange.kind),
+        .name = exchange.name,
         .write = [&](const QString& draft) { return FileWork::write(draft, exchange.text); },
         .verify = verify,
         .flush = exchange.flush,

@@ -16,6 +16,8 @@ class ServedFolder;
 /// A manifest that is about to go live, when all its files are in place.
 struct ManifestExchange {
     Kind kind = Kind::Live;
+    /// What it is called on the server.
+    QString name;
     QByteArray text;
     PublicationNote note;
     /// Waits for the disk.

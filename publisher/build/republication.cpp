@@ -216,6 +216,7 @@ private:
     {
         const ManifestExchange wantedExchange{
             .kind = request.kind,
+            .name = ServerLayout::manifestName(request.kind),
             .text = text,
             .note = PublicationNote::of(request.command, request.message, clock.now()),
             .flush = request.flush,

@@ -96,9 +96,13 @@ void showPassedOver(const BuildReport& report, Output& output)
 
 void showOutcome(const BuildRequest& request, const BuildReport& report, Output& output)
 {
-    const QString manifest = ServerLayout::manifestName(request.kind);
+    const QString manifest = request.next ? ServerLayout::nextManifestName()
+                                          : ServerLayout::manifestName(request.kind);
     if (request.dryRun)
         output.line(u"Dry run: nothing has been written."_s);
+    else if (report.manifestChanged && request.next)
+        output.line(
+            u"Published: %1 is there for the players that the server gives it to."_s.arg(manifest));
     else if (report.manifestChanged)
         output.line(u"Published: %1 is live."_s.arg(manifest));
     else if (request.renew)
@@ -166,6 +170,10 @@ QString faultOf(const QCommandLineParser& parser)
     if (isInside(source, server) || isInside(server, source))
         return u"the source folder and the server folder must not lie in each other; name two "
                "that stand apart"_s;
+    if (parser.isSet(u"next"_s) && parser.value(u"kind"_s) != ServerLayout::word(Kind::Live))
+        return u"--next is for live players; testers have a manifest of their own"_s;
+    if (parser.isSet(u"next"_s) && parser.isSet(u"prune"_s))
+        return u"--prune goes with the publication that makes the next one live"_s;
     return {};
 }
 
@@ -175,6 +183,7 @@ BuildRequest requestOf(const QCommandLineParser& parser, OptionReader& options)
         .source = QFileInfo(parser.positionalArguments().at(0)).canonicalFilePath(),
         .server = options.folder(1),
         .kind = options.kind(),
+        .next = options.isSet(u"next"_s),
         .separator = options.separator(),
         .removals = { .files = parser.values(u"remove"_s),
                       .folders = parser.values(u"remove-folder"_s),
@@ -236,6 +245,9 @@ void configure(QCommandLineParser& parser)
           u"Removes what this file lists too, one path a line, folders with a slash at the end; "
           "SOURCE.removals, beside the source, if it is there."_s,
           u"FILE"_s },
+        { u"next"_s,
+          u"Publishes it beside what is live, as %1, for the share of the players that the server "
+          "gives it to."_s.arg(ServerLayout::nextManifestName()) },
         { u"renew"_s,
           u"Dates the manifest anew even if it has not changed, so that every launcher fetches it "
           "once more."_s },

@@ -5,6 +5,7 @@
 #include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
 #include "publisher/common/placeholder.h"
+#include "publisher/common/progress.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -43,6 +44,9 @@ void takeTree(const QString& tree, Request& request)
         if (kind == Kind::Live || QFileInfo::exists(path))
             request.manifests.append({ path, kind });
     }
+    const QString next = tree + u'/' + ServerLayout::nextManifestName();
+    if (QFileInfo::exists(next))
+        request.manifests.append({ next, Kind::Live });
 }
 
 /// What the file is called tells it, unless the admin does.
@@ -232,6 +236,13 @@ QList<int> realmsOf(const Effect& effect, const RehearsedRun& run)
                                                : QList<int>{ effect.realm };
 }
 
+/// Servers send a manifest in full to both runs of a start, whatever the player has.
+qint64 bytesPerStart(const CheckedManifest& manifest)
+{
+    constexpr qint64 runsOfAStart = 2;
+    return runsOfAStart * QFileInfo(manifest.path).size();
+}
+
 /// What the rehearsal comes to: numbers, and each removal by itself, since
 /// removals differ from one realm entry to the next.
 void describe(const Inspection& inspection, const Request& request, Output& output)
@@ -249,6 +260,9 @@ void describe(const Inspection& inspection, const Request& request, Output& outp
             .arg(count(Action::FetchFile, 0))
             .arg(count(Action::CreateFolder, 1))
             .arg(count(Action::InstallFile, 1)));
+    output.line(
+        u"  A start of a player who has everything fetches %1: the manifest, in both runs."_s.arg(
+            humanSize(bytesPerStart(manifest))));
     EffectList list;
     for (const Effect& effect : run.effects) {
         const bool aimsAtNothing = effect.phase == Phase::Reconciliation
@@ -285,6 +299,7 @@ QJsonObject toJson(const Inspection& inspection, const Request& request)
         { u"kind"_s, ServerLayout::word(manifest.kind) },
         { u"entries"_s, manifest.content.count() },
         { u"realms"_s, request.players.realms },
+        { u"bytesPerStart"_s, bytesPerStart(manifest) },
         { u"effects"_s, effects },
     };
 }

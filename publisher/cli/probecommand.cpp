@@ -55,6 +55,7 @@ std::optional<ProbeRequest> readOptions(const QCommandLineParser& parser, Output
         return std::nullopt;
     }
     request.test = parser.isSet(u"test"_s);
+    request.next = parser.isSet(u"next"_s);
     request.deep = parser.isSet(u"deep"_s);
     request.tree = parser.value(u"tree"_s);
     return request;
@@ -107,6 +108,7 @@ void configure(QCommandLineParser& parser)
         u"url"_s, u"Where the manifests lie, such as https://download.example/."_s, u"URL"_s);
     parser.addOptions({
         { u"test"_s, u"The test manifest and its files as well."_s },
+        { u"next"_s, u"The manifest of the next publication, and its files, as well."_s },
         { u"deep"_s, u"Downloads every file and compares its hash."_s },
         { u"tree"_s,
           u"Compares with this server tree: manifests and launcher files as they are, patch files "

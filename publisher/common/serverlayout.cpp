@@ -53,6 +53,11 @@ QString manifestName(Kind kind)
     return kind == Kind::Test ? testManifestFileName : liveManifestFileName;
 }
 
+QString nextManifestName()
+{
+    return u"patch-next.ini"_s;
+}
+
 QString patchFolder()
 {
     return patchFolderName;

@@ -24,6 +24,9 @@ Kind other(Kind kind);
 
 /// "patch.ini" or "patchTest.ini".
 QString manifestName(Kind kind);
+/// "patch-next.ini": what is to become the live manifest. No launcher asks for it by
+/// this name; the server gives it to a share of the players in place of the live one.
+QString nextManifestName();
 /// Holds the patch files of both kinds.
 QString patchFolder();
 QString kindFolder(Kind kind);

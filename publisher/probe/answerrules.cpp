@@ -164,7 +164,7 @@ std::optional<Finding> hash(const PatchFile& file, const QUrl& address, const Pr
     if (actual == stated.toLower())
         return std::nullopt;
     return Finding{
-        FindingId::HashMismatch, ServerLayout::manifestName(file.kind), file.number,
+        FindingId::HashMismatch, file.manifest(), file.number,
         u"%1 arrives with the hash %2, not \"%3\": players download it at every start."_s.arg(
             address.toString(), actual, stated)
     };

@@ -90,8 +90,7 @@ damagedCopy(const PatchFile& file, const QUrl& address, const ProbeAnswer& answe
 {
     if (answer.status != HttpStatus::notModified)
         return std::nullopt;
-    return Finding{ FindingId::PatchFileNotModified, ServerLayout::manifestName(file.kind),
-                    file.number,
+    return Finding{ FindingId::PatchFileNotModified, file.manifest(), file.number,
                     address.toString()
                         + " is answered 304 to a later date: a copy that is damaged in a player's "
                           "cache never heals."_L1 };

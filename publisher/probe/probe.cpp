@@ -121,9 +121,11 @@ void Probe::takeFirstAnswer(const ProbeAnswer& answer)
     serverTime = answer.date.isValid() ? answer.date.toUTC() : QDateTime::currentDateTimeUtc();
     if (const auto days = certificateDays())
         add(ServerRules::certificateDays(asked.baseUrl.host(), *days, asked.daysOfCertificate));
-    askManifest(Kind::Live);
+    askManifest(Kind::Live, ServerLayout::manifestName(Kind::Live));
     if (asked.test)
-        askManifest(Kind::Test);
+        askManifest(Kind::Test, ServerLayout::manifestName(Kind::Test));
+    if (asked.next)
+        askManifest(Kind::Live, ServerLayout::nextManifestName());
     askInfo();
     askLauncherFile(launcherFileName);
     askLauncherFile(updaterFileName);
@@ -171,45 +173,43 @@ void Probe::askWithoutTls(const QString& error)
     });
 }
 
-void Probe::askManifest(Kind kind)
+void Probe::askManifest(Kind kind, const QString& name)
 {
-    askAnew(
-        address(ServerLayout::manifestName(kind)), Body::Whole,
-        [this, kind](const ProbeAnswer& answer) { takeManifest(kind, answer); });
+    askAnew(address(name), Body::Whole, [this, kind, name](const ProbeAnswer& answer) {
+        takeManifest(kind, name, answer);
+    });
 }
 
-void Probe::takeManifest(Kind kind, const ProbeAnswer& answer)
+void Probe::takeManifest(Kind kind, const QString& name, const ProbeAnswer& answer)
 {
-    const QString name = ServerLayout::manifestName(kind);
     if (!isUsable({ Served::Manifest, name }, answer))
         return;
     note(address(name), answer);
     add(DateRules::ahead(name, answer, QDateTime::currentDateTimeUtc()));
     add(DateRules::caching(name, answer));
     add(comparison.manifest(name, answer));
-    askForCopied(kind, { DateRules::farAhead(), serverTime });
-    askFilesOf(kind, answer.body);
+    askForCopied(name, { DateRules::farAhead(), serverTime });
+    askFilesOf(kind, name, answer.body);
 }
 
 /// As launchers ask whose copies have these dates, until one of them gets none.
-void Probe::askForCopied(Kind kind, const QList<QDateTime>& dates)
+void Probe::askForCopied(const QString& name, const QList<QDateTime>& dates)
 {
     if (dates.isEmpty())
         return;
-    const QString name = ServerLayout::manifestName(kind);
     const QDateTime date = dates.constFirst();
     inquiry.ask({ address(name), date, Body::Beginning,
-                  [this, kind, name, dates, date](const ProbeAnswer& answer) {
+                  [this, name, dates, date](const ProbeAnswer& answer) {
                       if (const auto stuck = DateRules::copiedManifest(name, date, answer))
                           add(stuck);
                       else if (isUsable({ Served::Manifest, name }, answer))
-                          askForCopied(kind, dates.sliced(1));
+                          askForCopied(name, dates.sliced(1));
                   } });
 }
 
-void Probe::askFilesOf(Kind kind, const QByteArray& manifest)
+void Probe::askFilesOf(Kind kind, const QString& name, const QByteArray& manifest)
 {
-    const ServedManifest served = ServedManifest::read(kind, manifest);
+    const ServedManifest served = ServedManifest::read(kind, name, manifest);
     if (!served.error.isEmpty())
         trouble = served.error;
     found += served.findings;
@@ -307,8 +307,7 @@ void Probe::takePatchFile(
         return;
     }
     emit fileDone();
-    if (!isUsable(
-            { Served::PatchFile, ServerLayout::manifestName(file.kind), file.number }, answer))
+    if (!isUsable({ Served::PatchFile, file.manifest(), file.number }, answer))
         return;
     note(url, answer);
     add(comparison.patchFile(file, url, answer));

@@ -26,6 +26,8 @@ struct ProbeRequest {
     QUrl baseUrl;
     /// The test manifest and its files as well.
     bool test = false;
+    /// The manifest of the next publication and its files as well.
+    bool next = false;
     /// Downloads every file and compares its hash.
     bool deep = false;
     /// Folder that holds what should be served; empty when there is none here.
@@ -98,16 +100,16 @@ private:
     void explainFailure(const ProbeAnswer& failure);
     void askForOldVersions(const QString& error);
     void askWithoutTls(const QString& error);
-    void askManifest(Kind kind);
-    void takeManifest(Kind kind, const ProbeAnswer& answer);
-    void askFilesOf(Kind kind, const QByteArray& manifest);
+    void askManifest(Kind kind, const QString& name);
+    void takeManifest(Kind kind, const QString& name, const ProbeAnswer& answer);
+    void askFilesOf(Kind kind, const QString& name, const QByteArray& manifest);
     void askInfo();
     void takeInfo(const ProbeAnswer& answer);
     void askLauncherFile(const QString& name);
     void takeLauncherFile(const QString& name, const ProbeAnswer& answer);
     void askForMissing(const QString& name);
     void askDates(const QString& name, const ProbeAnswer& answer);
-    void askForCopied(Kind kind, const QList<QDateTime>& dates);
+    void askForCopied(const QString& name, const QList<QDateTime>& dates);
     void askPatchFile(const PatchFile& file, const QDateTime& ifModifiedSince);
     void takePatchFile(
         const PatchFile& file, const QDateTime& ifModifiedSince, const ProbeAnswer& answer);

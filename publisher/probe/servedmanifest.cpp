@@ -12,28 +12,32 @@ namespace Publisher {
 
 namespace {
 
-QList<PatchFile> patchFiles(Kind kind, const ManifestContent& content)
+QList<PatchFile> patchFiles(Kind kind, const QString& manifest, const ManifestContent& content)
 {
     QList<PatchFile> files;
     for (qint64 n = 1; n <= content.count(); ++n) {
         const PatchManifestEntry& entry = content.entry(n);
         if (entry.action() == PatchAction::FileDownload && !entry.name.isEmpty()
             && !entry.hash.isEmpty())
-            files.append({ kind, n, entry });
+            files.append({ kind, n, entry, manifest });
     }
     return files;
 }
 
 } // namespace
 
+QString PatchFile::manifest() const
+{
+    return ownManifest.isEmpty() ? ServerLayout::manifestName(kind) : ownManifest;
+}
+
 QUrl PatchFile::address(const QUrl& baseUrl) const
 {
     return PatchLayout::patchFile(baseUrl.toString(), ServerLayout::word(kind), entry);
 }
 
-ServedManifest ServedManifest::read(Kind kind, const QByteArray& text)
+ServedManifest ServedManifest::read(Kind kind, const QString& name, const QByteArray& text)
 {
-    const QString name = ServerLayout::manifestName(kind);
     ServedManifest manifest;
     // The launcher's settings layer reads from files only.
     QTemporaryFile file;
@@ -47,7 +51,7 @@ ServedManifest ServedManifest::read(Kind kind, const QByteArray& text)
                                    ManifestContent::read(file.fileName(), u'\\', 0) };
     manifest.findings
         = CheckReading::findings(file.fileName(), name) + CheckEntries::findings(checked, {});
-    manifest.files = patchFiles(kind, checked.content);
+    manifest.files = patchFiles(kind, name, checked.content);
     return manifest;
 }
 

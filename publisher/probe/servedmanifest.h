@@ -17,7 +17,11 @@ struct PatchFile {
     /// The entry's number.
     qint64 number = 0;
     PatchManifestEntry entry;
+    /// Of the manifest, where it is not the kind's usual one.
+    QString ownManifest = {};
 
+    /// What names it, as findings speak of it.
+    QString manifest() const;
     /// Where launchers ask for it.
     QUrl address(const QUrl& baseUrl) const;
 };
@@ -29,7 +33,8 @@ struct ServedManifest {
     /// Why it could not be looked at, as a sentence; empty when it could.
     QString error;
 
-    static ServedManifest read(Kind kind, const QByteArray& text);
+    /// `name` is what the manifest is called on the server.
+    static ServedManifest read(Kind kind, const QString& name, const QByteArray& text);
 };
 
 } // namespace Publisher

@@ -69,7 +69,7 @@ TreeComparison::launcherFile(const QString& name, const ProbeAnswer& answer) con
 std::optional<Finding> TreeComparison::patchFile(
     const PatchFile& file, const QUrl& address, const ProbeAnswer& answer) const
 {
-    const QString manifest = ServerLayout::manifestName(file.kind);
+    const QString manifest = file.manifest();
     const QString path = ServerLayout::statedPath(file.kind, file.entry);
     if (!hasTree() || path.isEmpty() || manifestsNotInTree.contains(manifest))
         return std::nullopt;

@@ -51,7 +51,7 @@ private slots:
         for (const char* path :
              { "wow-client-patch/.halden-publish/0/0", ".halden-publish.lock",
                ".patch.ini.halden-publish", ".Halden-Launcher.exe.halden-publish", dottedPatchFile,
-               ".well-known/acme-challenge/token" })
+               ".well-known/acme-challenge/token", "patch-next.ini" })
             writeFile(community.path(path), "x");
     }
 
@@ -81,7 +81,7 @@ private slots:
         const QDateTime before = published.addSecs(-1);
         const QDateTime after = published.addSecs(1);
         const QString patch = community.patchRequest("live", "Data/Größe der Welt.MPQ").sliced(1);
-        for (const QString manifest : { "patch.ini", "patchTest.ini" })
+        for (const QString manifest : { "patch.ini", "patchTest.ini", "patch-next.ini" })
             addManifestRows(manifest);
         for (const QString program : { "Halden-Launcher.exe", "Halden-Launcher-Updater.exe" })
             addProgramRows(program);

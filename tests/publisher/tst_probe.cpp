@@ -598,6 +598,14 @@ private:
         add("no test manifest", { "manifest-missing patchTest.ini" },
             with("/patchTest.ini", HttpAnswer::status(404)), { "--test" });
         add("test manifest not asked for", {}, with("/patchTest.ini", HttpAnswer::status(404)));
+        const auto next = [](HttpsServer& server) {
+            server.answer(
+                "/patch-next.ini", HttpAnswer::ok(manifest().replace("a b.mpq", "c.mpq"), dated()));
+        };
+        add("no next manifest", { "manifest-missing patch-next.ini" }, [](HttpsServer&) {},
+            { "--next" });
+        add("no file of the next manifest", { "file-missing patch-next.ini" }, next, { "--next" });
+        add("next manifest not asked for", {}, next);
         add("a manifest that cannot be read",
             { "count-missing patch.ini", "manifest-malformed patch.ini" },
             with("/patch.ini", HttpAnswer::ok("nothing of that kind")));

@@ -200,7 +200,7 @@ private slots:
     void filesOfAManifest()
     {
         const ServedManifest manifest = ServedManifest::read(
-            Kind::Live,
+            Kind::Live, "patch-next.ini",
             "numberOfFiles=5\n"
             "file1=Data\nfile1-dirOnly=true\nfile1-pathOffset=.\n"
             "file2=a.mpq\nfile2-pathOffset=Data\nfile2-urlOffset=Data\nfile2-hash=ab\n"
@@ -211,6 +211,7 @@ private slots:
         QCOMPARE(manifest.files.size(), 1);
         const PatchFile& file = manifest.files.first();
         QCOMPARE(file.number, 2);
+        QCOMPARE(file.manifest(), "patch-next.ini");
         QCOMPARE(
             file.address(QUrl("https://server/")),
             QUrl("https://server/wow-client-patch/live/Data/a.mpq"));
