@@ -5,10 +5,13 @@
 #include "tests/support/patience.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
+#include "tests/world/community.h"
 #include "tests/world/edges.h"
+#include "tests/world/webservers.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QUrl>
 
@@ -85,6 +88,7 @@ private slots:
     void cleanup()
     {
         edge.reset();
+        server.reset();
     }
 
     void keepsPatchFilesForGood()
@@ -295,6 +299,51 @@ private slots:
         QCOMPARE(totalRequests(), 0);
     }
 
+    /// Asked as launchers ask, once of the origin and once of the cache.
+    void probeFindsNothing()
+    {
+        serveCommunity();
+        for (int i = 0; i < 2; ++i) {
+            QProcess probe;
+            probe.setProcessChannelMode(QProcess::MergedChannels);
+            // A throw-away certificate does not last for long.
+            probe.start(
+                HALDEN_PUBLISH,
+                { "probe", "--days", "0", "--test", "--deep", "--tree", "/srv/halden",
+                  downloadBaseUrl });
+            QVERIFY(probe.waitForFinished(patience));
+            const QByteArray said = probe.readAll();
+            QVERIFY2(probe.exitCode() == 0 && said.contains("no findings"), said.constData());
+        }
+    }
+
+    /// Each slice is fetched once, however many want the file.
+    void largeFileComesInSlices()
+    {
+        QFETCH_GLOBAL(QString, program);
+        if (program != "nginx")
+            QSKIP("It fetches whole files.");
+        const QByteArray path = "/wow-client-patch/live/Data/4567/large.mpq";
+        QByteArray large(40 * 1024 * 1024, 'l');
+        large.replace(20'000'000, 6, "middle");
+        serveCommunity();
+        writeFile("/srv/halden" + path, large);
+        std::vector<std::unique_ptr<QNetworkAccessManager>> players;
+        std::vector<Reply> replies;
+        for (int i = 0; i < 4; ++i) {
+            players.push_back(std::make_unique<QNetworkAccessManager>());
+            replies.push_back(send(*players.back(), path));
+        }
+        for (const Reply& reply : replies) {
+            QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), patience);
+            QCOMPARE(statusOf(*reply), 200);
+            QVERIFY(reply->readAll() == large);
+        }
+        const QByteArray log = readFile(WebServers::folderOf("origin") + "/access.log");
+        QCOMPARE(log.count(path + " 206"), 3);
+        QCOMPARE(log.count(path), 3);
+    }
+
     /// Add-ons have such files.
     void servesPublishedNamesWithADot()
     {
@@ -308,6 +357,26 @@ private:
     static Edge::Origin addressesOf(const std::unique_ptr<HttpsServer>& origin)
     {
         return { origin->port(), origin->plainPort() };
+    }
+
+    /// In place of the origins a real server with all that a community publishes.
+    void serveCommunity()
+    {
+        QFETCH_GLOBAL(QString, program);
+        constexpr Edge::Origin origin{ 4433, 8081 };
+        Community().publish();
+        server = WebServers::nginx(
+            "origin",
+            WebServers::packaged(
+                "nginx/halden-community.conf",
+                WebServers::ownNames()
+                    + WebServers::Replacements{
+                        { "listen 443 ssl;",
+                          "listen 127.0.0.1:4433 ssl; listen 127.0.0.1:8081;" } }));
+        server->start("127.0.0.1", origin.port);
+        edge.reset();
+        edge = std::make_unique<Edge>(program, origin, origin);
+        edge->startEmpty();
     }
 
     void shutDownOrigins()
@@ -381,6 +450,7 @@ private:
     }
 
     std::array<std::unique_ptr<HttpsServer>, 2> origins;
+    std::unique_ptr<ServerProcess> server;
     std::unique_ptr<Edge> edge;
     QNetworkAccessManager manager;
 };

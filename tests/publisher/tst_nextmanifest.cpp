@@ -73,8 +73,9 @@ private slots:
 
     void isNoPublicationYet()
     {
-        QCOMPARE(publications(), 1);
+        const QMap<QString, QByteArray> before = filesBelow(server(".halden-history"));
         publishedNext();
+        QCOMPARE(filesBelow(server(".halden-history")), before);
         QCOMPARE(publications(), 1);
         published();
         QCOMPARE(publications(), 2);
