@@ -21,7 +21,8 @@ constexpr qint64 secondsAhead = 60;
 bool isManifest(const QString& name)
 {
     return name == ServerLayout::manifestName(Kind::Live)
-        || name == ServerLayout::manifestName(Kind::Test);
+        || name == ServerLayout::manifestName(Kind::Test)
+        || name == ServerLayout::nextManifestName();
 }
 
 bool isSameSecond(const QDateTime& one, const QDateTime& other)
@@ -161,7 +162,7 @@ bool Exchange::hasPause() const
 
 bool Exchange::run()
 {
-    return stageAll() && placePlain() && dateManifests() && exchangeReleases();
+    return stageAll() && placePlain() && dropNext() && dateManifests() && exchangeReleases();
 }
 
 bool Exchange::stageAll()
@@ -209,6 +210,17 @@ bool Exchange::placePlain()
     return forEachOf(plain, everyone, [this](Member& member, const QString& name) {
         return isBehind(member, name) ? member.storage.placeStaged(name) : Problem();
     });
+}
+
+/// Whoever has been given what was to come would keep it for good.
+bool Exchange::dropNext()
+{
+    const QString name = ServerLayout::nextManifestName();
+    return members.forEachThat(
+        [&](const Member& member) {
+            return member.present.rootFile(name).isThere() && !tree.rootFile(name).isThere();
+        },
+        [&](Member& member) { return member.storage.remove({ name }); });
 }
 
 bool Exchange::dateManifests()

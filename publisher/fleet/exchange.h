@@ -54,6 +54,8 @@ private:
     bool stageAll();
     [[nodiscard]] Problem stage(Member& member, const QString& drafts, const QDateTime& date) const;
     bool placePlain();
+    /// The manifest of the next publication, where the tree has none.
+    bool dropNext();
     bool dateManifests();
     bool exchangeReleases();
     bool joinRelease(const Release& release);

@@ -32,6 +32,9 @@ QList<Finding> checkTree(const PushRequest& request, const QString& files)
         if (kind == Kind::Live || QFileInfo::exists(path))
             findings += Check::inspect(path, name, kind, request.players, files).findings;
     }
+    const QString next = ServerLayout::nextManifestName();
+    if (const QString path = request.tree + u'/' + next; QFileInfo::exists(path))
+        findings += Check::inspect(path, next, Kind::Live, request.players, files).findings;
     return findings + CheckServed::inspect(request.tree).findings;
 }
 
@@ -221,6 +224,7 @@ private:
         FleetProbeRequest asked;
         asked.servers = request.servers;
         asked.probe.test = tree.rootFile(ServerLayout::manifestName(Kind::Test)).isThere();
+        asked.probe.next = tree.rootFile(ServerLayout::nextManifestName()).isThere();
         asked.probe.tree = request.tree;
         asked.probe.infoUrl = request.infoUrl;
         asked.probe.daysOfCertificate = request.daysOfCertificate;

@@ -35,7 +35,7 @@ RootFile look(const QString& path)
 QStringList plainRootFiles()
 {
     return { ServerLayout::manifestName(Kind::Test), ServerLayout::manifestName(Kind::Live),
-             u"launcher.info"_s };
+             ServerLayout::nextManifestName(), u"launcher.info"_s };
 }
 
 QStringList launcherRootFiles()
@@ -49,6 +49,7 @@ PushedTree PushedTree::read(const QString& folder)
     tree.folder = folder;
     for (const Kind kind : { Kind::Live, Kind::Test })
         takeNames(folder + u'/' + ServerLayout::manifestName(kind), kind, tree.content);
+    takeNames(folder + u'/' + ServerLayout::nextManifestName(), Kind::Live, tree.content);
     const QStringList names = plainRootFiles() + launcherRootFiles();
     for (const QString& name : names) {
         const RootFile file = look(folder + u'/' + name);

@@ -51,7 +51,10 @@ QStringList brokenFilesOf(const FleetServer& server)
     if (md5(manifest.body).toLatin1() != manifest.md5)
         return { server.name + ": the manifest is too long for this test" };
     QStringList broken;
-    const auto files = ServedManifest::read(Kind::Live, manifest.body).files;
+    const auto files
+        = ServedManifest::read(
+              Kind::Live, Publisher::ServerLayout::manifestName(Kind::Live), manifest.body)
+              .files;
     for (const PatchFile& file : files) {
         const QString path = file.address(server.address).path().sliced(1);
         const ProbeAnswer answer = ask(server, path);

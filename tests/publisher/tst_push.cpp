@@ -47,6 +47,26 @@ private slots:
         fleet.start();
     }
 
+    /// The manifest that a share of the players gets comes and goes with the tree's.
+    void bringsWhatIsToCome()
+    {
+        pushWell(fleet);
+        BuildFixture::put("Data/changed.mpq", "what is to come");
+        publish({ "--next" });
+        pushWell(fleet);
+        for (const QString& name : fleet.names()) {
+            QCOMPARE(differenceFromTree(name), QString());
+            QCOMPARE(filesOf(name).value("patch-next.ini"), readFile(server("patch-next.ini")));
+            QVERIFY(filesOf(name).contains(BuildFixture::placeOf("Data/changed.mpq")));
+        }
+        publish();
+        pushWell(fleet);
+        for (const QString& name : fleet.names()) {
+            QCOMPARE(differenceFromTree(name), QString());
+            QVERIFY(!filesOf(name).contains("patch-next.ini"));
+        }
+    }
+
     void bringsEverythingToAllServers()
     {
         const CommandRun first = push(fleet);
