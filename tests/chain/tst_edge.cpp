@@ -15,6 +15,7 @@
 #include <QSignalSpy>
 #include <QUrl>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -317,15 +318,15 @@ private slots:
         }
     }
 
-    /// Each slice is fetched once, however many want the file.
-    void largeFileComesInSlices()
+    /// Each slice is fetched once, however many want the file; Varnish fetches it whole.
+    void largeFileIsFetchedOnce()
     {
         QFETCH_GLOBAL(QString, program);
-        if (program != "nginx")
-            QSKIP("It fetches whole files.");
         const QByteArray path = "/wow-client-patch/live/Data/4567/large.mpq";
         QByteArray large(40 * 1024 * 1024, 'l');
         large.replace(20'000'000, 6, "middle");
+        const QString logFile = WebServers::folderOf("origin") + "/access.log";
+        QFile::remove(logFile);
         serveCommunity();
         writeFile("/srv/halden" + path, large);
         std::vector<std::unique_ptr<QNetworkAccessManager>> players;
@@ -339,9 +340,10 @@ private slots:
             QCOMPARE(statusOf(*reply), 200);
             QVERIFY(reply->readAll() == large);
         }
-        const QByteArray log = readFile(WebServers::folderOf("origin") + "/access.log");
-        QCOMPARE(log.count(path + " 206"), 3);
-        QCOMPARE(log.count(path), 3);
+        const QByteArray log = readFile(logFile);
+        const int slices = program == "nginx" ? 3 : 0;
+        QCOMPARE(log.count(path + " 206"), slices);
+        QCOMPARE(log.count(path), std::max(slices, 1));
     }
 
     /// Add-ons have such files.

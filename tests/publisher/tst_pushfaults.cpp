@@ -3,6 +3,7 @@
 #include "tests/publisher/pushfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/testmain.h"
 
 #include <QFile>
@@ -147,8 +148,7 @@ private slots:
 
     void stopsAtAFullDisk()
     {
-        if (!QFile::exists("/small"))
-            QSKIP("there is no small disk in this room");
+        HALDEN_NEEDS_SMALL_DISK();
         fleet->stopStorage("birch");
         fleet->stopWeb("birch");
         fleet->setFolder("birch", "/small/birch");
