@@ -15,6 +15,10 @@ namespace {
 constexpr qint64 runsOfAStart = 2;
 // Updater, launcher, manifest.
 constexpr qint64 requestsOfARun = 3;
+// The text for the window comes once, beside the runs.
+constexpr qint64 otherRequests = 1;
+// TCP, the two of a TLS 1.2 handshake, request and answer.
+constexpr qint64 roundTripsOfARequest = 4;
 // The server's half of a TLS 1.2 handshake with two certificates, an answer's headers,
 // and the end of a connection.
 constexpr qint64 bytesOfARequest = 4'500;
@@ -38,8 +42,7 @@ void add(PlayersShare& share, qint64 size)
 /// What comes with every start, whatever the player lacks.
 void complete(PlayersShare& share, qint64 manifestSize)
 {
-    // The text for the window comes once.
-    share.requests = 1 + runsOfAStart * (requestsOfARun + share.files);
+    share.requests = otherRequests + runsOfAStart * (requestsOfARun + share.files);
     share.bytes = onTheWire(
         runsOfAStart * (share.fileBytes + manifestSize) + share.requests * bytesOfARequest);
 }
@@ -112,6 +115,15 @@ qint64 ServingTime::serversFor(double limit, qint64 servers) const
 {
     const double work = seconds() * static_cast<double>(servers);
     return std::max<qint64>(1, static_cast<qint64>(std::ceil(work / limit)));
+}
+
+double waitingTime(const EstimateRequest& request, const PlayersShare& share)
+{
+    constexpr double millisecondsOfASecond = 1000;
+    const qint64 oneAfterTheOther = (share.requests - otherRequests) / runsOfAStart;
+    return static_cast<double>(oneAfterTheOther * roundTripsOfARequest * request.roundTrip)
+        / millisecondsOfASecond
+        + static_cast<double>(share.bytes) * bitsOfAByte / (request.playersLine * bitsOfAMegabit);
 }
 
 } // namespace Publisher

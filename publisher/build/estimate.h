@@ -23,6 +23,10 @@ struct EstimateRequest {
     qint64 servers = 1;
     /// New TLS connections per second that a server takes on.
     qint64 connections = 1;
+    /// Mbit/s of a player's own line.
+    double playersLine = 1;
+    /// From a player to the server and back, in milliseconds.
+    qint64 roundTrip = 0;
 };
 
 /// What a player's start costs, with everything that goes over the line. Every file is
@@ -60,5 +64,9 @@ struct ServingTime {
     /// How many servers do it in so many seconds.
     qint64 serversFor(double seconds, qint64 servers) const;
 };
+
+/// For which a player looks at the progress bar, in seconds, if the server has time for
+/// him alone: round trips one after the other, and everything over his own line.
+double waitingTime(const EstimateRequest& request, const PlayersShare& share);
 
 } // namespace Publisher

@@ -21,8 +21,9 @@ void configure(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(
         u"\nTells what the live publication of SERVER costs the line: what a player fetches, how "
-        "long it takes until all have it, and how many servers do that in an evening of four "
-        "hours. The lines are taken to be full all the time, so nothing comes sooner."_s);
+        "long that takes, how long it takes until all have it, and how many servers do that in an "
+        "evening of four hours. The lines are taken to be full all the time, so nothing comes "
+        "sooner."_s);
     Options::addServer(parser);
     Options::addKind(parser, u"Whose publication: live (patch.ini) or test (patchTest.ini)."_s);
     parser.addOptions({
@@ -35,6 +36,9 @@ void configure(QCommandLineParser& parser)
           u"NUMBER"_s },
         { u"connections"_s, u"New TLS connections per second that a server takes on."_s,
           u"NUMBER"_s, u"500"_s },
+        { u"player-line"_s, u"Of a player, in Mbit/s."_s, u"MBIT"_s, u"50"_s },
+        { u"round-trip"_s, u"From a player to a server and back, in milliseconds."_s, u"MS"_s,
+          u"30"_s },
     });
 }
 
@@ -62,6 +66,8 @@ EstimateRequest requestOf(const QCommandLineParser& parser, QString& fault)
     request.line = options.number(u"line"_s, 1);
     request.servers = options.number(u"servers"_s, 1);
     request.connections = options.number(u"connections"_s, 1);
+    request.playersLine = options.number(u"player-line"_s, 1);
+    request.roundTrip = options.number(u"round-trip"_s, 0);
     if (options.isSet(u"since"_s))
         request.since = options.number(u"since"_s, 1);
     fault = options.fault();
@@ -79,12 +85,14 @@ QString duration(double seconds)
     return u"%1 hours"_s.arg(seconds / hour, 0, 'f', 1);
 }
 
-QJsonObject toJson(const PlayersShare& share, const ServingTime& time, qint64 servers)
+QJsonObject
+toJson(const PlayersShare& share, double waiting, const ServingTime& time, qint64 servers)
 {
     return { { u"files"_s, share.files },
              { u"fileBytes"_s, share.fileBytes },
              { u"requests"_s, share.requests },
              { u"bytes"_s, share.bytes },
+             { u"waitingSeconds"_s, waiting },
              { u"lineSeconds"_s, time.lineSeconds },
              { u"connectionSeconds"_s, time.connectionSeconds },
              { u"serversForAnEvening"_s, servers } };
@@ -96,12 +104,16 @@ void show(
 {
     const ServingTime time = ServingTime::of(request, share);
     const qint64 servers = time.serversFor(secondsOfAnEvening, request.servers);
-    output.set(key, toJson(share, time, servers));
+    const double waiting = waitingTime(request, share);
+    output.set(key, toJson(share, waiting, time, servers));
     output.line(u"%1 lacks %2 files, %3. Both update runs fetch them, each over a connection of "
                 "its own: %4 over %5 connections."_s.arg(who)
                     .arg(share.files)
                     .arg(humanSize(share.fileBytes), humanSize(share.bytes))
                     .arg(share.requests));
+    output.line(u"    A player with %1 Mbit/s and %2 ms waits %3."_s.arg(request.playersLine)
+                    .arg(request.roundTrip)
+                    .arg(duration(waiting)));
     output.line(u"    %1 such players: %2 by the lines, %3 by the connections; servers for an "
                 "evening: %4."_s.arg(request.players)
                     .arg(duration(time.lineSeconds), duration(time.connectionSeconds))

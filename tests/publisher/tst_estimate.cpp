@@ -128,6 +128,31 @@ private slots:
         QTEST(time.serversFor(60, servers), "serversForAMinute");
     }
 
+    void waitingTime_data()
+    {
+        QTest::addColumn<qint64>("roundTrip");
+        QTest::addColumn<double>("megabits");
+        QTest::addColumn<double>("seconds");
+        QTest::newRow("no distance") << qint64(0) << 8.0 << 10.0;
+        // Ten requests in each run, four round trips each.
+        QTest::newRow("far away") << qint64(100) << 8.0 << 14.0;
+        QTest::newRow("wide line") << qint64(100) << 80.0 << 5.0;
+    }
+
+    /// Ten million bytes and 21 connections, of which one is not of a run.
+    void waitingTime()
+    {
+        QFETCH(qint64, roundTrip);
+        QFETCH(double, megabits);
+        EstimateRequest wanted;
+        wanted.roundTrip = roundTrip;
+        wanted.playersLine = megabits;
+        PlayersShare share;
+        share.bytes = 10'000'000;
+        share.requests = 21;
+        QTEST(Publisher::waitingTime(wanted, share), "seconds");
+    }
+
     void missing_data()
     {
         QTest::addColumn<QString>("file");
@@ -153,9 +178,13 @@ private slots:
         QCOMPARE(anew.value("lineSeconds").toDouble(), 1000 * bytes * 8 / 100e6);
         QCOMPARE(anew.value("connectionSeconds").toDouble(), 1000 * 11 / 500.0);
         QCOMPARE(anew.value("serversForAnEvening").toInt(), 1);
+        QCOMPARE(anew.value("waitingSeconds").toDouble(), 5 * 4 * 0.03 + bytes * 8 / 50e6);
 
         const CommandRun text({ "estimate", server(), "--players", "1000", "--line", "100" });
         QVERIFY2(text.text.contains("A new player lacks 2 files, 1.0 MiB."), qPrintable(text.text));
+        QVERIFY2(
+            text.text.contains("A player with 50 Mbit/s and 30 ms waits 1.0 seconds."),
+            qPrintable(text.text));
         QVERIFY2(
             text.text.contains("1000 such players: 3 minutes by the lines, 22 seconds by the "
                                "connections; servers for an evening: 1."),

@@ -65,6 +65,7 @@ QList<QStringList> publishing()
         { "history", server() },
         { "show", server(), "1" },
         { "rollback", server(), "1", "--dry-run" },
+        { "estimate", server(), "--players", "1", "--line", "1" },
     };
 }
 
@@ -142,7 +143,8 @@ private slots:
         static const QRegularExpression word("`([a-zA-Z0-9]+)`");
         for (auto match = word.globalMatch(text); match.hasNext();)
             listed.insert(match.next().captured(1));
-        listed -= { "check", "probe", "rollback", "promote", "show", "history", "push" };
+        listed
+            -= { "check", "probe", "rollback", "promote", "show", "history", "push", "estimate" };
         const auto sorted = [](const QSet<QString>& set) {
             QStringList list(set.cbegin(), set.cend());
             list.sort();
