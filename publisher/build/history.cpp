@@ -51,15 +51,6 @@ PublicationNote readNote(const QString& path)
              .command = object.value("command"_L1).toString() };
 }
 
-/// Puts a file in place as a whole.
-Problem store(const QString& path, const QByteArray& content)
-{
-    const QString draft = FileWork::draftOf(path);
-    return inOrder(
-        [&] { return FileWork::write(draft, content); }, [&] { return FileWork::flush(draft); },
-        [&] { return FileWork::replace(draft, path); });
-}
-
 } // namespace
 
 PublicationNote
@@ -157,8 +148,8 @@ Problem History::keep(int number, const QByteArray& manifest, const PublicationN
     QFile::remove(fileOf(number, u".ini"_s));
     const QByteArray json = QJsonDocument(note.toJson()).toJson();
     return inOrder(
-        [&] { return store(fileOf(number, u".json"_s), json); },
-        [&] { return store(fileOf(number, u".ini"_s), manifest); });
+        [&] { return FileWork::store(fileOf(number, u".json"_s), json); },
+        [&] { return FileWork::store(fileOf(number, u".ini"_s), manifest); });
 }
 
 } // namespace Publisher

@@ -3,6 +3,7 @@
 #include "publisher/cli/findingreport.h"
 #include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
+#include "publisher/cli/recordkeeping.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/finding.h"
 #include "publisher/common/progress.h"
@@ -260,6 +261,7 @@ void configure(QCommandLineParser& parser)
           u"NUMBER"_s, u"3"_s },
     });
     Options::addPublishing(parser);
+    RecordKeeping::addOption(parser);
 }
 
 std::optional<BuildRequest> readRequest(const QCommandLineParser& parser, Output& output)
@@ -286,6 +288,9 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
         output.error(fault);
         return ExitCode::InputOutput;
     }
+    RecordKeeping record(parser, output);
+    if (!record.isReady())
+        return ExitCode::InputOutput;
     Clock clock;
     BuildReport report;
     const ExitCode code = build(request, clock, report);
@@ -302,7 +307,9 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
         FindingReport::showRefusals(report.refusals, output);
     else
         showOutcome(request, report, output);
-    return code;
+    return code == ExitCode::Fine && !request.dryRun
+        ? record.addPatch(request.server, request.kind, request.next)
+        : code;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "publisher/cli/findingreport.h"
 #include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
+#include "publisher/cli/recordkeeping.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/progress.h"
 
@@ -58,6 +59,7 @@ void configure(QCommandLineParser& parser)
           u"Dates both anew even if they have not changed: every player fetches them once more."_s },
         { u"no-flush"_s, u"Does not wait until both are on the disk."_s },
     });
+    RecordKeeping::addOption(parser);
 }
 
 ExitCode run(const QCommandLineParser& parser, Output& output)
@@ -74,6 +76,9 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
         .renew = parser.isSet(u"renew"_s),
         .flush = !parser.isSet(u"no-flush"_s),
     };
+    RecordKeeping record(parser, output);
+    if (!record.isReady())
+        return ExitCode::InputOutput;
     Clock clock;
     LauncherReport report;
     const ExitCode code = releaseLauncher(request, clock, report);
@@ -83,7 +88,7 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
         FindingReport::showRefusals(report.refusals, output);
     else
         output.error(report.error);
-    return code;
+    return code == ExitCode::Fine && !request.dryRun ? record.addLauncher(request.server) : code;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "publisher/cli/findingreport.h"
 #include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
+#include "publisher/cli/recordkeeping.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 
@@ -139,6 +140,9 @@ ExitCode run(RepublicationRequest request, const QCommandLineParser& parser, Out
         output.error(fault);
         return ExitCode::Usage;
     }
+    RecordKeeping record(parser, output);
+    if (!record.isReady())
+        return ExitCode::InputOutput;
     Clock clock;
     RepublicationReport report;
     const ExitCode code = republish(request, clock, report);
@@ -146,7 +150,8 @@ ExitCode run(RepublicationRequest request, const QCommandLineParser& parser, Out
         output.error(report.error);
     else
         show(request, report, output);
-    return code;
+    return code == ExitCode::Fine && !request.dryRun ? record.addPatch(request.server, request.kind)
+                                                     : code;
 }
 
 void configureHistory(QCommandLineParser& parser)
@@ -220,6 +225,7 @@ void configureRollback(QCommandLineParser& parser)
     parser.addPositionalArgument(u"NUMBER"_s, u"As history lists it."_s);
     Options::addKind(parser, ofWhichPlayers());
     Options::addPublishing(parser);
+    RecordKeeping::addOption(parser);
 }
 
 ExitCode runRollback(const QCommandLineParser& parser, Output& output)
@@ -245,6 +251,7 @@ void configurePromote(QCommandLineParser& parser)
         "links, so that nothing is copied or uploaded anew."_s);
     Options::addServer(parser);
     Options::addPublishing(parser);
+    RecordKeeping::addOption(parser);
 }
 
 ExitCode runPromote(const QCommandLineParser& parser, Output& output)

@@ -7,6 +7,7 @@
 #include "publisher/common/progress.h"
 #include "publisher/fleet/fleetprobe.h"
 #include "publisher/probe/probe.h"
+#include "publisher/probe/signedrecord.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>
@@ -52,6 +53,11 @@ std::optional<ProbeRequest> readOptions(const QCommandLineParser& parser, Output
     request.secondsOfSilence = options.number(u"timeout"_s, 1);
     if (!options.fault().isEmpty()) {
         output.error(options.fault());
+        return std::nullopt;
+    }
+    if (parser.isSet(u"record"_s) != parser.isSet(u"record-key"_s)) {
+        output.error(u"--record and --record-key go together: a record proves nothing without "
+                     "its signature"_s);
         return std::nullopt;
     }
     request.test = parser.isSet(u"test"_s);
@@ -114,20 +120,37 @@ void configure(QCommandLineParser& parser)
           u"Compares with this server tree: manifests and launcher files as they are, patch files "
           "by their sizes."_s,
           u"TREE"_s },
+        { u"record"_s,
+          u"Compares with what build --record has put down: manifests and launcher files byte by "
+          "byte, patch files by their sizes, with --deep by their SHA-256. Asks for every manifest "
+          "on record."_s,
+          u"FILE"_s },
+        { u"record-key"_s,
+          u"With --record: the public key of its signature, FILE.minisig, which has to match."_s,
+          u"FILE"_s },
     });
     FleetOptions::addFleet(parser);
     FleetOptions::addQuestions(parser);
     FindingReport::addOptions(parser);
 }
 
-bool isTreeThere(const QString& tree, Output& output)
+/// What the server is held against; whether all of it is there.
+bool hasMeasures(const QCommandLineParser& parser, ProbeRequest& request, Output& output)
 {
-    if (tree.isEmpty() || QFileInfo(tree).isDir())
+    if (!request.tree.isEmpty() && !QFileInfo(request.tree).isDir()) {
+        output.error(
+            u"there is no folder \"%1\"; --tree takes the folder that the web server serves"_s.arg(
+                request.tree));
+        return false;
+    }
+    if (!parser.isSet(u"record"_s))
         return true;
-    output.error(
-        u"there is no folder \"%1\"; --tree takes the folder that the web server serves"_s.arg(
-            tree));
-    return false;
+    const SignedRecord signedRecord
+        = SignedRecord::read(parser.value(u"record"_s), parser.value(u"record-key"_s));
+    request.record = signedRecord.record;
+    if (signedRecord.problem)
+        output.error(*signedRecord.problem);
+    return !signedRecord.problem;
 }
 
 QJsonObject toJson(const ProbedAddress& address)
@@ -177,10 +200,10 @@ void show(const QList<ProbedAddress>& addresses, Output& output)
 
 ExitCode runFleet(const QCommandLineParser& parser, Output& output)
 {
-    const std::optional<FleetProbeRequest> request = readFleetRequest(parser, output);
+    std::optional<FleetProbeRequest> request = readFleetRequest(parser, output);
     if (!request)
         return ExitCode::Usage;
-    if (!isTreeThere(request->probe.tree, output))
+    if (!hasMeasures(parser, request->probe, output))
         return ExitCode::InputOutput;
     const FleetProbeReport report = probeFleet(*request);
     show(report.addresses, output);
@@ -197,10 +220,10 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
 {
     if (parser.isSet(u"fleet"_s))
         return runFleet(parser, output);
-    const std::optional<ProbeRequest> request = readRequest(parser, output);
+    std::optional<ProbeRequest> request = readRequest(parser, output);
     if (!request)
         return ExitCode::Usage;
-    if (!isTreeThere(request->tree, output))
+    if (!hasMeasures(parser, *request, output))
         return ExitCode::InputOutput;
     Probe probe(*request);
     Progress progress(u"Asking"_s, {});

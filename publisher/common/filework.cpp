@@ -290,6 +290,14 @@ Problem replace(const QString& draft, const QString& target)
     return error ? sentence(target, error) : Problem();
 }
 
+Problem store(const QString& path, const QByteArray& content)
+{
+    const QString draft = draftOf(path);
+    return inOrder(
+        [&] { return write(draft, content); }, [&] { return flush(draft); },
+        [&] { return replace(draft, path); });
+}
+
 QString changedMeanwhile(const QString& path)
 {
     return u"%1 was changed while it was being published; nothing has been published. Let nobody "

@@ -61,6 +61,9 @@ void removeDrafts(const QString& folder);
 /// Renames a draft onto the file that it replaces, atomically.
 [[nodiscard]] Problem replace(const QString& draft, const QString& target);
 
+/// Puts a file in place as a whole, when its content has reached the disk.
+[[nodiscard]] Problem store(const QString& path, const QByteArray& content);
+
 /// The failure of a file that does not keep still.
 QString changedMeanwhile(const QString& path);
 

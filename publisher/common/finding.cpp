@@ -155,6 +155,17 @@ constexpr std::array descriptions{
     Description{ FindingId::MissingInTree, "missing-in-tree",
                  "Name the folder that the server serves, or publish into this one with "
                  "`halden-publish build` and `build-launcher`." },
+    Description{ FindingId::DiffersFromRecord, "differs-from-record",
+                 "If you have published it, add it to the record with --record, and sign that. "
+                 "If you have not, somebody else has: take the server off the net, find out how, "
+                 "and publish anew from a machine that you trust." },
+    Description{ FindingId::FormerFileServed, "former-file-served",
+                 "Purge it from any cache in front of the server. If there is none, or you have "
+                 "gone back yourself without --record, see to that as to `differs-from-record`." },
+    Description{ FindingId::MissingInRecord, "missing-in-record",
+                 "See to it as to `differs-from-record`: players get what is not on record." },
+    Description{ FindingId::OnlyInRecord, "only-in-record",
+                 "See to it as to `differs-from-record`: players do not get what is on record." },
     Description{ FindingId::BytesDiffer, "servers-differ-in-bytes",
                  "Push to all servers once more with `halden-publish push`, and purge the file "
                  "from any cache in front of one of them." },

@@ -78,6 +78,10 @@ enum class FindingId {
     NotAProgram,
     DiffersFromTree,
     MissingInTree,
+    DiffersFromRecord,
+    FormerFileServed,
+    MissingInRecord,
+    OnlyInRecord,
     // Several servers of one name.
     BytesDiffer,
     DatesDiffer,

@@ -24,6 +24,7 @@ struct Inquiry::Exchange {
     Question question;
     ProbeAnswer answer;
     QCryptographicHash hash{ QCryptographicHash::Md5 };
+    QCryptographicHash sha256{ QCryptographicHash::Sha256 };
 };
 
 namespace {
@@ -182,6 +183,8 @@ void Inquiry::read(QNetworkReply& reply, Exchange& exchange)
     const QByteArray bytes = reply.readAll();
     answer.received += bytes.size();
     exchange.hash.addData(bytes);
+    if (question.sha256)
+        exchange.sha256.addData(bytes);
     if (question.body != Body::Hash || answer.body.size() < question.beginning)
         answer.body += bytes;
     if (question.body == Body::Hash)
@@ -210,6 +213,8 @@ void Inquiry::conclude(QNetworkReply& reply, Exchange& exchange)
     }
     answer.toTheEnd = !cutByUs;
     answer.md5 = exchange.hash.result().toHex();
+    if (exchange.question.sha256)
+        answer.sha256 = exchange.sha256.result().toHex();
     reply.deleteLater();
     --underWay;
     handOver(exchange);

@@ -53,6 +53,8 @@ public:
         Tls tls = Tls::Version12;
         /// Length of the beginning, in bytes.
         qint64 beginning = 1024;
+        /// The answer's SHA-256 is wanted besides its MD5.
+        bool sha256 = false;
         /// How many have been followed.
         int redirects = 0;
     };

@@ -21,6 +21,7 @@ Probe::Probe(ProbeRequest request)
     : asked(std::move(request))
     , inquiry(asked.secondsOfSilence)
     , comparison(asked.tree)
+    , onRecord(asked.record)
 {
     if (asked.connect)
         inquiry.connectTo(asked.baseUrl.host(), *asked.connect);
@@ -82,7 +83,9 @@ QUrl Probe::address(const QString& name) const
 
 void Probe::askAnew(const QUrl& url, Body body, const Inquiry::Handler& handler)
 {
-    inquiry.ask({ url, DateRules::withoutCopy(), body, handler });
+    Inquiry::Question question{ url, DateRules::withoutCopy(), body, handler };
+    question.sha256 = onRecord.hasRecord();
+    inquiry.ask(std::move(question));
 }
 
 bool Probe::isUsable(const AskedFile& file, const ProbeAnswer& answer)
@@ -122,9 +125,9 @@ void Probe::takeFirstAnswer(const ProbeAnswer& answer)
     if (const auto days = certificateDays())
         add(ServerRules::certificateDays(asked.baseUrl.host(), *days, asked.daysOfCertificate));
     askManifest(Kind::Live, ServerLayout::manifestName(Kind::Live));
-    if (asked.test)
+    if (wantsManifest(asked.test, ServerLayout::manifestName(Kind::Test)))
         askManifest(Kind::Test, ServerLayout::manifestName(Kind::Test));
-    if (asked.next)
+    if (wantsManifest(asked.next, ServerLayout::nextManifestName()))
         askManifest(Kind::Live, ServerLayout::nextManifestName());
     askInfo();
     askLauncherFile(launcherFileName);
@@ -173,6 +176,11 @@ void Probe::askWithoutTls(const QString& error)
     });
 }
 
+bool Probe::wantsManifest(bool isAskedFor, const QString& name) const
+{
+    return isAskedFor || onRecord.knows(name);
+}
+
 void Probe::askManifest(Kind kind, const QString& name)
 {
     askAnew(address(name), Body::Whole, [this, kind, name](const ProbeAnswer& answer) {
@@ -188,6 +196,7 @@ void Probe::takeManifest(Kind kind, const QString& name, const ProbeAnswer& answ
     add(DateRules::ahead(name, answer, QDateTime::currentDateTimeUtc()));
     add(DateRules::caching(name, answer));
     add(comparison.manifest(name, answer));
+    add(onRecord.file(name, answer));
     askForCopied(name, { DateRules::farAhead(), serverTime });
     askFilesOf(kind, name, answer.body);
 }
@@ -212,7 +221,7 @@ void Probe::askFilesOf(Kind kind, const QString& name, const QByteArray& manifes
     const ServedManifest served = ServedManifest::read(kind, name, manifest);
     if (!served.error.isEmpty())
         trouble = served.error;
-    found += served.findings;
+    found += served.findings + onRecord.dropped(name, served.files);
     expect(served.files.size());
     for (const PatchFile& file : served.files)
         askPatchFile(file, serverTime);
@@ -243,7 +252,8 @@ void Probe::askLauncherFile(const QString& name)
 {
     expect(1);
     // One of several servers is held against the others.
-    const bool compares = asked.deep || comparison.hasTree() || asked.connect;
+    const bool compares
+        = asked.deep || comparison.hasTree() || onRecord.hasRecord() || asked.connect;
     Inquiry::Question question{ address(name), DateRules::withoutCopy(),
                                 compares ? Body::Hash : Body::Beginning,
                                 [this, name](const ProbeAnswer& answer) {
@@ -251,6 +261,7 @@ void Probe::askLauncherFile(const QString& name)
                                     takeLauncherFile(name, answer);
                                 } };
     question.beginning = Updater::programHeadSize;
+    question.sha256 = onRecord.hasRecord();
     inquiry.ask(std::move(question));
 }
 
@@ -264,6 +275,7 @@ void Probe::takeLauncherFile(const QString& name, const ProbeAnswer& answer)
     askDates(name, answer);
     add(AnswerRules::program(name, answer));
     add(comparison.launcherFile(name, answer));
+    add(onRecord.file(name, answer));
 }
 
 void Probe::askForMissing(const QString& name)
@@ -289,11 +301,13 @@ void Probe::askDates(const QString& name, const ProbeAnswer& answer)
 
 void Probe::askPatchFile(const PatchFile& file, const QDateTime& ifModifiedSince)
 {
-    inquiry.ask({ file.address(asked.baseUrl), ifModifiedSince,
-                  asked.deep ? Body::Hash : Body::Beginning,
-                  [this, file, ifModifiedSince](const ProbeAnswer& answer) {
-                      takePatchFile(file, ifModifiedSince, answer);
-                  } });
+    Inquiry::Question question{ file.address(asked.baseUrl), ifModifiedSince,
+                                asked.deep ? Body::Hash : Body::Beginning,
+                                [this, file, ifModifiedSince](const ProbeAnswer& answer) {
+                                    takePatchFile(file, ifModifiedSince, answer);
+                                } };
+    question.sha256 = asked.deep && onRecord.hasRecord();
+    inquiry.ask(std::move(question));
 }
 
 void Probe::takePatchFile(
@@ -311,6 +325,7 @@ void Probe::takePatchFile(
         return;
     note(url, answer);
     add(comparison.patchFile(file, url, answer));
+    add(onRecord.patchFile(file, answer));
     if (asked.deep)
         add(AnswerRules::hash(file, url, answer));
 }

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "publisher/common/finding.h"
+#include "publisher/common/record.h"
 #include "publisher/common/serverlayout.h"
 #include "publisher/probe/answerrules.h"
 #include "publisher/probe/inquiry.h"
+#include "publisher/probe/recordcomparison.h"
 #include "publisher/probe/treecomparison.h"
 
 #include <QDateTime>
@@ -32,6 +34,8 @@ struct ProbeRequest {
     bool deep = false;
     /// Folder that holds what should be served; empty when there is none here.
     QString tree;
+    /// What has been published. Every manifest that it has is asked for.
+    std::optional<Record> record = {};
     /// The text in the launcher's window; empty when it is not asked for.
     QUrl infoUrl;
     /// A certificate that ends sooner is a finding.
@@ -93,6 +97,7 @@ private:
     QUrl address(const QString& name) const;
     /// As a launcher without a copy asks.
     void askAnew(const QUrl& url, Inquiry::Body body, const Inquiry::Handler& handler);
+    bool wantsManifest(bool isAskedFor, const QString& name) const;
     bool isUsable(const AskedFile& file, const ProbeAnswer& answer);
     void note(const QUrl& url, const ProbeAnswer& answer);
 
@@ -117,6 +122,7 @@ private:
     ProbeRequest asked;
     Inquiry inquiry;
     TreeComparison comparison;
+    RecordComparison onRecord;
     bool isServerReached = false;
     QString trouble;
     QDateTime serverTime;

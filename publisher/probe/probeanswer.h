@@ -36,6 +36,8 @@ struct ProbeAnswer : AnswerHeaders {
     /// The body was read to its end, not only its beginning.
     bool toTheEnd = false;
     QByteArray md5;
+    /// Empty unless the question wants it.
+    QByteArray sha256;
     /// The whole body or its beginning, as it was asked for.
     QByteArray body;
 };

@@ -57,7 +57,8 @@ QSet<QString> fieldsOf(const QList<QStringList>& commandLines)
 QList<QStringList> publishing()
 {
     return {
-        { "build", source(), server(), "--no-flush", "--remove", "Data/old.mpq" },
+        { "build", source(), server(), "--no-flush", "--remove", "Data/old.mpq", "--record",
+          ApplicationFolder::path("halden.record") },
         { "build", source(), server(), "--no-flush", "--kind", "both" },
         { "build", source(), server(), "--no-flush", "--remove", "Data/a.mpq" },
         { "build-launcher", server(), "--launcher", "/usr/bin/true", "--updater", "/usr/bin/true",
