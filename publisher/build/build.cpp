@@ -339,7 +339,8 @@ private:
         for (const StagedFile& item : items)
             named.insert(item.serverPath(request.kind));
         if (request.kind == Kind::Live) {
-            for (const PublishedFile& file : readPublication(nextPath, request.kind).files)
+            const Publication next = readPublication(nextPath, request.kind);
+            for (const PublishedFile& file : next.files)
                 named.insert(file.serverPath);
         }
         const bool isNoted = !request.dryRun || !report.manifestChanged;

@@ -824,6 +824,7 @@ private slots:
         QFETCH(int, size);
         QFETCH(bool, there);
         QFETCH(bool, fits);
+        HALDEN_NEEDS_SMALL_DISK();
         BuildRequest small = request();
         small.server = "/small/server";
         put("Data/large.mpq", QByteArray(size, 'x'));

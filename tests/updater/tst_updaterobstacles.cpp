@@ -1,4 +1,5 @@
 #include "tests/support/applicationfolder.h"
+#include "tests/support/smalldisk.h"
 #include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
@@ -206,6 +207,7 @@ private slots:
     /// Without a second name for the new launcher it stays where it is.
     void momentStaysWrongForAStartAndTheDiskIsFull()
     {
+        HALDEN_NEEDS_SMALL_DISK();
         const UpdaterHome small("/small/Halden");
         const FullDisk disk("/small");
         const QStringList noSecondName = Trace::fail(Trace::links(), "EPERM", 2);
