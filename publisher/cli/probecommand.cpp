@@ -198,6 +198,25 @@ void show(const QList<ProbedAddress>& addresses, Output& output)
     output.set(u"servers"_s, servers);
 }
 
+/// The certificate of a single server.
+void showCertificate(const Probe& probe, Output& output)
+{
+    const auto days = probe.certificateDays();
+    if (!days)
+        return;
+    output.line(u"The certificate is valid for %1 more days."_s.arg(*days));
+    output.set(u"certificateDays"_s, *days);
+    QJsonArray roots;
+    const QList<SeenCertificate> found = probe.roots();
+    for (const SeenCertificate& root : found) {
+        const QString since = root.notBefore.toUTC().date().toString(Qt::ISODate);
+        output.line(
+            u"Its chain ends in the root %1, which there is since %2."_s.arg(root.name, since));
+        roots.append(QJsonObject{ { u"name"_s, root.name }, { u"since"_s, since } });
+    }
+    output.set(u"certificateRoots"_s, roots);
+}
+
 ExitCode runFleet(const QCommandLineParser& parser, Output& output)
 {
     std::optional<FleetProbeRequest> request = readFleetRequest(parser, output);
@@ -232,10 +251,7 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
         output.error(probe.error());
         return ExitCode::InputOutput;
     }
-    if (const auto days = probe.certificateDays()) {
-        output.line(u"The certificate is valid for %1 more days."_s.arg(*days));
-        output.set(u"certificateDays"_s, *days);
-    }
+    showCertificate(probe, output);
     output.line(u"Asked for %1 files."_s.arg(probe.filesAsked()));
     if (request->infoUrl.isEmpty())
         output.line(

@@ -105,6 +105,15 @@ constexpr std::array descriptions{
                  "intermediate certificates." },
     Description{ FindingId::CertificateExpiring, "certificate-expiring",
                  "Renew the certificate, and see why it was not renewed by itself." },
+    Description{ FindingId::CertificateRootYoung, "certificate-root-young",
+                 "Ask the authority for a chain that ends in an older root, by a cross-signature "
+                 "for instance, or take another authority." },
+    Description{ FindingId::CertificateChainIncomplete, "certificate-chain-incomplete",
+                 "Serve the file with the whole chain (certbot's fullchain.pem), not the "
+                 "certificate alone." },
+    Description{ FindingId::CrossSignatureEnding, "cross-signature-ending",
+                 "Renew the certificate with a chain whose cross-signature lasts longer, or, where "
+                 "every player has the newer root, with one that goes without." },
     Description{
         FindingId::FileMissing, "file-missing",
         "Publish again with `halden-publish build`, which puts it there, and copy the folder "

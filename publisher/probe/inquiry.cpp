@@ -134,6 +134,11 @@ std::optional<Inquiry::Session> Inquiry::session() const
     return lastSession;
 }
 
+QList<SeenCertificate> Inquiry::certificates(const QString& host) const
+{
+    return chains.value(host);
+}
+
 void Inquiry::askOn()
 {
     while (underWay < mostAtOnce && !waiting.isEmpty()) {
@@ -164,7 +169,9 @@ void Inquiry::send(const Question& question)
     connect(reply, &QNetworkReply::readyRead, this, [this, reply, exchange] {
         readOn(*reply, *exchange);
     });
-    connect(reply, &QNetworkReply::encrypted, this, [this, reply] { takeCertificates(*reply); });
+    connect(reply, &QNetworkReply::encrypted, this, [this, reply, exchange] {
+        takeCertificates(exchange->question.url.host(), *reply);
+    });
     connect(reply, &QNetworkReply::sslErrors, this, [exchange](const QList<QSslError>& errors) {
         exchange->answer.certificateError = errors.value(0).errorString();
     });
@@ -239,7 +246,7 @@ void Inquiry::handOver(Exchange& exchange)
     askOn();
 }
 
-void Inquiry::takeCertificates(const QNetworkReply& reply)
+void Inquiry::takeCertificates(const QString& host, const QNetworkReply& reply)
 {
     const QDateTime now = QDateTime::currentDateTimeUtc();
     const QSslConfiguration tls = reply.sslConfiguration();
@@ -248,10 +255,13 @@ void Inquiry::takeCertificates(const QNetworkReply& reply)
     lastSession
         = { QString::fromLatin1(digest.toHex()), cipher.protocolString() + u' ' + cipher.name() };
     const QList<QSslCertificate> chain = tls.peerCertificateChain();
+    QList<SeenCertificate> seen;
     for (const QSslCertificate& certificate : chain) {
+        seen.append(SeenCertificate::of(certificate));
         const qint64 left = now.daysTo(certificate.expiryDate());
         days = std::min(days.value_or(left), left);
     }
+    chains.insert(host, seen);
 }
 
 } // namespace Publisher

@@ -2,8 +2,10 @@
 
 #include "publisher/probe/connectaddress.h"
 #include "publisher/probe/probeanswer.h"
+#include "publisher/probe/seencertificate.h"
 
 #include <QDateTime>
+#include <QHash>
 #include <QObject>
 #include <QQueue>
 #include <QUrl>
@@ -81,6 +83,8 @@ public:
         QString tls;
     };
     std::optional<Session> session() const;
+    /// What a host has sent of certificates, its own first; none before it is asked.
+    QList<SeenCertificate> certificates(const QString& host) const;
 
 signals:
     /// So much of a body that is read for its hash.
@@ -98,7 +102,7 @@ private:
     void readOn(QNetworkReply& reply, Exchange& exchange);
     void conclude(QNetworkReply& reply, Exchange& exchange);
     void handOver(Exchange& exchange);
-    void takeCertificates(const QNetworkReply& reply);
+    void takeCertificates(const QString& host, const QNetworkReply& reply);
 
     int silence;
     QNetworkAccessManager* manager;
@@ -106,6 +110,7 @@ private:
     int underWay = 0;
     std::optional<qint64> days;
     std::optional<Session> lastSession;
+    QHash<QString, QList<SeenCertificate>> chains;
     QString routedHost;
     ConnectAddress route;
 };

@@ -1,6 +1,7 @@
 #include "publisher/probe/probe.h"
 
 #include "publisher/common/progress.h"
+#include "publisher/probe/chainrules.h"
 #include "publisher/probe/daterules.h"
 #include "publisher/probe/servedmanifest.h"
 #include "publisher/probe/serverrules.h"
@@ -20,6 +21,7 @@ using Body = Inquiry::Body;
 Probe::Probe(ProbeRequest request)
     : asked(std::move(request))
     , inquiry(asked.secondsOfSilence)
+    , trusted(trustedCertificates())
     , comparison(asked.tree)
     , onRecord(asked.record)
 {
@@ -42,6 +44,11 @@ std::optional<qint64> Probe::certificateDays() const
 QString Probe::certificate() const
 {
     return inquiry.session() ? inquiry.session()->fingerprint : QString();
+}
+
+QList<SeenCertificate> Probe::roots() const
+{
+    return ChainRules(inquiry.certificates(asked.baseUrl.host()), trusted).roots();
 }
 
 qint64 Probe::filesAsked() const
@@ -114,6 +121,12 @@ void Probe::start()
     });
 }
 
+void Probe::judgeChain(const QString& host)
+{
+    found += ChainRules(inquiry.certificates(host), trusted)
+                 .findings(host, QDateTime::currentDateTimeUtc());
+}
+
 void Probe::takeFirstAnswer(const ProbeAnswer& answer)
 {
     if (answer.status == 0) {
@@ -124,6 +137,7 @@ void Probe::takeFirstAnswer(const ProbeAnswer& answer)
     serverTime = answer.date.isValid() ? answer.date.toUTC() : QDateTime::currentDateTimeUtc();
     if (const auto days = certificateDays())
         add(ServerRules::certificateDays(asked.baseUrl.host(), *days, asked.daysOfCertificate));
+    judgeChain(asked.baseUrl.host());
     askManifest(Kind::Live, ServerLayout::manifestName(Kind::Live));
     if (wantsManifest(asked.test, ServerLayout::manifestName(Kind::Test)))
         askManifest(Kind::Test, ServerLayout::manifestName(Kind::Test));
@@ -242,6 +256,8 @@ void Probe::askInfo()
 void Probe::takeInfo(const ProbeAnswer& answer)
 {
     const QString subject = asked.infoUrl.path();
+    if (asked.infoUrl.host() != asked.baseUrl.host())
+        judgeChain(asked.infoUrl.host());
     if (const auto untrusted = ServerRules::trust(asked.infoUrl.host(), answer))
         add(untrusted);
     else if (isUsable({ Served::InfoText, subject }, answer))

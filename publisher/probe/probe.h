@@ -71,6 +71,8 @@ public:
     std::optional<qint64> certificateDays() const;
     /// SHA-256 of the server's own certificate in hexadecimal digits, empty without one.
     QString certificate() const;
+    /// Roots of this machine that its chain can end in, the oldest first.
+    QList<SeenCertificate> roots() const;
     /// Patch files, launcher files and the text for the window, as far as they have
     /// been asked for.
     qint64 filesAsked() const;
@@ -101,6 +103,7 @@ private:
     bool isUsable(const AskedFile& file, const ProbeAnswer& answer);
     void note(const QUrl& url, const ProbeAnswer& answer);
 
+    void judgeChain(const QString& host);
     void takeFirstAnswer(const ProbeAnswer& answer);
     void explainFailure(const ProbeAnswer& failure);
     void askForOldVersions(const QString& error);
@@ -121,6 +124,7 @@ private:
 
     ProbeRequest asked;
     Inquiry inquiry;
+    QList<SeenCertificate> trusted;
     TreeComparison comparison;
     RecordComparison onRecord;
     bool isServerReached = false;

@@ -3,6 +3,7 @@
 #include "publisher/cli/commandline.h"
 
 #include <QBuffer>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 using namespace Publisher;
@@ -17,4 +18,14 @@ CommandRun::CommandRun(const QStringList& arguments)
     text = QString::fromUtf8(result.data());
     json = QJsonDocument::fromJson(result.data()).object();
     messages = QString::fromUtf8(messageBuffer.data());
+}
+
+QStringList CommandRun::findings() const
+{
+    QStringList all;
+    const QJsonArray findings = json.value("findings").toArray();
+    for (const QJsonValue value : findings)
+        all.append(value["id"].toString() + ' ' + value["subject"].toString());
+    all.sort();
+    return all;
 }

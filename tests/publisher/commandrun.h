@@ -15,4 +15,7 @@ struct CommandRun {
     QString text;
     QJsonObject json;
     QString messages;
+
+    /// "identifier subject" of each finding, sorted: answers come in any order.
+    QStringList findings() const;
 };

@@ -112,19 +112,6 @@ CommandRun run(const QStringList& arguments)
     return CommandRun(QStringList{ "probe", "--json" } + arguments);
 }
 
-/// "identifier subject" of each finding, sorted: answers come in any order.
-QStringList found(const QJsonObject& json)
-{
-    QStringList all;
-    const QJsonArray findings = json.value("findings").toArray();
-    for (const QJsonValue value : findings)
-        all.append(
-            value.toObject().value("id").toString() + ' '
-            + value.toObject().value("subject").toString());
-    all.sort();
-    return all;
-}
-
 QString host()
 {
     return QUrl(downloadBaseUrl).host();
@@ -186,7 +173,7 @@ private slots:
         furnish(server);
         spoil(server);
         const CommandRun probed = run(options + QStringList{ address(server) });
-        QCOMPARE(found(probed.json), findings);
+        QCOMPARE(probed.findings(), findings);
         QCOMPARE(probed.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
         QCOMPARE(probed.messages, QString());
     }
@@ -272,7 +259,7 @@ private slots:
         server.listen(0);
         furnish(server);
         const CommandRun probed = run({ address(server) });
-        QCOMPARE(found(probed.json), findings);
+        QCOMPARE(probed.findings(), findings);
         QCOMPARE(probed.code, findings.isEmpty() ? ExitCode::Fine : ExitCode::Findings);
     }
 
@@ -283,7 +270,7 @@ private slots:
         server.listen(0);
         furnish(server);
         QCOMPARE(
-            found(run({ address(server) }).json), QStringList{ "certificate-untrusted " + host() });
+            run({ address(server) }).findings(), QStringList{ "certificate-untrusted " + host() });
     }
 
     /// The report tells the days even when they are enough.
@@ -294,7 +281,7 @@ private slots:
         furnish(server);
         QCOMPARE(run({ address(server) }).json.value("certificateDays").toInt(), 20);
         QCOMPARE(
-            found(run({ "--days", "30", address(server) }).json),
+            run({ "--days", "30", address(server) }).findings(),
             QStringList{ "certificate-expiring " + host() });
     }
 
@@ -312,14 +299,14 @@ private slots:
         server.listen(0);
         furnish(server);
         const CommandRun probed = run({ address(server) });
-        QCOMPARE(found(probed.json), QStringList{ "tls-1.2-missing " + host() });
+        QCOMPARE(probed.findings(), QStringList{ "tls-1.2-missing " + host() });
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 
     void plainHttp()
     {
         const CommandRun probed = run({ "http://" + host() });
-        QCOMPARE(found(probed.json), QStringList{ "server-without-tls http://" + host() + '/' });
+        QCOMPARE(probed.findings(), QStringList{ "server-without-tls http://" + host() + '/' });
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 
@@ -332,7 +319,7 @@ private slots:
             port = server.port();
         }
         const CommandRun probed = run({ "https://" + host() + ':' + QString::number(port) });
-        QCOMPARE(found(probed.json), QStringList{ "server-unreachable " + host() });
+        QCOMPARE(probed.findings(), QStringList{ "server-unreachable " + host() });
         QCOMPARE(probed.code, ExitCode::InputOutput);
     }
 
@@ -350,7 +337,7 @@ private slots:
                     + md5(webPage).toLatin1() + '\n',
                 dated()));
         server.answer("/wow-client-patch/live/Hilfe.HTML", HttpAnswer::ok(webPage, dated()));
-        QCOMPARE(found(run({ "--deep", address(server) }).json), QStringList{});
+        QCOMPARE(run({ "--deep", address(server) }).findings(), QStringList{});
     }
 
 #ifndef Q_OS_WIN // where a test has no terminal, and a folder cannot be closed for its own owner
@@ -410,7 +397,7 @@ private slots:
         furnish(server);
         const QString tree = putTree();
         writeFile(tree + "/wow-client-patch/live/Data/a b.mpq", QByteArray(localSize, 'p'));
-        QCOMPARE(found(run({ "--tree", tree, address(server) }).json), findings);
+        QCOMPARE(run({ "--tree", tree, address(server) }).findings(), findings);
     }
 
     void treeHoldsSomethingElse_data()
@@ -457,7 +444,7 @@ private slots:
             writeFile(tree + '/' + path, content);
         QDir().mkpath(tree);
         const CommandRun probed = run({ "--deep", "--tree", tree, address(server) });
-        QCOMPARE(found(probed.json), findings);
+        QCOMPARE(probed.findings(), findings);
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 
@@ -474,7 +461,7 @@ private slots:
         QCOMPARE(server.requestCount("/alert"), 0);
         server.answer("/text", HttpAnswer::status(404));
         QCOMPARE(
-            found(run({ "--alert", other + "/text", other }).json),
+            run({ "--alert", other + "/text", other }).findings(),
             QStringList{ "info-missing /text" });
     }
 
@@ -488,7 +475,7 @@ private slots:
         connect(&silent, &QTcpServer::newConnection, &silent, [&] { ++connections; });
         const CommandRun probed = run(
             { "--timeout", "1", "https://" + host() + ':' + QString::number(silent.serverPort()) });
-        QCOMPARE(found(probed.json), QStringList{ "server-unreachable " + host() });
+        QCOMPARE(probed.findings(), QStringList{ "server-unreachable " + host() });
         const QString text = probed.json["findings"][0]["text"].toString();
         QVERIFY2(text.contains("nothing for 1 seconds"), qPrintable(text));
         QCOMPARE(probed.code, ExitCode::InputOutput);
@@ -506,7 +493,7 @@ private slots:
                          .close());
         const CommandRun probed
             = run({ "https://" + host() + ':' + QString::number(server.plainPort()) });
-        QCOMPARE(found(probed.json), QStringList{ "server-without-tls " + host() });
+        QCOMPARE(probed.findings(), QStringList{ "server-without-tls " + host() });
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 

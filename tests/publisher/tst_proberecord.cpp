@@ -94,18 +94,6 @@ HttpAnswer answerFrom(const QString& folder, const HttpRequest& request)
     return HttpAnswer::ok(readFile(file), { { "Last-Modified", httpDate(date) } });
 }
 
-/// "identifier subject" of each finding.
-QStringList found(const QJsonObject& json)
-{
-    QStringList all;
-    const QJsonArray findings = json.value("findings").toArray();
-    for (const QJsonValue value : findings)
-        all.append(
-            value.toObject().value("id").toString() + ' '
-            + value.toObject().value("subject").toString());
-    return all;
-}
-
 } // namespace
 
 /// A live server against the record of what was published: whatever somebody else
@@ -155,7 +143,7 @@ private slots:
     {
         QFETCH(QStringList, options);
         const CommandRun probed = probe(options);
-        QCOMPARE(found(probed.json), QStringList());
+        QCOMPARE(probed.findings(), QStringList());
         QCOMPARE(probed.messages, QString());
         QCOMPARE(probed.code, ExitCode::Fine);
         // Two programs, two files of each of three manifests, the text for the window.
@@ -191,7 +179,7 @@ private slots:
         if (keepsDate && QFile::exists(file))
             setDate(file, date);
         const CommandRun probed = probe({ "--deep" });
-        QVERIFY2(found(probed.json).contains(finding), qPrintable(probed.text));
+        QVERIFY2(probed.findings().contains(finding), qPrintable(probed.text));
         QCOMPARE(probed.code, ExitCode::Findings);
     }
 
@@ -208,7 +196,7 @@ private slots:
     {
         QFETCH(QString, path);
         tamper(served() + '/' + path, path, "a byte");
-        const QStringList findings = found(probe({}).json);
+        const QStringList findings = probe({}).findings();
         QVERIFY2(findings.contains("differs-from-record " + path), qPrintable(findings.join(", ")));
     }
 
@@ -216,8 +204,7 @@ private slots:
     {
         const QString path = patchFile("live", oneOfTwins);
         tamper(served() + '/' + path, path, "longer");
-        QStringList findings = found(probe({}).json);
-        findings.sort();
+        const QStringList findings = probe({}).findings();
         // Both name it.
         QCOMPARE(
             findings,
@@ -247,7 +234,7 @@ private slots:
         QFETCH(QStringList, findings);
         mustSucceed("cp", { "-a", other + '/' + manifest, served() });
         mustSucceed("cp", { "-a", other + "/wow-client-patch", served() });
-        QCOMPARE(found(probe({ "--deep" }).json), findings);
+        QCOMPARE(probe({ "--deep" }).findings(), findings);
     }
 
     /// A new publication of which nobody has told the record.
@@ -257,8 +244,8 @@ private slots:
         const QString empty = folder.path() + "/empty.record";
         writeFile(empty, "");
         sign(empty);
-        QStringList findings = found(run({ "--record", empty, "--record-key", kept.key }).json);
-        findings.sort();
+        const QStringList findings
+            = run({ "--record", empty, "--record-key", kept.key }).findings();
         QCOMPARE(
             findings,
             (QStringList{ "missing-in-record " + updater, "missing-in-record " + launcher,

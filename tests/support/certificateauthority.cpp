@@ -31,6 +31,12 @@ Validity Validity::notYet()
     return validBetween(1, 30);
 }
 
+Validity Validity::longStanding()
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    return { now.addYears(-10), now.addYears(10) };
+}
+
 QString CertificateAuthority::certificateFile() const
 {
     return file("authority.pem");

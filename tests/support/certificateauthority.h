@@ -16,6 +16,8 @@ struct ServerCertificate {
     QSslKey key;
     QString certificateFile;
     QString keyFile;
+    /// What a server of our own sends behind its certificate.
+    QList<QSslCertificate> others = {};
 };
 
 /// From when until when a certificate is valid.
@@ -26,6 +28,8 @@ struct Validity {
     static Validity current();
     static Validity expired();
     static Validity notYet();
+    /// As authorities have it, since ten years.
+    static Validity longStanding();
 };
 
 /// A throw-away certificate authority with a key and a name of its own. Every

@@ -54,6 +54,12 @@ QString alternativeNames(const QStringList& dnsNames)
     return "subjectAltName=DNS:" + dnsNames.join(",DNS:");
 }
 
+QStringList between(const Validity& validity)
+{
+    return { "-startdate", opensslTime(validity.notBefore), "-enddate",
+             opensslTime(validity.notAfter) };
+}
+
 /// Failure ends the process.
 void runOpenssl(const QString& folder, const QStringList& arguments)
 {
@@ -88,10 +94,15 @@ CertificateAuthority::CertificateAuthority()
     writeFile(file("index.txt"), QByteArray());
     runOpenssl(
         folder.path(),
-        QStringList{ "req", "-x509" } + newKey
-            + QStringList{ "-config", "openssl.cnf", "-extensions", "authority_extensions", "-subj",
-                           "/CN=Throw-away authority " + id, "-days", "3650", "-keyout",
-                           "authority.key", "-out", "authority.pem" });
+        QStringList{ "req", "-new" } + newKey
+            + QStringList{ "-config", "openssl.cnf", "-subj", "/CN=Throw-away authority " + id,
+                           "-keyout", "authority.key", "-out", "authority.csr" });
+    runOpenssl(
+        folder.path(),
+        QStringList{ "ca", "-batch", "-notext", "-config", "openssl.cnf", "-selfsign",
+                     "-extensions", "authority_extensions" }
+            + between(Validity::longStanding())
+            + QStringList{ "-in", "authority.csr", "-out", "authority.pem" });
 }
 
 ServerCertificate
@@ -104,9 +115,8 @@ CertificateAuthority::issue(const QStringList& dnsNames, const Validity& validit
     runOpenssl(folder.path(), requestFor(dnsNames, key) + QStringList{ "-out", request });
     runOpenssl(
         folder.path(),
-        { "ca", "-batch", "-notext", "-config", "openssl.cnf", "-startdate",
-          opensslTime(validity.notBefore), "-enddate", opensslTime(validity.notAfter), "-in",
-          request, "-out", certificate });
+        QStringList{ "ca", "-batch", "-notext", "-config", "openssl.cnf" } + between(validity)
+            + QStringList{ "-in", request, "-out", certificate });
     return { QSslCertificate(readFile(certificate)), QSslKey(readFile(key), QSsl::Ec), certificate,
              key };
 }

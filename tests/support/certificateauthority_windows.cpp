@@ -164,7 +164,8 @@ CertificateAuthority::CertificateAuthority()
     // A name of its own, since the trust store finds authorities by name.
     const QByteArray id = QUuid::createUuid().toByteArray(QUuid::Id128);
     const Key key = makeKey();
-    const Certificate own = blankCertificate("Throw-away authority " + id, Validity::current());
+    const Certificate own
+        = blankCertificate("Throw-away authority " + id, Validity::longStanding());
     complete(
         own.get(), key.get(),
         { { NID_basic_constraints, "critical,CA:TRUE" },

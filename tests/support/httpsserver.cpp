@@ -77,8 +77,10 @@ QByteArray protocolName(TlsVersion version)
 QSslConfiguration serverConfiguration(const ServerCertificate& certificate, TlsVersion version)
 {
     QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setLocalCertificate(certificate.certificate);
+    tls.setLocalCertificateChain(QList{ certificate.certificate } + certificate.others);
     tls.setPrivateKey(certificate.key);
+    // Or the TLS library would look for intermediates to be sent in the machine's store.
+    tls.setCaCertificates({});
     if (version != TlsVersion::Any) {
         // Or the toolkit would keep the old versions out on its own.
         tls.setProtocol(QSsl::AnyProtocol);
