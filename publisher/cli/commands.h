@@ -35,11 +35,12 @@ extern const Command showCommand;
 extern const Command rollbackCommand;
 extern const Command promoteCommand;
 extern const Command estimateCommand;
+extern const Command reportCommand;
 
 /// Every command in the order in which they are listed.
-inline const std::array allCommands{ &buildCommand,   &buildLauncherCommand, &checkCommand,
-                                     &probeCommand,   &pushCommand,          &estimateCommand,
-                                     &historyCommand, &showCommand,          &rollbackCommand,
-                                     &promoteCommand };
+inline const std::array allCommands{ &buildCommand,    &buildLauncherCommand, &checkCommand,
+                                     &probeCommand,    &pushCommand,          &estimateCommand,
+                                     &reportCommand,   &historyCommand,       &showCommand,
+                                     &rollbackCommand, &promoteCommand };
 
 } // namespace Publisher

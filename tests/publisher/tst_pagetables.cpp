@@ -1,11 +1,14 @@
 #include "app/constants.h"
 #include "publisher/common/finding.h"
+#include "publisher/report/trouble.h"
+#include "tests/publisher/accesslog.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/testmain.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -81,6 +84,19 @@ QString fleetOf(const QString& address, quint16 port)
     return file;
 }
 
+/// A wrong line, an answer with an error, and a publication that comes while the log is
+/// written.
+QString accessLog()
+{
+    const QDateTime date = QFileInfo(server("patch.ini")).lastModified();
+    const qint64 published = AccessLog::at(0).secsTo(date);
+    AccessLog log;
+    log.addText("wrong\n");
+    log.add({ .second = published - 1, .status = 404 });
+    log.add({ .second = published + 1, .copy = published - 2, .file = published });
+    return log.write();
+}
+
 /// A manifest with everything that an effect can tell.
 QStringList checkOfAll()
 {
@@ -126,6 +142,14 @@ private slots:
         QCOMPARE(listed, expected);
     }
 
+    void everyTroubleIsListed()
+    {
+        QStringList expected;
+        for (const auto& [identifier, remedy] : Troubles::all())
+            expected.append(QString("| `%1` | %2 |").arg(identifier, remedy));
+        QCOMPARE(section("12. ").split('\n').filter(QRegularExpression("^\\| `")), expected);
+    }
+
     void everyFieldOfTheJsonIsListed()
     {
         HttpsServer web;
@@ -138,14 +162,15 @@ private slots:
             + QList<QStringList>{ checkOfAll(),
                                   { "probe", address },
                                   { "probe", "--fleet", fleet },
-                                  { "push", server(), "--fleet", fleet } });
+                                  { "push", server(), "--fleet", fleet },
+                                  { "report", accessLog(), "--tree", server() } });
         QSet<QString> listed;
         const QString text = section("9. ");
         static const QRegularExpression word("`([a-zA-Z0-9]+)`");
         for (auto match = word.globalMatch(text); match.hasNext();)
             listed.insert(match.next().captured(1));
-        listed
-            -= { "check", "probe", "rollback", "promote", "show", "history", "push", "estimate" };
+        listed -= { "check",   "probe", "rollback", "promote", "show",
+                    "history", "push",  "estimate", "report" };
         const auto sorted = [](const QSet<QString>& set) {
             QStringList list(set.cbegin(), set.cend());
             list.sort();

@@ -1,0 +1,585 @@
+#include "publisher/report/pairtally.h"
+#include "publisher/report/toptally.h"
+#include "tests/publisher/accesslog.h"
+#include "tests/publisher/buildfixture.h"
+#include "tests/publisher/commandrun.h"
+#include "tests/support/applicationfolder.h"
+#include "tests/support/testmain.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+
+#include <algorithm>
+
+using namespace TestSupport;
+using namespace BuildFixture;
+using namespace Publisher;
+
+namespace {
+
+constexpr qint64 hour = 3600;
+constexpr qint64 day = 24 * hour;
+const QString launcher = "/Halden-Launcher.exe";
+const QString patchFile = "/wow-client-patch/live/Data/0123456789abcdef0123456789abcdef/a.mpq";
+
+QJsonObject reported(const QStringList& arguments)
+{
+    const CommandRun run(QStringList{ "report", "--json" } + arguments);
+    if (run.code != ExitCode::Fine)
+        qFatal("%s", qPrintable(run.messages));
+    return run.json;
+}
+
+QJsonObject reported(const AccessLog& log, const QStringList& options = {})
+{
+    return reported(QStringList{ log.write() } + options);
+}
+
+/// The element of a list that has this value there; an empty one where none has.
+QJsonObject elementOf(const QJsonValue& list, const QString& key, const QJsonValue& value)
+{
+    const QJsonArray array = list.toArray();
+    for (const QJsonValue element : array) {
+        if (element[key] == value)
+            return element.toObject();
+    }
+    return {};
+}
+
+QJsonObject adoptionOf(const QJsonObject& report, const QString& track)
+{
+    return elementOf(report["adoption"], "track", track);
+}
+
+QJsonObject troubleOf(const QJsonObject& report, const QString& id)
+{
+    return elementOf(report["troubles"], "id", id);
+}
+
+/// How many players have each publication, the oldest first.
+QList<int> holdersOf(const QJsonObject& report, const QString& track)
+{
+    QList<int> holders;
+    const QJsonArray publications = adoptionOf(report, track)["publications"].toArray();
+    for (const QJsonValue publication : publications)
+        holders.append(publication["players"].toInt());
+    return holders;
+}
+
+/// Marks of players change with every run.
+QJsonValue withoutMarks(const QJsonValue& value)
+{
+    if (value.isArray()) {
+        QJsonArray array;
+        const QJsonArray elements = value.toArray();
+        for (const QJsonValue element : elements)
+            array.append(withoutMarks(element));
+        return array;
+    }
+    if (!value.isObject())
+        return value;
+    QJsonObject object = value.toObject();
+    if (object["player"].isString())
+        object["player"] = "mark";
+    for (auto member = object.begin(); member != object.end(); ++member)
+        member.value() = withoutMarks(member.value());
+    return object;
+}
+
+QByteArray comparable(const QJsonObject& report)
+{
+    return QJsonDocument(withoutMarks(report).toObject()).toJson();
+}
+
+/// Two publications and a release, ten players of whom three miss the second one.
+AccessLog someDays()
+{
+    AccessLog log;
+    for (int player = 1; player <= 10; ++player) {
+        log.add({ .player = player, .second = player * 60, .copy = -day, .file = 0 });
+        log.add({ .player = player,
+                  .second = player * 60 + 1,
+                  .target = launcher,
+                  .bytes = 500'000,
+                  .copy = -day,
+                  .file = -hour });
+        if (player <= 7)
+            log.add({ .player = player,
+                      .second = day + player * hour,
+                      .bytes = 10'200,
+                      .copy = player * 60,
+                      .file = day });
+    }
+    return log;
+}
+
+void pack(const QString& program, const QStringList& options, const QString& log)
+{
+    QProcess process;
+    process.start(program, options + QStringList{ log });
+    QVERIFY2(process.waitForFinished() && process.exitCode() == 0, qPrintable(program));
+}
+
+/// As a pipe brings it.
+QJsonObject reportedFromPipe(const QString& log)
+{
+    QProcess process;
+    process.setStandardInputFile(log);
+    process.start(HALDEN_PUBLISH, { "report", "--json", "-" });
+    process.waitForFinished();
+    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+}
+
+} // namespace
+
+/// What access logs tell of players.
+class tst_Report : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        ApplicationFolder::clear();
+    }
+
+    void adoptionIsTold()
+    {
+        const QJsonObject report = reported(someDays());
+        QCOMPARE(report["players"].toInt(), 10);
+        const QJsonObject live = adoptionOf(report, "live");
+        QCOMPARE(live["players"].toInt(), 10);
+        QCOMPARE(live["behind"].toInt(), 3);
+        QCOMPARE(holdersOf(report, "live"), (QList<int>{ 3, 7 }));
+        const QJsonValue second = live["publications"][1];
+        QCOMPARE(second["time"].toString(), AccessLog::at(day).toString(Qt::ISODate));
+        QCOMPARE(second["seconds50"].toInt(), 5 * hour);
+        QVERIFY(second["seconds90"].isNull());
+        QCOMPARE(
+            live["publications"][0]["lastOnline"].toString(),
+            AccessLog::at(10 * 60).toString(Qt::ISODate));
+        QCOMPARE(holdersOf(report, "launcher"), (QList<int>{ 10 }));
+        QVERIFY(adoptionOf(report, "test").isEmpty());
+    }
+
+    /// The first publication was dated before the logs begin, so nothing is said about
+    /// its pace.
+    void whatIsOlderThanTheLogsHasNoPace()
+    {
+        AccessLog log;
+        log.add({ .copy = -day, .file = -hour });
+        const QJsonValue first = adoptionOf(reported(log), "live")["publications"][0];
+        QVERIFY(first["seconds50"].isNull());
+        QVERIFY(first["curve"].toArray().isEmpty());
+    }
+
+    void sizesTellWhereDatesAreMissing()
+    {
+        AccessLog log;
+        for (int player = 1; player <= 4; ++player)
+            log.add({ .player = player, .second = player, .bytes = 10'000 });
+        for (int player = 1; player <= 3; ++player)
+            log.add({ .player = player, .second = day + player, .bytes = 10'200 });
+        // Broken off.
+        log.add({ .player = 4, .second = 2 * day, .bytes = 4'000 });
+        const QJsonObject report = reported(log);
+        QCOMPARE(holdersOf(report, "live"), (QList<int>{ 1, 3 }));
+        QCOMPARE(adoptionOf(report, "live")["behind"].toInt(), 1);
+    }
+
+    /// "304" tells that there is nothing newer.
+    void launcherThatIsConfirmedIsHad()
+    {
+        AccessLog log;
+        log.add({ .player = 1, .target = launcher, .bytes = 500'000, .copy = -day, .file = -hour });
+        log.add({ .player = 1,
+                  .second = day + 1,
+                  .target = launcher,
+                  .bytes = 500'000,
+                  .copy = 0,
+                  .file = day });
+        log.add({ .player = 2,
+                  .second = 2 * day,
+                  .target = launcher,
+                  .status = 304,
+                  .bytes = 0,
+                  .copy = day + 5 });
+        QCOMPARE(holdersOf(reported(log), "launcher"), (QList<int>{ 0, 2 }));
+    }
+
+    void treeNumbersPublications()
+    {
+        put("Data/a.mpq", "a");
+        published();
+        put("Data/a.mpq", "b");
+        BuildRequest second = request();
+        second.message = "spring";
+        published(second);
+        const qint64 date = QFileInfo(server("patch.ini")).lastModified().toSecsSinceEpoch();
+        const qint64 begin = date - AccessLog::at(0).toSecsSinceEpoch();
+        AccessLog log;
+        log.add({ .player = 1, .second = begin + hour, .copy = 0, .file = begin });
+        // A log that tells no dates.
+        log.add({ .player = 2, .second = begin + hour });
+        const QJsonObject report = reported(log, { "--tree", server() });
+        QCOMPARE(holdersOf(report, "live"), (QList<int>{ 2 }));
+        const QJsonValue live = adoptionOf(report, "live")["publications"][0];
+        QCOMPARE(live["number"].toInt(), 2);
+        QCOMPARE(live["message"].toString(), "spring");
+    }
+
+    void filesThatNoManifestNames()
+    {
+        put("Data/a.mpq", "a");
+        published();
+        const QString named = '/' + placeOf("Data/a.mpq");
+        AccessLog log;
+        for (const QString& target : { named, patchFile })
+            log.add({ .target = target, .bytes = 1 });
+        log.add({ .target = patchFile + ".old", .status = 404, .bytes = 100 });
+        const QJsonObject trouble
+            = troubleOf(reported(log, { "--tree", server() }), "file-unnamed");
+        QCOMPARE(trouble["count"].toInt(), 2);
+        QCOMPARE(trouble["cases"][0]["path"].toString(), patchFile);
+        QVERIFY(troubleOf(reported(log), "file-unnamed").isEmpty());
+    }
+
+    /// The tree knows sizes, so that even who is alone with a broken download shows.
+    void treeTellsWhatIsBroken()
+    {
+        put("Data/a.mpq", QByteArray(100'000, 'a'));
+        published();
+        AccessLog log;
+        log.add({ .target = '/' + placeOf("Data/a.mpq"), .bytes = 50'000 });
+        QVERIFY(troubleOf(reported(log), "download-broken").isEmpty());
+        const QJsonObject trouble
+            = troubleOf(reported(log, { "--tree", server() }), "download-broken");
+        QCOMPARE(trouble["count"].toInt(), 1);
+        QCOMPARE(trouble["players"].toInt(), 1);
+    }
+
+    void loops_data()
+    {
+        QTest::addColumn<QList<qint64>>("copies");
+        QTest::addColumn<bool>("isLoop");
+        QTest::newRow("each copy newer than the file")
+            << QList<qint64>{ 10, 110, 210, 310, 410, 510 } << true;
+        QTest::newRow("always the same copy") << QList<qint64>(6, -day) << true;
+        QTest::newRow("several players, old copies")
+            << QList<qint64>{ -6 * day, -5 * day, -4 * day, -3 * day, -2 * day, -1 * day } << false;
+        QTest::newRow("both runs of two starts") << QList<qint64>(4, -day) << false;
+        QTest::newRow("no dates") << QList<qint64>(6, qint64(-1)) << true;
+    }
+
+    void loops()
+    {
+        QFETCH(QList<qint64>, copies);
+        AccessLog log;
+        for (qsizetype i = 0; i < copies.size(); ++i) {
+            AccessLog::Request request{ .second = 100 * i + 50,
+                                        .target = launcher,
+                                        .bytes = 500'000 };
+            if (copies.at(i) != -1) {
+                request.copy = copies.at(i);
+                request.file = 0;
+            }
+            log.add(request);
+        }
+        QTEST(!troubleOf(reported(log), "launcher-loop").isEmpty(), "isLoop");
+    }
+
+    void fetchedAgain_data()
+    {
+        QTest::addColumn<int>("times");
+        QTest::addColumn<bool>("isTrouble");
+        QTest::newRow("three starts") << 6 << false;
+        QTest::newRow("four starts") << 8 << true;
+    }
+
+    void fetchedAgain()
+    {
+        QFETCH(int, times);
+        AccessLog log;
+        for (int i = 0; i < times; ++i)
+            log.add({ .second = i * hour, .target = patchFile, .bytes = 100'000 });
+        const QJsonObject trouble = troubleOf(reported(log), "file-again");
+        QTEST(!trouble.isEmpty(), "isTrouble");
+        if (!trouble.isEmpty())
+            QCOMPARE(trouble["cases"][0]["path"].toString(), patchFile);
+    }
+
+    void brokenDownloads_data()
+    {
+        QTest::addColumn<QList<qint64>>("sizes");
+        QTest::newRow("first") << QList<qint64>{ 30'000, 100'000, 100'000 };
+        QTest::newRow("in between") << QList<qint64>{ 100'000, 30'000, 100'000 };
+        QTest::newRow("last") << QList<qint64>{ 100'000, 100'000, 30'000 };
+    }
+
+    void brokenDownloads()
+    {
+        QFETCH(QList<qint64>, sizes);
+        AccessLog log;
+        for (qsizetype i = 0; i < sizes.size(); ++i)
+            log.add({ .player = static_cast<int>(i), .target = patchFile, .bytes = sizes.at(i) });
+        const QJsonObject trouble = troubleOf(reported(log), "download-broken");
+        QCOMPARE(trouble["count"].toInt(), 1);
+        QCOMPARE(trouble["players"].toInt(), 1);
+    }
+
+    /// Who has the launcher first quits, and breaks the other run's off.
+    void brokenLaunchersAreNoTrouble()
+    {
+        AccessLog log;
+        for (const qint64 bytes : { 500'000, 200'000 })
+            log.add({ .target = launcher, .bytes = bytes, .copy = -day, .file = 0 });
+        QVERIFY(troubleOf(reported(log), "download-broken").isEmpty());
+    }
+
+    void clocksAndDatesAhead()
+    {
+        AccessLog log;
+        log.add({ .player = 1, .second = 0, .copy = hour, .file = -day });
+        log.add({ .player = 2, .second = 0, .copy = -1, .file = -day });
+        log.add({ .player = 3, .second = 0, .target = launcher, .copy = -day, .file = day });
+        const QJsonObject report = reported(log);
+        QCOMPARE(troubleOf(report, "clock-ahead")["players"].toInt(), 1);
+        const QJsonObject dated = troubleOf(report, "dated-ahead");
+        QCOMPARE(dated["count"].toInt(), 1);
+        QCOMPARE(dated["cases"][0]["path"].toString(), launcher);
+    }
+
+    void errorsAndStrangers()
+    {
+        AccessLog log;
+        log.add({ .player = 1, .target = "/.env?key=1", .status = 404, .agent = "scanner" });
+        log.add({ .player = 1, .target = "/.env", .status = 404, .agent = "scanner" });
+        log.add({ .player = 2, .status = 503 });
+        log.add({ .player = 3, .agent = "browser" });
+        const QJsonObject report = reported(log);
+        QCOMPARE(report["players"].toInt(), 1);
+        QCOMPARE(report["strangers"].toInt(), 2);
+        const QJsonObject client = troubleOf(report, "client-error");
+        QCOMPARE(client["count"].toInt(), 2);
+        QCOMPARE(client["players"].toInt(), 1);
+        QCOMPARE(client["cases"][1]["path"].toString(), "404 /.env");
+        QCOMPARE(troubleOf(report, "server-error")["count"].toInt(), 1);
+        QCOMPARE(troubleOf(report, "no-launcher")["count"].toInt(), 3);
+    }
+
+    void onlineAndBehind()
+    {
+        AccessLog log = someDays();
+        // Online, and the server has an error for him.
+        log.add({ .player = 9, .second = 2 * day, .status = 503, .bytes = 0 });
+        const QJsonObject trouble = troubleOf(reported(log), "online-and-behind");
+        QCOMPARE(trouble["players"].toInt(), 1);
+    }
+
+    void loadIsTold()
+    {
+        AccessLog log;
+        for (int i = 0; i < 5; ++i)
+            log.add({ .player = i, .second = i, .bytes = 100, .copy = 0, .file = -1 });
+        for (int i = 0; i < 20; ++i)
+            log.add({ .player = i,
+                      .second = 600 + i,
+                      .target = patchFile,
+                      .bytes = 1'000'000,
+                      .copy = 0,
+                      .file = -1,
+                      .duration = i < 2 ? 10.0 : 1.0 });
+        const QJsonValue load = reported(log).value("load");
+        QCOMPARE(load["requests"].toInt(), 25);
+        QCOMPARE(load["bytes"].toInt(), 20'000'500);
+        QCOMPARE(load["mostRequests"]["count"].toInt(), 20);
+        QCOMPARE(load["mostRequests"]["time"].toString(), AccessLog::at(600).toString(Qt::ISODate));
+        QCOMPARE(load["timedDownloads"].toInt(), 20);
+        const double slowest = load["slowestTenth"].toDouble();
+        QVERIFY2(slowest >= 100'000 && slowest < 106'000, qPrintable(QString::number(slowest)));
+        const double half = load["slowerHalf"].toDouble();
+        QVERIFY2(half >= 1'000'000 && half < 1'060'000, qPrintable(QString::number(half)));
+    }
+
+    void ownRequestsAreLeftOut()
+    {
+        const QJsonObject report = reported(someDays(), { "--own", "192.0.2.3" });
+        QCOMPARE(report["players"].toInt(), 9);
+        QCOMPARE(report["logs"]["leftOut"].toInt(), 3);
+    }
+
+    /// Half a log each, in this order and the other, packed or not.
+    void orderAndPackingDoNotMatter()
+    {
+        const AccessLog log = someDays();
+        const QByteArray whole = comparable(reported(log));
+        AccessLog first;
+        AccessLog second;
+        for (qsizetype i = 0; i < log.lines().size(); ++i)
+            (i % 2 == 0 ? first : second).addText(log.lines().at(log.lines().size() - 1 - i));
+        const QString one = first.write("one.log");
+        const QString two = second.write("two.log");
+        QCOMPARE(comparable(reported({ one, two })), whole);
+        QCOMPARE(comparable(reported({ two, one })), whole);
+        pack("gzip", {}, one);
+        pack("zstd", { "-q" }, two);
+        QCOMPARE(comparable(reported({ two + ".zst", one + ".gz" })), whole);
+        QCOMPARE(comparable(reportedFromPipe(log.write())), whole);
+        QCOMPARE(comparable(reportedFromPipe(two + ".zst")), comparable(reported({ two })));
+    }
+
+    /// As whoever adds to a packed log leaves it.
+    void packedTextsBehindOneAnother()
+    {
+        const AccessLog log = someDays();
+        const QString path = log.write();
+        pack("gzip", { "-k" }, path);
+        const QByteArray packed = readFile(path + ".gz");
+        writeFile(path + ".2", packed + packed);
+        const QJsonValue logs = reported({ path + ".2" }).value("logs");
+        QCOMPARE(logs["lines"].toInt(), 2 * static_cast<int>(log.lines().size()));
+    }
+
+    void cutPackedLogTellsWhatThereIs()
+    {
+        AccessLog log;
+        for (int i = 0; i < 100'000; ++i)
+            log.add({ .player = i % 200, .second = i });
+        const QString path = log.write();
+        pack("gzip", { "-k" }, path);
+        const QByteArray packed = readFile(path + ".gz");
+        writeFile(path + ".cut", packed.first(packed.size() / 2));
+        const QJsonValue logs = reported({ path + ".cut" }).value("logs");
+        QVERIFY(logs["lines"].toInt() > 10'000);
+        QVERIFY(logs["lines"].toInt() < 90'000);
+        QCOMPARE(logs["wrong"].toInt(), 0);
+    }
+
+    void wrongLinesAreCountedWithTheirNumbers()
+    {
+        AccessLog log;
+        log.addText("half a line\n").add({}).addText(QByteArray(200'000, 'x') + '\n').add({});
+        log.addText("\n").addText("192.0.2.9 - - [unfinished");
+        const QString path = log.write();
+        const CommandRun run({ "report", path });
+        QVERIFY2(run.text.contains("Wrong lines: 3 of 5"), qPrintable(run.text));
+        for (const QString line :
+             { "line 1: of no known format", "line 3: too long", "line 5: of no known format" })
+            QVERIFY2(run.text.contains(path + ", " + line), qPrintable(run.text));
+        const QJsonValue logs = reported({ path }).value("logs");
+        QCOMPARE(logs["wrong"].toInt(), 3);
+        QCOMPARE(logs["unfinished"].toInt(), 1);
+    }
+
+    void rubbishDoesNoHarm_data()
+    {
+        QTest::addColumn<QByteArray>("rubbish");
+        QByteArray all;
+        for (int i = 0; i < 100'000; ++i)
+            all += static_cast<char>(i * i % 251);
+        QTest::newRow("bytes") << all;
+        QTest::newRow("zeros") << QByteArray(3'000'000, '\0');
+        QTest::newRow("line ends") << QByteArray(100'000, '\n');
+        QTest::newRow("brackets") << QByteArray(100'000, '{') + '\n';
+        QTest::newRow("nothing") << QByteArray();
+    }
+
+    void rubbishDoesNoHarm()
+    {
+        QFETCH(QByteArray, rubbish);
+        AccessLog log;
+        log.addText(rubbish).addText("\n").add({});
+        QCOMPARE(reported(log).value("players").toInt(), 1);
+    }
+
+    void addressesAndHostileTextsDoNotComeOut()
+    {
+        AccessLog log = someDays();
+        log.add({ .player = 77,
+                  .target = "/<script>alert(1)</script>\x1b[2J/192.0.2.77",
+                  .status = 404,
+                  .agent = "\x1b[31m" });
+        log.addText("192.0.2.78 bad line\n");
+        const QString path = log.write();
+        for (const QStringList& form : { QStringList(), QStringList("--json") }) {
+            const CommandRun run(QStringList{ "report", path } + form);
+            QCOMPARE(run.code, ExitCode::Fine);
+            QVERIFY2(!run.text.contains("192.0.2"), qPrintable(run.text));
+            QVERIFY(!run.text.contains('\x1b'));
+        }
+    }
+
+    /// Anybody may ask for any number of paths.
+    void tallyOfPathsIsBounded()
+    {
+        TopTally tally(100);
+        for (int i = 0; i < 100'000; ++i) {
+            tally.add("/often");
+            tally.add(std::to_string(i));
+        }
+        QVERIFY(!tally.isExact());
+        QCOMPARE(tally.total(), 200'000);
+        QCOMPARE(tally.top(1).front().text, std::string("/often"));
+        QVERIFY(tally.top(1000).size() <= 100);
+    }
+
+    void tallyOfPairsIsBounded()
+    {
+        PairTally tally(1000);
+        for (std::uint32_t i = 0; i < 50'000; ++i) {
+            tally.add(1, 1);
+            tally.add(2, i + 2);
+        }
+        QVERIFY(!tally.isExact());
+        std::uint32_t most = 0;
+        std::uint32_t pairs = 0;
+        tally.forEach([&](std::uint32_t player, std::uint32_t, std::uint32_t count) {
+            most = player == 1 ? count : most;
+            ++pairs;
+        });
+        QCOMPARE(most, 50'000U);
+        QVERIFY(pairs <= 1000);
+    }
+
+    void senselessCommandLines_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<ExitCode>("code");
+        QTest::addColumn<QString>("words");
+        QTest::newRow("no log") << QStringList() << ExitCode::Usage << "give an access log";
+        QTest::newRow("a log that is not there")
+            << QStringList("/nowhere.log") << ExitCode::InputOutput << "/nowhere.log";
+        QTest::newRow("a folder") << QStringList("/tmp") << ExitCode::InputOutput
+                                  << "it is a folder";
+        QTest::newRow("no tree") << QStringList{ "/dev/null", "--tree", "/nowhere" }
+                                 << ExitCode::InputOutput << "/nowhere";
+    }
+
+    void senselessCommandLines()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, words);
+        const CommandRun run(QStringList("report") + arguments);
+        QTEST(run.code, "code");
+        QVERIFY2(run.messages.contains(words), qPrintable(run.messages));
+    }
+
+    void damagedPackedLog()
+    {
+        writeFile(ApplicationFolder::path("x.gz"), "\x1f\x8b\x08" + QByteArray(100, 'x'));
+        const CommandRun run({ "report", ApplicationFolder::path("x.gz") });
+        QCOMPARE(run.code, ExitCode::InputOutput);
+        QVERIFY2(run.messages.contains("damaged"), qPrintable(run.messages));
+    }
+
+    void emptyLog()
+    {
+        const CommandRun run({ "report", "/dev/null" });
+        QCOMPARE(run.code, ExitCode::Fine);
+        QVERIFY2(run.text.contains("The logs tell of no request."), qPrintable(run.text));
+    }
+};
+
+HALDEN_TEST_MAIN(tst_Report)
+#include "tst_report.moc"
