@@ -26,9 +26,11 @@ std::string_view pathOf(std::string_view target)
     return target.substr(0, std::min(target.find('?'), target.size()));
 }
 
+/// nginx has a status of its own for players who have gone.
 bool isError(const LogLine& line)
 {
-    return line.status >= firstClientError;
+    constexpr int gone = 499;
+    return line.status >= firstClientError && line.status != gone;
 }
 
 /// By the format that has no place for a user agent, whatever looks like it.

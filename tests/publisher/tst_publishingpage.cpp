@@ -95,6 +95,7 @@ QString translated(QString command)
         .replace("www.tarnwick.example", QUrl(launcherInfoUrl).host())
         .replace("mirror.tarnwick.example", QUrl(unencryptedDownloadBaseUrl).host())
         .replace("/etc/", etc)
+        .replace("/var/log/nginx/", "/run/page/log/")
         // There are no players in here to be waited for.
         .replace("halden-publish push ", "halden-publish push --pause 1 ")
         .replace("chgrp -R admins", "chgrp -R " + QString::number(::getegid()));
@@ -208,7 +209,8 @@ private slots:
                 here + "/build/package-windows/Halden Launcher/" + name, readFile("/usr/bin/true"));
         writeFile(
             here + "/packaging/nginx/halden-community.conf",
-            readFile(HALDEN_PACKAGING "/nginx/halden-community.conf"));
+            readFile(HALDEN_PACKAGING "/nginx/halden-community.conf")
+                .replace("/var/log/nginx/", "/run/page/log/"));
         // The one server of this room, as if it were elsewhere.
         writeFile(
             etc + "halden/fleet.ini",
@@ -230,7 +232,7 @@ private slots:
     {
         const QStringList walk = commands();
         for (const char* name : { "build", "build-launcher", "check", "probe", "push", "history",
-                                  "show", "rollback", "promote" })
+                                  "show", "rollback", "promote", "report" })
             QVERIFY2(!walk.filter(QString("halden-publish %1 ").arg(name)).isEmpty(), name);
         for (const QString& line : walk) {
             if (isNotHere(line))

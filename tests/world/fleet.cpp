@@ -159,7 +159,8 @@ void Fleet::writeConfiguration(const Server& server) const
     if (server.name == allNames.first() && hasIpv6())
         listening += "; listen [::1]:443 ssl";
     site.replace("listen 443 ssl", listening.toUtf8())
-        .replace("/srv/halden", path(server.name).toUtf8());
+        .replace("/srv/halden", path(server.name).toUtf8())
+        .replace("/var/log/nginx/", folder.toUtf8());
     site.replace(
         "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example",
         communityHosts().join(' ').toUtf8());

@@ -69,6 +69,11 @@ Replacements ownNames()
         + Replacements{ { exampleNames, communityHosts().join(' ').toUtf8() } };
 }
 
+QString logFileOf(const QString& name)
+{
+    return folderOf(name) + "/halden.log";
+}
+
 QByteArray packaged(const QString& file, const Replacements& replacements)
 {
     const QString path = HALDEN_PACKAGING_FOLDER "/" + file;
@@ -81,9 +86,14 @@ QByteArray packaged(const QString& file, const Replacements& replacements)
     return content;
 }
 
-std::unique_ptr<ServerProcess> nginx(const QString& name, const QByteArray& site)
+std::unique_ptr<ServerProcess> nginx(const QString& name, QByteArray site)
 {
     const QByteArray folder = folderOf(name).toUtf8();
+    // The site's log beside the short one that it would take the place of.
+    site.replace(
+        "access_log /var/log/nginx/halden.log halden;",
+        "access_log " + logFileOf(name).toUtf8() + " halden; access_log " + folder
+            + "/access.log requests;");
     const QString path = configurationOf(
         name,
         QByteArray("daemon off;\nworker_processes 1;\n") + (isRoot() ? "user root;\n" : "") + "pid "
@@ -94,9 +104,10 @@ std::unique_ptr<ServerProcess> nginx(const QString& name, const QByteArray& site
         "/usr/sbin/nginx", QStringList{ "-e", "stderr", "-c", path }, logOf(name));
 }
 
-std::unique_ptr<ServerProcess> apache(const QString& name, const QByteArray& site)
+std::unique_ptr<ServerProcess> apache(const QString& name, QByteArray site)
 {
     const QByteArray folder = folderOf(name).toUtf8();
+    site.replace("/var/log/apache2/halden.log", logFileOf(name).toUtf8());
     const QString path = configurationOf(
         name,
         "ServerRoot " + folder + "\nServerName localhost\nPidFile " + folder
@@ -109,8 +120,9 @@ std::unique_ptr<ServerProcess> apache(const QString& name, const QByteArray& sit
     return process;
 }
 
-std::unique_ptr<ServerProcess> caddy(const QString& name, const QByteArray& site)
+std::unique_ptr<ServerProcess> caddy(const QString& name, QByteArray site)
 {
+    site.replace("/var/log/caddy/halden.log", logFileOf(name).toUtf8());
     const QString path = configurationOf(name, site);
     auto process = std::make_unique<ServerProcess>(
         "/usr/bin/caddy", QStringList{ "run", "--adapter", "caddyfile", "--config", path },

@@ -23,9 +23,9 @@ QByteArray packaged(const QString& file, const Replacements& replacements);
 Replacements ownNames();
 
 /// A server with this site, and nothing else but what the sandbox needs.
-std::unique_ptr<ServerProcess> nginx(const QString& name, const QByteArray& site);
-std::unique_ptr<ServerProcess> apache(const QString& name, const QByteArray& site);
-std::unique_ptr<ServerProcess> caddy(const QString& name, const QByteArray& site);
+std::unique_ptr<ServerProcess> nginx(const QString& name, QByteArray site);
+std::unique_ptr<ServerProcess> apache(const QString& name, QByteArray site);
+std::unique_ptr<ServerProcess> caddy(const QString& name, QByteArray site);
 
 /// The configuration of a community's one server, at port 443 of 127.0.0.1 with the
 /// certificate that tests trust. `program` is "nginx", "apache" or "caddy".
@@ -33,5 +33,7 @@ std::unique_ptr<ServerProcess> communityServer(const QString& program);
 
 /// What a server of this name may write into.
 QString folderOf(const QString& name);
+/// What the administrators' configuration has it write of requests.
+QString logFileOf(const QString& name);
 
 } // namespace WebServers
