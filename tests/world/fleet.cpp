@@ -10,6 +10,7 @@
 #include <QTest>
 #include <QUrl>
 
+#include <csignal>
 #include <unistd.h>
 
 using namespace TestSupport;
@@ -24,6 +25,12 @@ constexpr quint16 sftpPort = 2022;
 QString hostOf(const QString& name)
 {
     return "127.0.0.1" + QString::number(allNames.indexOf(name) + 1);
+}
+
+/// The others have rclone's own server.
+bool isByOpenSsh(const QString& name)
+{
+    return name == allNames.at(2);
 }
 
 bool isListening(const QString& host, quint16 port)
@@ -57,6 +64,13 @@ void stopProcess(QProcess& process)
     process.waitForFinished(patience);
 }
 
+/// The numbers of its processes, divided by blanks.
+QByteArray workersOf(const QProcess& process)
+{
+    const QByteArray number = QByteArray::number(process.processId());
+    return readFile("/proc/" + number + "/task/" + number + "/children");
+}
+
 QByteArray obscured(const QByteArray& password)
 {
     QProcess rclone;
@@ -66,16 +80,65 @@ QByteArray obscured(const QByteArray& password)
     return rclone.readAllStandardOutput().trimmed();
 }
 
+void makeKey(const QString& file)
+{
+    if (!QFile::exists(file)
+        && QProcess::execute("ssh-keygen", { "-q", "-t", "ed25519", "-N", "", "-f", file }) != 0)
+        qFatal("no key for SSH can be made");
+}
+
+QString keyOf(const QString& name)
+{
+    return state + name + "/key";
+}
+
+/// How rclone proves to this server who it is.
+QByteArray credentials(const QString& name)
+{
+    if (isByOpenSsh(name))
+        return "user = nobody\nkey_file = " + keyOf(name).toUtf8() + "\n";
+    return "user = admin\npass = " + obscured("secret") + "\n";
+}
+
 void writeRemotes(const QStringList& names)
 {
-    const QByteArray password = obscured("secret");
     QByteArray text;
     for (const QString& name : names)
         text += "[" + name.toUtf8() + "]\ntype = sftp\nhost = " + hostOf(name).toUtf8()
-            + "\nport = " + QByteArray::number(sftpPort) + "\nuser = admin\npass = " + password
-            + "\n";
+            + "\nport = " + QByteArray::number(sftpPort) + '\n' + credentials(name);
     writeFile(state + "rclone.conf", text);
     qputenv("RCLONE_CONFIG", (state + "rclone.conf").toUtf8());
+}
+
+/// How the file names the place of its files.
+QString remoteOf(const QString& name)
+{
+    if (name == allNames.first())
+        return Fleet::path(name);
+    return isByOpenSsh(name) ? name + ':' + Fleet::path(name) : name + ':';
+}
+
+QStringList rcloneServer(const QString& name)
+{
+    return { "rclone", "serve", "sftp", Fleet::path(name) + '/', "--addr",
+             hostOf(name) + ':' + QString::number(sftpPort), "--user", "admin", "--pass", "secret",
+             // Tests change files behind its back.
+             "--dir-cache-time", "0s" };
+}
+
+QStringList openSsh(const QString& name)
+{
+    const QByteArray folder = state.toUtf8() + name.toUtf8() + '/';
+    makeKey(folder + "hostkey");
+    writeFile(
+        folder + "sshd",
+        "ListenAddress " + hostOf(name).toUtf8() + ':' + QByteArray::number(sftpPort) + "\nHostKey "
+            + folder + "hostkey\nAuthorizedKeysFile " + keyOf(name).toUtf8()
+            + ".pub\nPidFile none\nStrictModes no\nMaxStartups 100\n"
+              "Subsystem sftp internal-sftp\nForceCommand internal-sftp\n");
+    // Lets in whom it takes itself for.
+    return { "env",          "LD_PRELOAD=" HALDEN_ORDINARY_USER, "/usr/sbin/sshd", "-D", "-e", "-f",
+             folder + "sshd" };
 }
 
 } // namespace
@@ -89,6 +152,8 @@ Fleet::Fleet(int count)
         servers.back()->name = name;
         servers.back()->certificate = trustedCertificate();
         setFolder(name, state + name + "/tree");
+        if (isByOpenSsh(name))
+            makeKey(keyOf(name));
     }
     writeRemotes(names());
 }
@@ -96,8 +161,8 @@ Fleet::Fleet(int count)
 Fleet::~Fleet()
 {
     for (const auto& one : servers) {
-        stopProcess(one->web);
-        stopProcess(one->storage);
+        stopWeb(one->name);
+        stopStorage(one->name);
     }
 }
 
@@ -174,7 +239,7 @@ void Fleet::writeConfiguration(const Server& server) const
     writeFile(folder + "tls/privkey.pem", readFile(certificate.keyFile));
     writeFile(
         folder + "nginx.conf",
-        "daemon off; master_process off;\n" + QByteArray(::geteuid() == 0 ? "user root;\n" : "")
+        "daemon off; worker_processes 1;\n" + QByteArray(::geteuid() == 0 ? "user root;\n" : "")
             + "pid " + folder.toUtf8() + "pid; error_log " + folder.toUtf8()
             + "error.log; events { }\nhttp { access_log off; include " + folder.toUtf8()
             + "site.conf; }\n");
@@ -193,7 +258,29 @@ void Fleet::startWeb(const QString& name, const QStringList& wrapper)
 
 void Fleet::stopWeb(const QString& name)
 {
-    stopProcess(server(name).web);
+    QProcess& web = server(name).web;
+    if (web.state() == QProcess::NotRunning)
+        return;
+    // With its worker.
+    web.terminate();
+    if (!web.waitForFinished(patience))
+        qFatal("the web server %s does not end", qPrintable(name));
+}
+
+void Fleet::reloadWeb(const QString& name)
+{
+    Server& one = server(name);
+    writeConfiguration(one);
+    const QByteArray former = workersOf(one.web);
+    ::kill(static_cast<pid_t>(one.web.processId()), SIGHUP);
+    const bool isNew = QTest::qWaitFor(
+        [&] {
+            const QByteArray present = workersOf(one.web);
+            return !present.isEmpty() && !present.contains(former);
+        },
+        patience);
+    if (!isNew)
+        qFatal("the web server %s goes by what it went by before", qPrintable(name));
 }
 
 void Fleet::startStorage(const QString& name, const QStringList& options)
@@ -201,15 +288,8 @@ void Fleet::startStorage(const QString& name, const QStringList& options)
     Server& one = server(name);
     if (name == allNames.first() || one.storage.state() != QProcess::NotRunning)
         return;
-    startProcess(
-        one.storage,
-        QStringList{ "rclone", "serve", "sftp", path(name) + '/', "--addr",
-                     hostOf(name) + ':' + QString::number(sftpPort), "--user", "admin", "--pass",
-                     "secret",
-                     // Tests change files behind its back.
-                     "--dir-cache-time", "0s" }
-            + options,
-        hostOf(name), sftpPort);
+    const QStringList command = isByOpenSsh(name) ? openSsh(name) : rcloneServer(name);
+    startProcess(one.storage, command + options, hostOf(name), sftpPort);
 }
 
 void Fleet::stopStorage(const QString& name)
@@ -237,7 +317,7 @@ QString Fleet::text() const
 {
     QString text;
     for (const auto& one : servers) {
-        const QString remote = one->name == allNames.first() ? path(one->name) : one->name + ":";
+        const QString remote = remoteOf(one->name);
         text += QString("[%1]\nremote = %2\naddress = %3\nconnect = %4\n")
                     .arg(one->name, remote, downloadBaseUrl, address(one->name));
         if (one->name == allNames.first() && hasIpv6())

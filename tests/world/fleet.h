@@ -11,8 +11,8 @@
 
 /// Several web servers behind one host name, each with a folder and a loopback address of
 /// its own: nginx with the administrators' configuration. The first one's folder is a path
-/// of this machine to whoever fills it, those of the others are reached by SFTP. Whatever
-/// fails ends the process.
+/// of this machine to whoever fills it, those of the others are reached by SFTP: the
+/// second's by rclone's own server, the third's by OpenSSH. Whatever fails ends the process.
 class Fleet {
 public:
     /// At most as many as there are names for.
@@ -29,9 +29,11 @@ public:
 
     void startWeb(const QString& name, const QStringList& wrapper = {});
     void stopWeb(const QString& name);
+    /// Lets it go by what is set for it, without breaking anything off.
+    void reloadWeb(const QString& name);
     void startStorage(const QString& name, const QStringList& options = {});
     void stopStorage(const QString& name);
-    // From its next start on a server has these.
+    // From its next start on a server has these, or when it is reloaded.
     void setFolder(const QString& name, const QString& folder);
     void setCertificate(const QString& name, const TestSupport::ServerCertificate& certificate);
     /// One line of the administrators' configuration replaced.

@@ -1,20 +1,20 @@
 // Preloaded into a server that wants to become another user when root starts it,
-// which nobody may in the sandbox: it takes itself for an ordinary user's.
+// which nobody may in the sandbox: it takes itself for that of the user "nobody".
 
 #include <unistd.h>
 
 namespace {
 
-constexpr uid_t somebody = 1000;
+constexpr uid_t nobody = 65534;
 
 } // namespace
 
 extern "C" uid_t getuid()
 {
-    return somebody;
+    return nobody;
 }
 
 extern "C" uid_t geteuid()
 {
-    return somebody;
+    return nobody;
 }
