@@ -1,6 +1,7 @@
 #include "publisher/fleet/exchange.h"
 
 #include "publisher/common/clock.h"
+#include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
 #include "publisher/common/serverlayout.h"
 
@@ -17,6 +18,10 @@ namespace {
 /// A manifest that has just been put in place bears a date so far ahead, until it gets
 /// its own: should the push die in between, no player is left with the former one.
 constexpr qint64 secondsAhead = 60;
+
+/// How far ahead the clock of a storage may go that dates by itself, and how far behind.
+constexpr qint64 mostAhead = 2;
+constexpr qint64 mostBehind = 10;
 
 bool isManifest(const QString& name)
 {
@@ -162,7 +167,7 @@ bool Exchange::hasPause() const
 
 bool Exchange::run()
 {
-    return stageAll() && placePlain() && dropNext() && dateManifests() && exchangeReleases();
+    return placePlain() && dropNext() && dateManifests() && exchangeReleases();
 }
 
 bool Exchange::stageAll()
@@ -186,6 +191,7 @@ bool Exchange::stageAll()
 Problem Exchange::stage(Member& member, const QString& drafts, const QDateTime& date) const
 {
     const QStringList names = changesOf(member);
+    const QDateTime asked = clock.now();
     const QTemporaryDir back;
     const Problem problem = inOrder(
         [&] { return member.storage.stage(drafts, names); },
@@ -199,10 +205,24 @@ Problem Exchange::stage(Member& member, const QString& drafts, const QDateTime& 
             return u"%1 has not arrived there as it is here. Look at its disk, and run the same "
                    "command again"_s.arg(name);
         member.datesByItself = member.datesByItself || !isSameSecond(file.date, date);
+        if (Problem fault = judgeArrival(member, file.date, asked))
+            return fault;
         member.bytesCopied += QFileInfo(drafts + u'/' + name).size();
         ++member.filesCopied;
     }
     return {};
+}
+
+Problem
+Exchange::judgeArrival(const Member& member, const QDateTime& arrival, const QDateTime& asked) const
+{
+    const QDateTime now = clock.now();
+    if (!member.datesByItself
+        || (arrival >= asked.addSecs(-mostBehind) && arrival <= now.addSecs(mostAhead)))
+        return {};
+    return u"its storage dates a file that has just come with %1, and this machine's clock says "
+           "%2: dates decide what launchers fetch. Set the wrong one right"_s.arg(
+               Dates::shown(arrival), Dates::shown(now));
 }
 
 bool Exchange::placePlain()
@@ -276,7 +296,23 @@ bool Exchange::renewReleases(const QStringList& names)
         return false;
     clock.waitUntil(std::max(date, gone.addSecs(seconds)));
     // Who dates by arrival must not arrive after others have handed the file out.
-    return forEachOf(names, arrivalDates, place) && forEachOf(names, ownDates, place);
+    return forEachOf(names, arrivalDates, place)
+        && members.forEachThat(
+            arrivalDates, [&](Member& member) { return waitForArrivals(member, names); })
+        && forEachOf(names, ownDates, place);
+}
+
+Problem Exchange::waitForArrivals(const Member& member, const QStringList& names)
+{
+    const QTemporaryDir back;
+    Problem problem = member.storage.fetch(names, back.path());
+    if (problem)
+        return problem;
+    const PushedTree arrived = PushedTree::read(back.path());
+    // HTTP tells whole seconds, and stores round theirs up.
+    for (const QString& name : names)
+        clock.waitUntil(secondAfter(arrived.rootFile(name).date));
+    return {};
 }
 
 bool Exchange::forEachOf(const QStringList& names, const Condition& condition, const FileStep& step)

@@ -29,7 +29,9 @@ public:
     /// `pause` in seconds. Nothing given is owned.
     Exchange(Members& members, const PushedTree& tree, int pause, Clock& clock);
 
-    /// False when a member has a problem.
+    // Both are false when a member has a problem.
+    /// Lays all that changes beside its place, where no player sees it.
+    bool stageAll();
     bool run();
 
     /// Files that this server gets, in the order in which they are exchanged.
@@ -51,8 +53,10 @@ private:
     bool isAnyInterrupted() const;
 
     QStringList changes() const;
-    bool stageAll();
     [[nodiscard]] Problem stage(Member& member, const QString& drafts, const QDateTime& date) const;
+    /// Looks by what date a storage goes that dates by itself; `asked` is when it got files.
+    [[nodiscard]] Problem
+    judgeArrival(const Member& member, const QDateTime& arrival, const QDateTime& asked) const;
     bool placePlain();
     /// The manifest of the next publication, where the tree has none.
     bool dropNext();
@@ -60,6 +64,8 @@ private:
     bool exchangeReleases();
     bool joinRelease(const Release& release);
     bool renewReleases(const QStringList& names);
+    /// Until the dates have come under which these files have arrived.
+    [[nodiscard]] Problem waitForArrivals(const Member& member, const QStringList& names);
 
     using Condition = std::function<bool(const Member&)>;
     using FileStep = std::function<Problem(Member&, const QString& name)>;

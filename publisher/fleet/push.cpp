@@ -154,6 +154,8 @@ private:
     bool exchange()
     {
         Exchange exchanging(members, tree, request.pause, clock);
+        if (!exchanging.stageAll())
+            return false;
         report.stage = PushReport::Stage::Switching;
         const bool isDone = exchanging.run();
         if (isDone)

@@ -1,12 +1,16 @@
 #include "tests/publisher/pushfixture.h"
 
+#include "app/constants.h"
 #include "publisher/fleet/pushedtree.h"
 #include "publisher/fleet/webquestions.h"
 #include "publisher/probe/servedmanifest.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QProcess>
 #include <QUrl>
 
 using namespace TestSupport;
@@ -24,6 +28,24 @@ void run(const QStringList& arguments)
         qFatal(
             "%s: %s%s", qPrintable(arguments.join(' ')), qPrintable(done.text),
             qPrintable(done.messages));
+}
+
+void copyFolder(const QString& from, const QString& to)
+{
+    QDir(to).removeRecursively();
+    QDir().mkpath(QFileInfo(to).path());
+    if (QProcess::execute("cp", { "--archive", from, to }) != 0)
+        qFatal("%s cannot be copied", qPrintable(from));
+}
+
+QString folderOf(const QString& server)
+{
+    return QFile::symLinkTarget(Fleet::path(server));
+}
+
+QString keptOf(const QString& server)
+{
+    return "/run/kept/" + server;
 }
 
 FleetServer serverOf(const Fleet& fleet, const QString& name)
@@ -70,6 +92,11 @@ QStringList brokenFilesOf(const FleetServer& server)
 void publish(const QStringList& options)
 {
     run(QStringList{ "build", source(), server(), "--no-flush", "--separator", "/" } + options);
+}
+
+void rollBack(int number)
+{
+    run({ "rollback", server(), QString::number(number), "--no-flush", "--yes-remove", "100" });
 }
 
 void release(const QByteArray& version)
@@ -124,7 +151,7 @@ QString all(const CommandRun& run)
 
 QMap<QString, QByteArray> filesOf(const QString& server)
 {
-    return filesBelow(QFile::symLinkTarget(Fleet::path(server)));
+    return filesBelow(folderOf(server));
 }
 
 QString differenceFromTree(const QString& name)
@@ -145,7 +172,51 @@ QString differenceFromTree(const QString& name)
 
 QStringList brokenOn(const Fleet& fleet, const QString& name)
 {
-    return brokenFilesOf(serverOf(fleet, name));
+    return brokenOn(serverOf(fleet, name));
+}
+
+QStringList brokenOn(const FleetServer& server)
+{
+    return brokenFilesOf(server);
+}
+
+QString differenceServed(const FleetServer& server)
+{
+    const PushedTree tree = PushedTree::read(BuildFixture::server());
+    const QStringList names = plainRootFiles() + launcherRootFiles();
+    for (const QString& name : names) {
+        const QString wanted = tree.rootFile(name).md5;
+        const ProbeAnswer answer = ask(server, name);
+        const bool isRight = wanted.isEmpty() ? answer.status == HttpStatus::notFound
+                                              : QString::fromLatin1(answer.md5) == wanted;
+        if (!isRight)
+            return server.name + ": " + name + " is not as in the tree";
+    }
+    return brokenOn(server).join('\n');
+}
+
+FleetServer serverAt(const QString& name, const QString& address)
+{
+    const QString text = QString("[%1]\nremote = /%1\naddress = %2\nconnect = %3\n")
+                             .arg(name, downloadBaseUrl, address);
+    return FleetFile::parse(text, "fleet.ini").servers.first();
+}
+
+void keepServers(const Fleet& fleet)
+{
+    for (const QString& name : fleet.names())
+        copyFolder(folderOf(name), keptOf(name));
+}
+
+void putBack(const Fleet& fleet)
+{
+    for (const QString& name : fleet.names())
+        putBack(name);
+}
+
+void putBack(const QString& server)
+{
+    copyFolder(keptOf(server), folderOf(server));
 }
 
 QDateTime dateOf(const QString& server, const QString& file)
@@ -153,8 +224,13 @@ QDateTime dateOf(const QString& server, const QString& file)
     return BuildFixture::dateOf(Fleet::path(server, file));
 }
 
-Watcher::Watcher(const Fleet& watched, QString watchedFile)
-    : fleet(watched)
+Watcher::Watcher(const Fleet& fleet, QString watchedFile)
+    : Watcher(FleetFile::parse(fleet.text(), "fleet.ini").servers, std::move(watchedFile))
+{
+}
+
+Watcher::Watcher(QList<FleetServer> watched, QString watchedFile)
+    : servers(std::move(watched))
     , file(std::move(watchedFile))
     , thread(QThread::create([this] { watch(); }))
 {
@@ -174,13 +250,11 @@ void Watcher::stop()
 
 void Watcher::watch()
 {
-    const QStringList names = fleet.names();
     while (!ends) {
-        for (const QString& name : names) {
-            const FleetServer server = serverOf(fleet, name);
+        for (const FleetServer& server : std::as_const(servers)) {
             faults += brokenFilesOf(server);
             Sighting sighting;
-            sighting.server = name;
+            sighting.server = server.name;
             sighting.asked = QDateTime::currentDateTimeUtc();
             const ProbeAnswer answer = ask(server, file);
             sighting.answered = QDateTime::currentDateTimeUtc();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "publisher/fleet/fleetfile.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/world/fleet.h"
 
@@ -19,6 +20,8 @@ namespace PushFixture {
 
 /// Publishes the source into the tree, as an admin does, by this machine's clock.
 void publish(const QStringList& options = {});
+/// Publishes again what was live as this number of the history.
+void rollBack(int number);
 /// Publishes a launcher of this version and its updater into the tree.
 void release(const QByteArray& version);
 /// A first publication, small, with a launcher.
@@ -42,6 +45,17 @@ QString differenceFromTree(const QString& server);
 /// The files that the server's manifest names and the server does not hand out with
 /// their hash, asked as players do.
 QStringList brokenOn(const Fleet& fleet, const QString& server);
+QStringList brokenOn(const Publisher::FleetServer& server);
+/// Whether a server hands out exactly what the tree has, manifests and launcher files
+/// included; what is wrong otherwise.
+QString differenceServed(const Publisher::FleetServer& server);
+/// Of a server with the community's host name.
+Publisher::FleetServer serverAt(const QString& name, const QString& address);
+/// Keeps a copy of what all servers have, and puts it back. A server alone gets what it
+/// had then, whatever has come since.
+void keepServers(const Fleet& fleet);
+void putBack(const Fleet& fleet);
+void putBack(const QString& server);
 /// Of a file that a server has.
 QDateTime dateOf(const QString& server, const QString& file);
 
@@ -61,6 +75,7 @@ class Watcher {
 public:
     /// This file is what sightings are of.
     Watcher(const Fleet& fleet, QString file);
+    Watcher(QList<Publisher::FleetServer> servers, QString file);
     ~Watcher();
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
@@ -74,7 +89,7 @@ public:
 private:
     void watch();
 
-    const Fleet& fleet;
+    QList<Publisher::FleetServer> servers;
     QString file;
     std::atomic<bool> ends{ false };
     QStringList faults;

@@ -28,7 +28,8 @@ QByteArray site(const Edge::Origin& first, const Edge::Origin& second, const QBy
     };
     return WebServers::packaged(
         "nginx/halden-edge.conf",
-        { { "/var/cache/nginx/halden", folder },
+        { { "listen 443 ssl;", "listen 127.0.0.1:443 ssl;" },
+          { "/var/cache/nginx/halden", folder },
           { "192.0.2.10:443", address(first) },
           { "192.0.2.11:443", address(second) },
           { "    ssl_certificate tls/fullchain.pem;\n    ssl_certificate_key tls/privkey.pem;\n",
