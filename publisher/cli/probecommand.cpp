@@ -4,6 +4,7 @@
 #include "publisher/cli/fleetoptions.h"
 #include "publisher/cli/options.h"
 #include "publisher/cli/output.h"
+#include "publisher/cli/probemetrics.h"
 #include "publisher/common/progress.h"
 #include "publisher/fleet/fleetprobe.h"
 #include "publisher/probe/probe.h"
@@ -129,6 +130,7 @@ void configure(QCommandLineParser& parser)
           u"With --record: the public key of its signature, FILE.minisig, which has to match."_s,
           u"FILE"_s },
     });
+    ProbeMetrics::addOption(parser);
     FleetOptions::addFleet(parser);
     FleetOptions::addQuestions(parser);
     FindingReport::addOptions(parser);
@@ -217,15 +219,17 @@ void showCertificate(const Probe& probe, Output& output)
     output.set(u"certificateRoots"_s, roots);
 }
 
-ExitCode runFleet(const QCommandLineParser& parser, Output& output)
+ExitCode runFleet(const QCommandLineParser& parser, Output& output, ProbeMetrics& metrics)
 {
     std::optional<FleetProbeRequest> request = readFleetRequest(parser, output);
     if (!request)
         return ExitCode::Usage;
+    metrics.server = request->servers.constFirst().address.host();
     if (!hasMeasures(parser, request->probe, output))
         return ExitCode::InputOutput;
     const FleetProbeReport report = probeFleet(*request);
     show(report.addresses, output);
+    metrics.take(report);
     for (const QString& error : report.errors)
         output.error(error);
     const ExitCode code
@@ -235,13 +239,12 @@ ExitCode runFleet(const QCommandLineParser& parser, Output& output)
         : ExitCode::InputOutput;
 }
 
-ExitCode run(const QCommandLineParser& parser, Output& output)
+ExitCode runSingle(const QCommandLineParser& parser, Output& output, ProbeMetrics& metrics)
 {
-    if (parser.isSet(u"fleet"_s))
-        return runFleet(parser, output);
     std::optional<ProbeRequest> request = readRequest(parser, output);
     if (!request)
         return ExitCode::Usage;
+    metrics.server = request->baseUrl.host();
     if (!hasMeasures(parser, *request, output))
         return ExitCode::InputOutput;
     Probe probe(*request);
@@ -251,6 +254,7 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
         output.error(probe.error());
         return ExitCode::InputOutput;
     }
+    metrics.take(probe);
     showCertificate(probe, output);
     output.line(u"Asked for %1 files."_s.arg(probe.filesAsked()));
     if (request->infoUrl.isEmpty())
@@ -263,6 +267,14 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
             || findings.first().id == FindingId::ServerWithoutTls
         ? code
         : ExitCode::InputOutput;
+}
+
+ExitCode run(const QCommandLineParser& parser, Output& output)
+{
+    ProbeMetrics metrics(parser);
+    const ExitCode code = parser.isSet(u"fleet"_s) ? runFleet(parser, output, metrics)
+                                                   : runSingle(parser, output, metrics);
+    return metrics.write(code, output);
 }
 
 } // namespace
