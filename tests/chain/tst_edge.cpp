@@ -390,9 +390,8 @@ private:
     static Reply
     send(QNetworkAccessManager& from, const QByteArray& path, const QDateTime& copy = {})
     {
-        QUrl url(downloadBaseUrl);
-        url.setPath("/");
-        QNetworkRequest request(QUrl::fromEncoded(url.toEncoded(QUrl::StripTrailingSlash) + path));
+        const QByteArray server = QUrl(downloadBaseUrl).toEncoded(QUrl::RemovePath);
+        QNetworkRequest request(QUrl::fromEncoded(server + path));
         request.setAttribute(
             QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
         if (copy.isValid())
