@@ -3,10 +3,15 @@
 #include "publisher/cli/output.h"
 #include "publisher/report/report.h"
 #include "publisher/report/reportjson.h"
+#include "publisher/report/reportmetrics.h"
+#include "publisher/report/reportpage.h"
 #include "publisher/report/reporttext.h"
 
 #include <QCommandLineParser>
 #include <QJsonObject>
+#include <QSaveFile>
+
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
@@ -26,11 +31,32 @@ void configure(QCommandLineParser& parser)
           u"Folder that the web server serves: names publications by their numbers and knows the "
           "files."_s,
           u"SERVER"_s },
+        { u"html"_s, u"Writes it as a page as well, which needs nothing from elsewhere."_s,
+          u"FILE"_s },
+        { u"metrics"_s, u"Writes the figures for Prometheus' node exporter as well (*.prom)."_s,
+          u"FILE"_s },
         { u"own"_s,
           u"Leaves out the requests of an address, such as that of a machine with probe "
           "(repeatable)."_s,
           u"ADDRESS"_s },
     });
+}
+
+/// Puts a file in place as a whole, where one is asked for: whoever reads it meanwhile
+/// has the former one.
+Problem write(const QString& path, const std::function<QByteArray()>& content)
+{
+    if (path.isEmpty())
+        return std::nullopt;
+    QSaveFile file(path);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write(content());
+        // A web server, or the exporter, is another user.
+        file.setPermissions(file.permissions() | QFile::ReadGroup | QFile::ReadOther);
+        if (file.commit())
+            return std::nullopt;
+    }
+    return u"%1 cannot be written: %2"_s.arg(path, file.errorString());
 }
 
 ExitCode run(const QCommandLineParser& parser, Output& output)
@@ -45,6 +71,13 @@ ExitCode run(const QCommandLineParser& parser, Output& output)
     }
     Report report;
     if (const Problem problem = makeReport(request, report)) {
+        output.error(*problem);
+        return ExitCode::InputOutput;
+    }
+    const Problem problem = inOrder(
+        [&] { return write(parser.value(u"html"_s), [&] { return toPage(report); }); },
+        [&] { return write(parser.value(u"metrics"_s), [&] { return toMetrics(report); }); });
+    if (problem) {
         output.error(*problem);
         return ExitCode::InputOutput;
     }

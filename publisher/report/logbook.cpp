@@ -172,19 +172,19 @@ void LogBook::addVersion(const LogLine& line, Track track, std::uint32_t number)
         player.notModified[static_cast<std::size_t>(track)].add(line.time);
         return;
     }
+    versionTable.at(*version).seen.add(line.time);
     Had& had = player.hadOf(*version);
     if (line.status == notModified) {
         had.confirmed.add(line.time);
         return;
     }
     tallyVersion(line, *version, number);
-    player.hadOf(*version).add(line);
+    had.add(line);
 }
 
 void LogBook::tallyVersion(const LogLine& line, std::uint32_t number, std::uint32_t player)
 {
     Version& version = versionTable.at(number);
-    version.seen.add(line.time);
     ++version.answers;
     if (versionTallies.size() <= number)
         versionTallies.resize(number + 1);

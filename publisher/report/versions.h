@@ -26,7 +26,7 @@ struct Version {
     int number = 0;
     bool isNext = false;
     QString message = {};
-    /// When anybody got it.
+    /// When anybody got it, or was told that he has it.
     TimeSpan seen = {};
     std::int64_t answers = 0;
 

@@ -10,6 +10,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -206,6 +207,14 @@ private slots:
                   .bytes = 0,
                   .copy = day + 5 });
         QCOMPARE(holdersOf(reported(log), "launcher"), (QList<int>{ 0, 2 }));
+    }
+
+    /// Nobody has fetched it while the logs were written.
+    void launcherThatIsOnlyConfirmedIsHad()
+    {
+        AccessLog log;
+        log.add({ .target = launcher, .status = 304, .bytes = 0, .copy = 0, .file = -day });
+        QCOMPARE(holdersOf(reported(log), "launcher"), (QList<int>{ 1 }));
     }
 
     void treeNumbersPublications()
@@ -508,6 +517,54 @@ private slots:
             QVERIFY2(!run.text.contains("192.0.2"), qPrintable(run.text));
             QVERIFY(!run.text.contains('\x1b'));
         }
+    }
+
+    void pageEscapesWhatComesFromLogs()
+    {
+        AccessLog log = someDays();
+        log.add({ .target = "/<script>alert(1)</script>{{trouble}}&amp;", .status = 404 });
+        const QString page = ApplicationFolder::path("report.html");
+        QCOMPARE(CommandRun({ "report", log.write(), "--html", page }).code, ExitCode::Fine);
+        const QByteArray html = readFile(page);
+        QVERIFY(html.contains("&lt;script&gt;alert(1)&lt;/script&gt;{{trouble}}&amp;amp;"));
+        QVERIFY(!html.contains("<script"));
+        QVERIFY(!html.contains("192.0.2"));
+        QVERIFY(!html.contains("http://") && !html.contains("https://"));
+        QCOMPARE(html.count("{{"), html.count("{{trouble}}&amp;amp;"));
+    }
+
+    /// Each line is a comment, or a name with labels and a number.
+    void metricsAreWhatTheExporterReads()
+    {
+        const QString file = ApplicationFolder::path("halden.prom");
+        QCOMPARE(
+            CommandRun({ "report", someDays().write(), "--metrics", file }).code, ExitCode::Fine);
+        const QList<QByteArray> lines = readFile(file).trimmed().split('\n');
+        static const QRegularExpression valid(
+            R"(^(# (HELP|TYPE) halden_report_\w+ .+|halden_report_\w+(\{\w+="[\w-]+"(,\w+="\d+")?\})? [0-9.e+]+)$)");
+        for (const QByteArray& line : lines)
+            QVERIFY2(valid.match(QString::fromUtf8(line)).hasMatch(), line.constData());
+        for (const QByteArray line :
+             { "halden_report_players{track=\"live\"} 10",
+               "halden_report_players_behind{track=\"live\"} 3",
+               "halden_report_adoption_seconds{track=\"live\",percent=\"50\"} 18000",
+               "halden_report_trouble{kind=\"launcher-loop\"} 0", "halden_report_requests 27" })
+            QVERIFY2(lines.contains(line), line.constData());
+    }
+
+    void filesThatCannotBeWritten_data()
+    {
+        QTest::addColumn<QString>("option");
+        QTest::newRow("page") << "--html";
+        QTest::newRow("metrics") << "--metrics";
+    }
+
+    void filesThatCannotBeWritten()
+    {
+        QFETCH(QString, option);
+        const CommandRun run({ "report", "/dev/null", option, "/nowhere/file" });
+        QCOMPARE(run.code, ExitCode::InputOutput);
+        QVERIFY2(run.messages.contains("/nowhere/file"), qPrintable(run.messages));
     }
 
     /// Anybody may ask for any number of paths.
