@@ -29,10 +29,15 @@ Evening::Evening(World& livedIn, const Habits& theirHabits)
     , startsLeft(static_cast<std::size_t>(habits.players), 0)
 {
     for (int n = 0; n < habits.players; ++n) {
-        const bool isTester = n % hundred < habits.testers;
-        const bool isAhead = hundred - 1 - n % hundred < habits.clocksAhead;
-        players.push_back(
-            std::make_unique<Player>(world, n, isTester, isAhead ? secondsOfAClockAhead : 0));
+        const int place = n * hundred / habits.players;
+        const int fromTheMiddle = (place + hundred / 2) % hundred;
+        players.push_back(std::make_unique<Player>(
+            world, n,
+            Player::Ways{ .isTester = place < habits.testers,
+                          .secondsAhead
+                          = hundred - 1 - place < habits.clocksAhead ? secondsOfAClockAhead : 0,
+                          .isStuck = fromTheMiddle < habits.stuck,
+                          .breaksOff = hundred - 1 - fromTheMiddle < habits.breakingOff }));
         if (habits.settled)
             players.back()->settle();
     }
@@ -46,8 +51,10 @@ const std::vector<std::unique_ptr<Player>>& Evening::everybody() const
 void Evening::play(int starts)
 {
     for (std::size_t n = 0; n < players.size(); ++n) {
-        startsLeft[n] = starts;
-        if (starts > 0)
+        // Whoever has got nowhere tries again.
+        const bool takesPart = world.chance(hundred) < habits.online || players[n]->isStuck();
+        startsLeft[n] = takesPart ? starts : 0;
+        if (startsLeft[n] > 0)
             appoint(n, world.chance(habits.spread));
     }
     while (playing > 0 || !appointments.empty())

@@ -24,6 +24,12 @@ public:
         /// an hour ahead.
         int testers = 0;
         int clocksAhead = 0;
+        /// How many, in the middle of the rest, have an updater that does nothing, and
+        /// hang up in the middle of large files.
+        int stuck = 0;
+        int breakingOff = 0;
+        /// How many take part in a start.
+        int online = 100;
         /// They have a launcher of today; else they have none and begin with it.
         bool settled = false;
     };

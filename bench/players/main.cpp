@@ -15,6 +15,7 @@
 
 #include <array>
 #include <cstdio>
+#include <optional>
 
 using namespace Players;
 using namespace Qt::StringLiterals;
@@ -29,12 +30,20 @@ void addOptions(QCommandLineParser& parser)
         { u"starts"_s, u"Each starts the launcher so many times."_s, u"number"_s, u"1"_s },
         { u"until-told"_s,
           u"Before that they start again and again until standard input closes."_s },
-        { u"by-line"_s, u"And once more for every line of standard input."_s },
+        { u"by-line"_s,
+          u"And once more for every line of standard input, with clocks moved by as many seconds "
+          "as stand there."_s },
         { u"settled"_s, u"They have a launcher of today."_s },
         { u"spread"_s, u"Over which the first starts are spread."_s, u"seconds"_s, u"0"_s },
         { u"pause"_s, u"Between two starts, at most."_s, u"seconds"_s, u"0"_s },
         { u"testers"_s, u"Share with the developer switch."_s, u"percent"_s, u"0"_s },
         { u"clocks-ahead"_s, u"Share whose clocks are an hour ahead."_s, u"percent"_s, u"0"_s },
+        { u"stuck"_s, u"Share whose updaters do nothing."_s, u"percent"_s, u"0"_s },
+        { u"breaking-off"_s, u"Share who hang up in the middle of large files."_s, u"percent"_s,
+          u"0"_s },
+        { u"online"_s, u"Share who take part in a start."_s, u"percent"_s, u"100"_s },
+        { u"clock-shift"_s, u"Moves all clocks, from the beginning on."_s, u"seconds"_s, u"0"_s },
+        { u"own-addresses"_s, u"Each asks from a loopback address of his own."_s },
         { u"servers"_s, u"Asked by chance in place of that of the address."_s, u"HOST:PORT,..."_s },
         { u"authority"_s, u"Certificates to trust."_s, u"file"_s },
         { u"seed"_s, u"Of all chance."_s, u"number"_s, u"1"_s },
@@ -94,11 +103,14 @@ QJsonObject told(const Tally& tally)
              { u"wrong"_s, tally.wrong },   { u"launchersTwice"_s, tally.launchersTwice } };
 }
 
-/// Waits for a line; false at the end of standard input.
-bool isTold()
+/// Waits for a line with a number, 0 where there is none; nothing at the end of standard
+/// input.
+std::optional<qint64> numberToldByLine()
 {
     std::array<char, 80> line{};
-    return std::fgets(line.data(), line.size(), stdin) != nullptr;
+    if (std::fgets(line.data(), line.size(), stdin) == nullptr)
+        return std::nullopt;
+    return QByteArray(line.data()).trimmed().toLongLong();
 }
 
 Evening::Habits habitsOf(const QCommandLineParser& parser)
@@ -108,6 +120,9 @@ Evening::Habits habitsOf(const QCommandLineParser& parser)
              .pause = parser.value(u"pause"_s).toDouble(),
              .testers = parser.value(u"testers"_s).toInt(),
              .clocksAhead = parser.value(u"clocks-ahead"_s).toInt(),
+             .stuck = parser.value(u"stuck"_s).toInt(),
+             .breakingOff = parser.value(u"breaking-off"_s).toInt(),
+             .online = parser.value(u"online"_s).toInt(),
              .settled = parser.isSet(u"settled"_s) };
 }
 
@@ -127,13 +142,19 @@ int main(int argc, char* argv[])
         std::fputs("the log cannot be written\n", stderr);
         return 1;
     }
+    world.hasOwnAddresses = parser.isSet(u"own-addresses"_s);
+    world.clockShift = parser.value(u"clock-shift"_s).toLongLong();
     Evening evening(world, habitsOf(parser));
     QElapsedTimer timer;
     timer.start();
     if (parser.isSet(u"until-told"_s))
         evening.playUntilToldToEnd();
     evening.play(parser.value(u"starts"_s).toInt());
-    while (parser.isSet(u"by-line"_s) && isTold()) {
+    while (parser.isSet(u"by-line"_s)) {
+        const std::optional<qint64> shift = numberToldByLine();
+        if (!shift)
+            break;
+        world.clockShift = *shift;
         evening.play(1);
         std::puts("played");
         std::fflush(stdout);

@@ -18,6 +18,7 @@ namespace {
 
 constexpr long notModified = 304;
 constexpr long notFound = 404;
+constexpr qint64 bytesUntilHangUp = 1 << 20;
 const QString infoName = u"launcher.info"_s;
 // Holds the launcher that waits for the updater.
 const QString waitingLauncher = u"Halden-Launcher.tmp"_s;
@@ -40,11 +41,11 @@ bool isAsAddressed(const QUrl& url, const QByteArray& md5)
 
 } // namespace
 
-Player::Player(World& livedIn, int itsNumber, bool isTester, qint64 secondsAhead)
+Player::Player(World& livedIn, int itsNumber, const Ways& hisWays)
     : world(livedIn)
     , number(itsNumber)
-    , kinds(isTester ? QStringList{ u"test"_s, u"live"_s } : QStringList{ u"live"_s })
-    , ahead(secondsAhead)
+    , kinds(hisWays.isTester ? QStringList{ u"test"_s, u"live"_s } : QStringList{ u"live"_s })
+    , ways(hisWays)
 {
 }
 
@@ -53,9 +54,14 @@ void Player::settle()
     copies[launcherFileName] = { {}, now() };
 }
 
+bool Player::isStuck() const
+{
+    return ways.isStuck;
+}
+
 qint64 Player::now() const
 {
-    return QDateTime::currentSecsSinceEpoch() + ahead;
+    return world.now() + ways.secondsAhead;
 }
 
 void Player::start(std::function<void()> ended)
@@ -66,7 +72,9 @@ void Player::start(std::function<void()> ended)
     underWay = 2;
     // The launcher always asks for this one as if it had no copy.
     world.ask(
-        number, 0, QUrl(launcherInfoUrl), fixedReferenceTime().toSecsSinceEpoch(), false,
+        number, 0,
+        { .url = QUrl(launcherInfoUrl),
+          .ifModifiedSince = fixedReferenceTime().toSecsSinceEpoch() },
         [this](const Transport::Answer&) {
             for (const int run : { 1, 2 }) {
                 runs[run].kinds = kinds;
@@ -77,7 +85,9 @@ void Player::start(std::function<void()> ended)
 
 void Player::ask(int run, const QUrl& url, const QString& name, bool wantsBody, const Step& step)
 {
-    world.ask(number, run, url, referenceDate(name), wantsBody, step);
+    world.ask(
+        number, run, { .url = url, .ifModifiedSince = referenceDate(name), .wantsBody = wantsBody },
+        step);
 }
 
 qint64 Player::referenceDate(const QString& name) const
@@ -119,6 +129,11 @@ void Player::takeLauncher(int run, const Transport::Answer& answer)
         return;
     }
     const Copy fetched = copies.take(waitingLauncher);
+    if (ways.isStuck) {
+        world.transport.cancel(number);
+        std::exchange(over, {})();
+        return;
+    }
     const bool isTheSame = copies.value(launcherFileName).md5 == fetched.md5;
     copies[launcherFileName] = fetched;
     if (isTheSame) {
@@ -184,7 +199,10 @@ void Player::askFile(int run)
     }
     const Run::Item item = itsRun.queue.at(itsRun.next++);
     world.ask(
-        number, run, item.url, item.date, false,
+        number, run,
+        { .url = item.url,
+          .ifModifiedSince = item.date,
+          .breaksOffAfter = ways.breaksOff ? bytesUntilHangUp : 0 },
         [this, run, item](const Transport::Answer& answer) {
             takeFile(item, answer);
             askFile(run);

@@ -28,11 +28,22 @@ public:
         QByteArray text = {};
     };
 
-    /// With `isTester` the developer switch is set, so that both manifests count.
-    Player(World& world, int number, bool isTester, qint64 secondsAhead);
+    struct Ways {
+        /// The developer switch is set, so that both manifests count.
+        bool isTester = false;
+        qint64 secondsAhead = 0;
+        /// His updater cannot exchange the launcher, and nothing else comes of a start
+        /// that has fetched one.
+        bool isStuck = false;
+        /// He hangs up in the middle of large patch files.
+        bool breaksOff = false;
+    };
+
+    Player(World& world, int number, const Ways& ways);
 
     /// Gives it a launcher that has just been put there, whatever is published.
     void settle();
+    bool isStuck() const;
     /// Starts the launcher. `ended` is called when both runs are over.
     void start(std::function<void()> ended);
 
@@ -78,7 +89,7 @@ private:
     World& world;
     int number;
     QStringList kinds;
-    qint64 ahead;
+    Ways ways;
     std::function<void()> over;
     QHash<QString, Copy> copies;
     std::map<int, Run> runs;

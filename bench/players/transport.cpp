@@ -8,6 +8,7 @@
 #include <QTimeZone>
 
 #include <curl/curl.h>
+#include <sys/socket.h>
 #include <utility>
 #include <vector>
 
@@ -51,6 +52,8 @@ struct Transport::Exchange {
 
     void prepare(const QByteArray& authority);
 
+    /// Little fits between the server and a player who hangs up.
+    static int narrow(void* exchange, curl_socket_t socket, curlsocktype purpose);
     static std::size_t take(char* data, std::size_t size, std::size_t count, void* exchange);
 
     Question question;
@@ -84,12 +87,23 @@ void Transport::Exchange::prepare(const QByteArray& authority)
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Exchange::take);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+    if (!question.from.isEmpty())
+        curl_easy_setopt(handle, CURLOPT_INTERFACE, ("host!" + question.from).constData());
+    if (question.breaksOffAfter > 0)
+        curl_easy_setopt(handle, CURLOPT_SOCKOPTFUNCTION, &Exchange::narrow);
     if (!question.server.isEmpty()) {
         const QByteArray from = question.url.host(QUrl::FullyEncoded).toLatin1() + ':'
             + QByteArray::number(question.url.port(443)) + ':';
         detour = curl_slist_append(detour, from + question.server);
         curl_easy_setopt(handle, CURLOPT_CONNECT_TO, detour);
     }
+}
+
+int Transport::Exchange::narrow(void*, curl_socket_t socket, curlsocktype)
+{
+    const int size = 64 << 10;
+    setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    return CURL_SOCKOPT_OK;
 }
 
 std::size_t
@@ -99,6 +113,9 @@ Transport::Exchange::take(char* data, std::size_t size, std::size_t count, void*
     const QByteArrayView piece(data, static_cast<qsizetype>(size * count));
     self->hash.addData(piece);
     self->answer.length += piece.size();
+    const qint64 limit = self->question.breaksOffAfter;
+    if (limit > 0 && self->answer.length > limit)
+        return CURL_WRITEFUNC_ERROR;
     if (self->question.wantsBody)
         self->answer.body += piece;
     return size * count;

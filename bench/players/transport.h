@@ -19,11 +19,15 @@ public:
         QUrl url;
         /// "HOST:PORT" that is asked in place of the one in the address; empty for
         /// that one. Host header and certificate stay those of the address.
-        QByteArray server;
+        QByteArray server = {};
         /// Seconds since 1970, in UTC.
         qint64 ifModifiedSince = 0;
         /// Else only hash and length are kept.
         bool wantsBody = false;
+        /// Address of this machine to ask from; empty for whatever the system takes.
+        QByteArray from = {};
+        /// Hangs up after so many bytes; 0 for never.
+        qint64 breaksOffAfter = 0;
     };
 
     struct Answer {

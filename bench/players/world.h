@@ -37,13 +37,20 @@ public:
     /// empty for those of the addresses.
     World(const QByteArray& authority, QList<QByteArray> servers, unsigned seed);
 
-    /// Writes each request down as "PLAYER RUN STATUS PATH". False when it cannot.
+    /// Writes each request down: "PLAYER RUN STATUS PATH END SINCE BYTES WHOLE MD5", with
+    /// times in seconds since 1970. False when it cannot.
     bool keepLog(const QString& path);
 
+    /// Seconds since 1970, moved by `clockShift`.
+    qint64 now() const;
+
+    /// By how many seconds this world is away from that of the machine.
+    qint64 clockShift = 0;
+    /// Whether each player asks from a loopback address of his own.
+    bool hasOwnAddresses = false;
+
     /// Of this player's run; 0 is what comes before the two.
-    void
-    ask(int player, int run, const QUrl& url, qint64 ifModifiedSince, bool wantsBody,
-        Transport::Handler handler);
+    void ask(int player, int run, Transport::Question question, Transport::Handler handler);
 
     /// Seconds from 0 to the limit, all as likely.
     double chance(double limit);
@@ -53,7 +60,8 @@ public:
     Tally tally;
 
 private:
-    void note(int player, int run, const QUrl& url, const Transport::Answer& answer);
+    void
+    note(int player, int run, const Transport::Question& question, const Transport::Answer& answer);
 
     QList<QByteArray> servers;
     std::mt19937 random;
