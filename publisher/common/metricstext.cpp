@@ -23,10 +23,22 @@ void MetricsText::begin(const QString& name, const QString& help)
 
 void MetricsText::add(const Labels& labels, qint64 value)
 {
+    addText(labels, QString::number(value));
+}
+
+void MetricsText::addFraction(const Labels& labels, double value)
+{
+    constexpr int exactDigits = 17;
+    addText(labels, QString::number(value, 'g', exactDigits));
+}
+
+void MetricsText::addText(const Labels& labels, const QString& value)
+{
     QStringList shown;
     for (const auto& [name, label] : labels)
         shown.append(name + "=\""_L1 + escaped(label) + u'"');
-    written += current + u'{' + shown.join(u',') + "} "_L1 + QString::number(value) + u'\n';
+    const QString braced = shown.isEmpty() ? QString() : u'{' + shown.join(u',') + u'}';
+    written += current + braced + u' ' + value + u'\n';
 }
 
 QByteArray MetricsText::text() const

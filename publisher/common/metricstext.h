@@ -16,9 +16,12 @@ public:
     /// What follows up to the next call is of this name; `help` is one line.
     void begin(const QString& name, const QString& help);
     void add(const Labels& labels, qint64 value);
+    void addFraction(const Labels& labels, double value);
     QByteArray text() const;
 
 private:
+    void addText(const Labels& labels, const QString& value);
+
     QString current;
     QString written;
 };
