@@ -169,8 +169,7 @@ private slots:
         static const QRegularExpression word("`([a-zA-Z0-9]+)`");
         for (auto match = word.globalMatch(text); match.hasNext();)
             listed.insert(match.next().captured(1));
-        listed -= { "check",   "probe", "rollback", "promote", "show",
-                    "history", "push",  "estimate", "report" };
+        listed -= { "check", "probe", "rollback", "promote", "show", "history", "push", "report" };
         const auto sorted = [](const QSet<QString>& set) {
             QStringList list(set.cbegin(), set.cend());
             list.sort();
