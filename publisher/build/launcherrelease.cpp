@@ -41,6 +41,7 @@ public:
         , clock(time)
         , report(target)
         , served(request.server)
+        , steps(target.error)
     {
     }
 
@@ -56,25 +57,19 @@ public:
         }
         if (!report.refusals.isEmpty())
             return ExitCode::Findings;
-        const bool done = (request.dryRun || attempt(served.take()))
+        const bool done = (request.dryRun || steps.attempt(served.take()))
             && publish(request.updater, updaterFileName)
             && publish(request.launcher, launcherFileName);
         return done ? ExitCode::Fine : ExitCode::InputOutput;
     }
 
 private:
-    bool attempt(const Problem& problem)
-    {
-        report.error = problem.value_or(QString());
-        return !problem;
-    }
-
     bool publish(const QString& source, QLatin1StringView name)
     {
         const QString target = served.path(name);
         const bool isThere = QFileInfo::exists(target);
         const FileWork::Digest fresh = FileWork::hash(source, nullptr);
-        if (!attempt(fresh.problem))
+        if (!steps.attempt(fresh.problem))
             return false;
         const bool same = isThere && FileWork::hash(target, nullptr).md5 == fresh.md5;
         const QString change = same && request.renew ? u"renewed"_s
@@ -83,7 +78,7 @@ private:
                                                      : u"added"_s;
         report.items.append({ name, QFileInfo(source).size(), change });
         return (same && !request.renew) || request.dryRun
-            || attempt(replace(name, source, fresh.md5));
+            || steps.attempt(replace(name, source, fresh.md5));
     }
 
     Problem replace(QLatin1StringView name, const QString& source, const QString& md5) const
@@ -101,6 +96,7 @@ private:
     Clock& clock;
     LauncherReport& report;
     ServedFolder served;
+    FirstProblem steps;
 };
 
 } // namespace
