@@ -1,4 +1,4 @@
-#include "tests/publisher/randompublication.h"
+#include "tests/publisher/check/randompublication.h"
 
 #include "tests/support/applicationfolder.h"
 

@@ -2,7 +2,7 @@
 #include "core/settingshandler.h"
 #include "core/signalboolhelperclass.h"
 #include "publisher/check/rehearsal.h"
-#include "tests/publisher/randompublication.h"
+#include "tests/publisher/check/randompublication.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
 #include "tests/support/logcapture.h"

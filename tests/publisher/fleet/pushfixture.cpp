@@ -1,4 +1,4 @@
-#include "tests/publisher/pushfixture.h"
+#include "tests/publisher/fleet/pushfixture.h"
 
 #include "app/constants.h"
 #include "publisher/fleet/pushedtree.h"

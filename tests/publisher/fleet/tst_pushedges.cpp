@@ -1,6 +1,6 @@
 #include "app/constants.h"
 #include "tests/publisher/buildfixture.h"
-#include "tests/publisher/pushfixture.h"
+#include "tests/publisher/fleet/pushfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
 #include "tests/support/testmain.h"

@@ -1,4 +1,4 @@
-#include "tests/publisher/terminal.h"
+#include "tests/publisher/probe/terminal.h"
 
 #include <QtGlobal>
 

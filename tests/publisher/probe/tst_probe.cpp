@@ -5,7 +5,7 @@
 #include "tests/support/testmain.h"
 #include "tests/support/timezone.h"
 #ifndef Q_OS_WIN
-#include "tests/publisher/terminal.h"
+#include "tests/publisher/probe/terminal.h"
 #endif
 
 #include <QDir>

@@ -14,6 +14,8 @@ namespace {
 
 const QString configuration = "/run/halden/nginx.conf";
 const QString altered = "/run/halden/altered.conf";
+const QString site = "/run/halden/site.conf";
+const QString alteredSite = "/run/halden/altered-site.conf";
 
 CommandRun probe(const QStringList& options)
 {
@@ -26,14 +28,11 @@ CommandRun probe(const QStringList& options)
 /// replaced.
 void startWith(const QByteArray& line, const QByteArray& replacement)
 {
-    QByteArray all = readFile(configuration);
-    const qsizetype start = all.indexOf("include \"") + 9;
-    const QByteArray site = all.mid(start, all.indexOf('"', start) - start);
-    QByteArray rules = readFile(QString::fromUtf8(site));
+    QByteArray rules = readFile(site);
     if (!rules.contains(line))
-        qFatal("%s has no line \"%s\"", site.constData(), line.constData());
-    writeFile("/run/halden/site.conf", rules.replace(line, replacement));
-    writeFile(altered, all.replace(site, "/run/halden/site.conf"));
+        qFatal("%s has no line \"%s\"", qPrintable(site), line.constData());
+    writeFile(alteredSite, rules.replace(line, replacement));
+    writeFile(altered, readFile(configuration).replace(site.toUtf8(), alteredSite.toUtf8()));
     if (QProcess::execute("/usr/sbin/nginx", { "-c", altered }) != 0)
         qFatal("nginx does not start");
 }
