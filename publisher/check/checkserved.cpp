@@ -36,20 +36,45 @@ QList<Finding> datesAhead(const QString& tree)
     return found;
 }
 
+enum class Layout { Done, Impossible, NotTried };
+
 /// Whether the launcher's window can show the text. In a process of its own, since
 /// the toolkit's layout does not always end, and since servers need no toolkit for
 /// windows otherwise.
-bool canBeLaidOut(const QString& program, const QString& path)
+Layout layOut(const QString& program, const QString& path)
 {
+    // As the system says it of a program without its libraries.
+    constexpr int exitNotLoaded = 127;
     QProcess layout;
     layout.setStandardOutputFile(QProcess::nullDevice());
     layout.setStandardErrorFile(QProcess::nullDevice());
     layout.start(program, { path });
-    if (layout.waitForFinished(longestWait))
-        return layout.exitStatus() == QProcess::NormalExit && layout.exitCode() == 0;
-    layout.kill();
-    layout.waitForFinished();
-    return false;
+    if (!layout.waitForFinished(longestWait)) {
+        layout.kill();
+        layout.waitForFinished();
+        return Layout::Impossible;
+    }
+    if (layout.exitStatus() != QProcess::NormalExit)
+        return Layout::Impossible;
+    if (layout.exitCode() == exitNotLoaded)
+        return Layout::NotTried;
+    return layout.exitCode() == 0 ? Layout::Done : Layout::Impossible;
+}
+
+/// With the program that lays it out.
+void look(const QFileInfo& info, const QString& program, CheckServed::Result& result)
+{
+    const Layout layout = layOut(program, info.filePath());
+    result.isInfoLaidOut = layout != Layout::NotTried;
+    if (layout == Layout::NotTried)
+        result.notes.append(
+            u"launcher.info has not been looked at: %1 lacks its libraries. Install Debian's "
+            "package libqt6gui6."_s.arg(program));
+    else if (layout == Layout::Impossible)
+        result.findings.append(
+            { FindingId::InfoFreezes, infoName, 0,
+              u"The window cannot lay out its %1 bytes within 5 seconds and 1 GiB: the "
+              "launcher of every player stands still at its start."_s.arg(info.size()) });
 }
 
 } // namespace
@@ -71,11 +96,8 @@ Result inspect(const QString& tree)
     else if (!info.isReadable())
         result.findings.append({ FindingId::InfoMissing, infoName, 0,
                                  u"%1 cannot be read, by you at least."_s.arg(info.filePath()) });
-    else if (!canBeLaidOut(program.filePath(), info.filePath()))
-        result.findings.append(
-            { FindingId::InfoFreezes, infoName, 0,
-              u"The window cannot lay out its %1 bytes within 5 seconds and 1 GiB: the "
-              "launcher of every player stands still at its start."_s.arg(info.size()) });
+    else
+        look(info, program.filePath(), result);
     return result;
 }
 

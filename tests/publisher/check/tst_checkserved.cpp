@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QLibraryInfo>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QVersionNumber>
 
 using namespace TestSupport;
@@ -53,6 +54,18 @@ private slots:
         QCOMPARE(found(json), locks ? QStringList("info-freezes launcher.info") : QStringList());
     }
 
+    /// As on a server without the toolkit for windows.
+    void layoutProgramWithoutItsLibraries()
+    {
+        writeFile(server("launcher.info"), "<p>Hallo");
+        writeFile(ApplicationFolder::path("lib/libQt6Gui.so.6"), "none");
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("LD_LIBRARY_PATH", ApplicationFolder::path("lib"));
+        const QJsonObject json = check(environment);
+        QCOMPARE(json["infoLaidOut"], QJsonValue(false));
+        QCOMPARE(found(json), QStringList());
+    }
+
     void findsDatesAhead()
     {
         const QDateTime tomorrow = QDateTime::currentDateTimeUtc().addDays(1);
@@ -65,9 +78,11 @@ private slots:
     }
 
 private:
-    static QJsonObject check()
+    static QJsonObject
+    check(const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
     {
         QProcess program;
+        program.setProcessEnvironment(environment);
         program.start(HALDEN_PUBLISH, { "check", "--json", "--realms", "1", server() });
         if (!program.waitForFinished(200'000))
             qFatal("check does not end");

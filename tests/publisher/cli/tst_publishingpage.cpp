@@ -33,6 +33,7 @@ struct NotHere {
 
 const QList<NotHere> notHere{
     { "./scripts/setup", "it has brought the packages that are there" },
+    { "./scripts/package-publisher ", "what it packs is what runs here" },
     { "cmake ", "what it builds is what runs here" },
     { "install ", "the machine's programs cannot be written to" },
     { "apt install ", "there is no network, and no right to" },
