@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QUrl>
 
 using namespace TestSupport;
@@ -96,7 +97,13 @@ void publish(const QStringList& options)
 
 void rollBack(int number)
 {
-    run({ "rollback", server(), QString::number(number), "--no-flush", "--yes-remove", "100" });
+    const QStringList arguments{ "rollback", server(), QString::number(number), "--no-flush" };
+    const CommandRun refused(arguments);
+    if (refused.code == ExitCode::Fine)
+        return;
+    static const QRegularExpression confirmation("(--yes-remove) (\\d+)");
+    const QRegularExpressionMatch asked = confirmation.match(all(refused));
+    run(arguments + QStringList{ asked.captured(1), asked.captured(2) });
 }
 
 void release(const QByteArray& version)

@@ -206,6 +206,16 @@ private slots:
         }
     }
 
+    void clearsAwayWhatACutOffPushHasLeft()
+    {
+        const QString rest = ".halden-push/of a publication that never was";
+        for (const QString& name : fleet.names())
+            writeFile(Fleet::path(name, rest), "rest");
+        pushWell(fleet);
+        for (const QString& name : fleet.names())
+            QCOMPARE(differenceFromTree(name), QString());
+    }
+
     void tellsWithoutWriting()
     {
         const CommandRun run = push(fleet, { "--dry-run", "--json" });

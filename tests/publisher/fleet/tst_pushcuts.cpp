@@ -2,12 +2,17 @@
 #include "tests/publisher/fleet/pushfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
+#include "tests/support/patience.h"
+#include "tests/support/systemcalls.h"
 #include "tests/support/testmain.h"
 
-#include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QRandomGenerator>
+
+#include <algorithm>
 
 using namespace TestSupport;
 using namespace PushFixture;
@@ -17,19 +22,6 @@ using Publisher::ExitCode;
 namespace {
 
 const QString shelf = "/run/cuts/";
-
-void copyFolder(const QString& from, const QString& to)
-{
-    QDir(to).removeRecursively();
-    QDir().mkpath(QFileInfo(to).path());
-    if (QProcess::execute("cp", { "--archive", from, to }) != 0)
-        qFatal("%s cannot be copied", qPrintable(from));
-}
-
-QString folderOf(const QString& name)
-{
-    return QFile::symLinkTarget(Fleet::path(name));
-}
 
 /// Stands for rclone, counts how often it is started, and kills who starts it: before
 /// it does anything, or while it does.
@@ -51,6 +43,37 @@ fi
 exec /usr/bin/rclone "$@"
 )sh");
     QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
+}
+
+/// Starts a push under a wrapper and waits until it has ended, for so long at most.
+void startPush(
+    QProcess& process, const QStringList& wrapper, const QStringList& line, int milliseconds)
+{
+    const QStringList command = wrapper + QStringList{ HALDEN_PUBLISH } + line;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(command.first(), command.mid(1));
+    process.waitForFinished(milliseconds);
+}
+
+/// Of a push that goes to one folder of this machine, all that it does itself.
+QStringList lineToOneFolder(const Fleet& fleet)
+{
+    return pushLine(fleet, { "--pause", "0", "--without", "birch" });
+}
+
+/// What it does to a folder of this machine: it puts files in place, and starts rclone,
+/// which dies with it.
+QString callsThatChange()
+{
+    return Trace::renames() + ',' + Trace::starts();
+}
+
+/// How many moments; each takes two pushes.
+int momentsToTry()
+{
+    constexpr int few = 8;
+    const int wanted = qEnvironmentVariableIntValue("HALDEN_MOMENTS");
+    return wanted > 0 ? wanted : few;
 }
 
 struct Cut {
@@ -79,6 +102,7 @@ bool pushUpTo(const Cut& cut, const Fleet& fleet)
 
 } // namespace
 Q_DECLARE_METATYPE(Cut)
+Q_DECLARE_METATYPE(SystemCall)
 
 /// The push is killed at everything that it does to its servers, one after the other.
 class tst_PushCuts : public QObject {
@@ -94,9 +118,11 @@ private slots:
         pushWell(fleet);
         moveOn();
         release("2");
-        for (const QString& name : fleet.names())
-            copyFolder(folderOf(name), shelf + name);
+        keepServers(fleet);
+        QElapsedTimer time;
+        time.start();
         QVERIFY(!pushUpTo({}, fleet));
+        wholePush = static_cast<int>(time.elapsed());
         steps = readFile(shelf + "count").trimmed().toInt();
         // Listing, asking, copying, laying beside, moving, dating, at two servers.
         QVERIFY2(steps > 20, qPrintable(QString::number(steps)));
@@ -118,11 +144,69 @@ private slots:
     void serversAreWholeWheneverThePushDies()
     {
         QFETCH(Cut, cut);
-        putBack();
+        putBack(fleet);
         Watcher watcher(fleet, "Halden-Launcher.exe");
         QVERIFY(pushUpTo(cut, fleet));
         watcher.stop();
-        QVERIFY2(watcher.broken().isEmpty(), qPrintable(watcher.broken().join('\n')));
+        QCOMPARE(watcher.broken(), QStringList());
+        finishCutPush();
+    }
+
+    void serversAreWholeWhateverCallIsTheLast_data()
+    {
+        QTest::addColumn<SystemCall>("call");
+        putBack(fleet);
+        const QString record = shelf + "calls";
+        QProcess process;
+        startPush(
+            process, Trace::record(callsThatChange(), record), lineToOneFolder(fleet), patience);
+        QCOMPARE(process.exitCode(), 0);
+        const QList<SystemCall> calls = Trace::recordedChanges(record);
+        // Manifest, text and two programs are exchanged, and rclone is started.
+        QVERIFY(
+            std::count_if(
+                calls.cbegin(), calls.cend(),
+                [](const SystemCall& call) { return call.name.startsWith("rename"); })
+            >= 3);
+        for (const SystemCall& call : calls)
+            QTest::addRow("%s %d", qPrintable(call.name), call.ordinal) << call;
+    }
+
+    void serversAreWholeWhateverCallIsTheLast()
+    {
+        QFETCH(SystemCall, call);
+        putBack(fleet);
+        QProcess process;
+        startPush(process, Trace::killBefore(call), lineToOneFolder(fleet), patience);
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+        finishCutPush();
+    }
+
+    void serversAreWholeAtAnyMoment_data()
+    {
+        QTest::addColumn<int>("milliseconds");
+        QRandomGenerator chance(2026);
+        for (int n = 0; n < momentsToTry(); ++n) {
+            const int moment = chance.bounded(wholePush);
+            QTest::addRow("%d: after %d ms", n, moment) << moment;
+        }
+    }
+
+    void serversAreWholeAtAnyMoment()
+    {
+        QFETCH(int, milliseconds);
+        putBack(fleet);
+        QProcess process;
+        startPush(process, {}, pushLine(fleet, { "--pause", "0" }), milliseconds);
+        process.kill();
+        process.waitForFinished(patience);
+        finishCutPush();
+    }
+
+private:
+    /// What players may see by then, and what the next push makes of it.
+    void finishCutPush() const
+    {
         for (const QString& name : fleet.names())
             QCOMPARE(brokenOn(fleet, name), QStringList());
         const CommandRun finished = push(fleet, { "--pause", "0" });
@@ -134,16 +218,10 @@ private slots:
         }
     }
 
-private:
-    void putBack() const
-    {
-        for (const QString& name : fleet.names())
-            copyFolder(shelf + name, folderOf(name));
-    }
-
     Fleet fleet{ 2 };
-    /// How often a push that nobody cuts off starts rclone.
+    /// How often a push that nobody cuts off starts rclone, and its milliseconds.
     int steps = 0;
+    int wholePush = 0;
 };
 
 HALDEN_TEST_MAIN(tst_PushCuts)
