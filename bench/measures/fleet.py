@@ -1,12 +1,13 @@
 """A patch day on one server of this machine: how many players it serves at a time, and
-whether halden-publish estimate tells how long a line is full."""
+whether halden-publish estimate tells how long a line is full; what a cache spares, what
+publications cost, and what it costs to push one."""
 
 import json
 import resource
 import subprocess
 from pathlib import Path
 
-from measures import room
+from measures import fleetcosts, fleetpush, room
 from measures.tables import Table, bytes_text
 from world.waiting import wait_for
 
@@ -40,11 +41,11 @@ def server_memory():
                if line.startswith(("Private_Clean", "Private_Dirty")))
 
 
-def play(options, players, starts):
+def play(options, players, starts, *habits):
     """What that many players met, who all start at the same moment."""
     run = subprocess.run(
         [options.programs / "bench" / "bench_players", "--settled", "--players", str(players),
-         "--starts", str(starts), "--authority", room.AUTHORITY],
+         "--starts", str(starts), "--authority", room.AUTHORITY, *habits],
         check=True, stdout=subprocess.PIPE, encoding="utf-8")
     return json.loads(run.stdout)
 
@@ -116,4 +117,6 @@ def measure(options):
               patch_day(options, 2, 16 * room.MEBIBYTE, crowds[:1 if options.quick else 3]),
               limited_line(options)]
     serve(options, KEYS[0][1])
-    return tables
+    options.bench.publish(10, 65536)
+    return [*tables, fleetcosts.edge(options, play, met, crowds[-2]), fleetcosts.costs(options),
+            fleetpush.measure(options)]
