@@ -27,6 +27,9 @@ constexpr qint64 tolerance = 120;
 // A busy machine notes the end of an answer at its two ends some seconds apart.
 constexpr qint64 sameMoment = 60;
 constexpr int daysOfALoop = 5;
+// Twice what Linux keeps of what a server has handed on: a smaller file has gone out for
+// the server when a player hangs up.
+constexpr qsizetype sizeOfALargeFile = 8 << 20;
 // More than a busy machine serves at once would be turned away.
 constexpr int startsPerSecond = 30;
 const QString program = "Halden-Launcher.exe";
@@ -278,7 +281,8 @@ private:
     {
         const qint64 time = QDateTime::currentSecsSinceEpoch() + shiftOf(day);
         if (day == 3)
-            writeFile(Community::sourcePath("live", "Data/large.mpq"), QByteArray(4 << 20, 'l'));
+            writeFile(
+                Community::sourcePath("live", "Data/large.mpq"), QByteArray(sizeOfALargeFile, 'l'));
         if (day == 3 || day == 6) {
             writeFile(
                 Community::sourcePath("live", "Data/new.mpq"), QByteArray(1000, char('a' + day)));
