@@ -81,7 +81,9 @@ def measure(options):
     table = Table(*TITLES)
     for count, *figures in rows:
         table.add(f"{count:,}", *(f"{figure:.2f}" for figure in figures))
-    table.note("Files of 2 KiB, in memory; seconds, and ratios beside them. The last ratios are "
-               "those of processor seconds, of both cores, to the same work by hand.")
-    options.picture.with_name("publishing.svg").write_text(picture(rows), encoding="utf-8")
+    table.note(f"Files of 2 KiB, {'on a disk' if options.on else 'in memory'}; seconds, and ratios "
+               "beside them. The last ratios are those of processor seconds, of both cores, to the "
+               "same work by hand.")
+    if not options.on:
+        options.picture.with_name("publishing.svg").write_text(picture(rows), encoding="utf-8")
     return table
