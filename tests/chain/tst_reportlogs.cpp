@@ -198,8 +198,8 @@ class tst_ReportLogs : public QObject {
     Q_OBJECT
 
 private:
-    const int players = numberFrom("HALDEN_REPORT_PLAYERS", 40);
-    const int days = numberFrom("HALDEN_REPORT_DAYS", 8);
+    const int players = numberFrom("HALDEN_REPORT_PLAYERS", 30);
+    const int days = numberFrom("HALDEN_REPORT_DAYS", 7);
 
     Community community;
     std::unique_ptr<ServerProcess> server;
@@ -330,7 +330,8 @@ private:
         return {};
     }
 
-    static void compareAdoption(const QJsonObject& told, const Truth& truth)
+    static void
+    compareAdoption(const QJsonObject& told, const Truth& truth, bool mayHideTheFirst = false)
     {
         QList<int> holders;
         const QJsonArray publications = told["publications"].toArray();
@@ -341,7 +342,7 @@ private:
         for (const QJsonValue publication : publications)
             holders.append(publication["players"].toInt());
         QCOMPARE(holders, truth.holders());
-        QVERIFY(hidden == 0 || QTest::currentDataTag() == QByteArray("caddy"));
+        QVERIFY(hidden == 0 || mayHideTheFirst);
         QCOMPARE(told["players"].toInt(), truth.players());
         for (qsizetype place = 1; place < truth.holders().size(); ++place) {
             for (const int share : { 50, 90, 99 }) {
@@ -388,6 +389,29 @@ private:
             QVERIFY2(elementOf(troubles, "id", id).isEmpty(), id);
     }
 
+    void compareAll(const QString& name)
+    {
+        server = WebServers::communityServer(name);
+        beginPlayers();
+        live(name);
+        if (QTest::currentTestFailed())
+            return;
+        const QList<Met> account = accountOf(accountFile);
+        const QJsonObject report = reported();
+        QCOMPARE(report["logs"]["wrong"].toInt(), 0);
+        QSet<int> online;
+        for (const Met& met : account)
+            online.insert(met.player);
+        QCOMPARE(report["players"].toInt(), online.size());
+        const QJsonValue adoption = report["adoption"];
+        compareAdoption(
+            elementOf(adoption, "track", "live"), Truth(account, "/patch.ini", manifests));
+        compareAdoption(
+            elementOf(adoption, "track", "launcher"), Truth(account, '/' + program, launchers),
+            name == "caddy");
+        compareTroubles(report, account);
+    }
+
 private slots:
     void initTestCase()
     {
@@ -411,34 +435,20 @@ private slots:
         server.reset();
     }
 
-    void nothingDiffers_data()
+    // A function each, since the limit of time is a function's.
+    void nothingDiffersForNginx()
     {
-        QTest::addColumn<QString>("name");
-        for (const QString name : { "nginx", "apache", "caddy" })
-            QTest::newRow(qPrintable(name)) << name;
+        compareAll("nginx");
     }
 
-    void nothingDiffers()
+    void nothingDiffersForApache()
     {
-        QFETCH(QString, name);
-        server = WebServers::communityServer(name);
-        beginPlayers();
-        live(name);
-        if (QTest::currentTestFailed())
-            return;
-        const QList<Met> account = accountOf(accountFile);
-        const QJsonObject report = reported();
-        QCOMPARE(report["logs"]["wrong"].toInt(), 0);
-        QSet<int> online;
-        for (const Met& met : account)
-            online.insert(met.player);
-        QCOMPARE(report["players"].toInt(), online.size());
-        const QJsonValue adoption = report["adoption"];
-        compareAdoption(
-            elementOf(adoption, "track", "live"), Truth(account, "/patch.ini", manifests));
-        compareAdoption(
-            elementOf(adoption, "track", "launcher"), Truth(account, '/' + program, launchers));
-        compareTroubles(report, account);
+        compareAll("apache");
+    }
+
+    void nothingDiffersForCaddy()
+    {
+        compareAll("caddy");
     }
 };
 
