@@ -183,6 +183,8 @@ LineFault LineParser::parseText(std::string_view line, LogLine& result)
         || line[quote - 2] != ']' || line[quote - sizeOfATime - 3] != '[')
         return LineFault::NoFormat;
     result.address = line.substr(0, line.find(' '));
+    if (result.address.empty())
+        return LineFault::NoFormat;
     const auto time = times.of(line.substr(quote - sizeOfATime - 2, sizeOfATime));
     if (!time || *time < LogTime::earliest)
         return LineFault::NoTime;

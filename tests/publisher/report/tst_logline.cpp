@@ -139,6 +139,7 @@ private slots:
         row("empty", "", LineFault::NoFormat);
         row("text", "something else altogether", LineFault::NoFormat);
         row("a quote alone", "\"", LineFault::NoFormat);
+        row("no address", combined.mid(combined.indexOf(' ')), LineFault::NoFormat);
         row("zeros", QByteArray(100, '\0'), LineFault::NoFormat);
         row("an impossible day", with(combined, "20/Nov", "31/Nov"), LineFault::NoTime);
         row("an impossible month", with(combined, "20/Nov", "20/nov"), LineFault::NoTime);
