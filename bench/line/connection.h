@@ -27,6 +27,10 @@ public:
     {
         return down.bytes();
     }
+    Clock::time_point lastDelivery() const
+    {
+        return down.lastDelivery();
+    }
     int playersSocket() const
     {
         return player;

@@ -78,6 +78,7 @@ bool Flow::deliver(Clock::time_point now)
         if (count < 0)
             return isPassing(errno);
         delivered += static_cast<std::uint64_t>(count);
+        deliveredAt = now;
         bytesUnderWay -= static_cast<std::size_t>(count);
         bytes.erase(bytes.begin(), bytes.begin() + count);
         if (bytes.empty())

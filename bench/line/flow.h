@@ -33,6 +33,10 @@ public:
     {
         return delivered;
     }
+    Clock::time_point lastDelivery() const
+    {
+        return deliveredAt;
+    }
 
     /// False if the source is broken.
     bool take(Clock::time_point now);
@@ -52,6 +56,7 @@ private:
     std::deque<Parcel> underWay;
     std::size_t bytesUnderWay = 0;
     std::uint64_t delivered = 0;
+    Clock::time_point deliveredAt;
     bool ended = false;
     bool over = false;
 

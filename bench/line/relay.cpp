@@ -95,10 +95,15 @@ void Relay::dropWhatIsOver()
     std::erase_if(connections, [this](const std::unique_ptr<Connection>& connection) {
         if (!connection->isOver())
             return false;
-        total.bytes += connection->bytesToPlayer();
-        total.ended = Clock::now();
+        count(*connection);
         return true;
     });
+}
+
+void Relay::count(const Connection& connection)
+{
+    total.bytes += connection.bytesToPlayer();
+    total.ended = std::max(total.ended, connection.lastDelivery());
 }
 
 void Relay::runUntilInputEnds()
@@ -113,7 +118,7 @@ void Relay::runUntilInputEnds()
         if (ppoll(events.data(), events.size(), isEndless ? nullptr : &limit, nullptr) < 0)
             continue;
         if (events[inputIndex].revents != 0)
-            return;
+            break;
         for (std::size_t i = 0; i < connections.size(); ++i) {
             const std::size_t at = firstConnectionIndex + 2 * i;
             connections[i]->handle(events[at].revents, events[at + 1].revents);
@@ -122,6 +127,9 @@ void Relay::runUntilInputEnds()
         if (events[listenerIndex].revents != 0)
             accept();
     }
+    // The last ones of a player who has just gone.
+    for (const auto& connection : connections)
+        count(*connection);
 }
 
 } // namespace PlayersLine

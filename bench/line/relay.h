@@ -16,7 +16,7 @@ struct Ports {
     std::uint16_t server = 0;
 };
 
-/// What has gone over the line, from the first connection to the end of the last.
+/// What has gone over the line, from the first connection to the last byte.
 struct Tally {
     int connections = 0;
     /// To the player, with everything that belongs to TLS.
@@ -53,6 +53,7 @@ private:
     Clock::time_point nextArrival(Clock::time_point now) const;
     void accept();
     void dropWhatIsOver();
+    void count(const Connection& connection);
 };
 
 } // namespace PlayersLine

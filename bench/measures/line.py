@@ -87,7 +87,7 @@ def measure(options):
     options.bench.community.stop()
     options.bench.community.serve("--port", str(SERVER_PORT))
     try:
-        tables = [waits(options, 25, 65536), waits(options, 2, 8 * room.MEBIBYTE)]
+        tables = [waits(options, 25, 65536), waits(options, 2, 4 * room.MEBIBYTE)]
     finally:
         options.bench.community.stop()
     options.bench.serve()
