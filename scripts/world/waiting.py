@@ -29,4 +29,5 @@ def wait_for(what, condition, patience=PATIENCE_IN_SECONDS, sign_of_life=None):
             seen, since = now, time.monotonic()
         require(time.monotonic() - since <= patience,
                 f"in {patience} seconds it has not come to this: {what}")
+        # Windows, files and processes of others tell nobody when they have changed.
         time.sleep(0.1)
