@@ -247,8 +247,11 @@ private:
         if (!steps.succeeded()
             || (request.flush && !steps.attempt(FileWork::flushFileSystem(request.server))))
             return;
-        // True whether or not the manifest goes live, and what follows needs room.
+        // True whether or not the manifest goes live.
         remember();
+        // What follows needs room, and of the files only pruning wants to know more.
+        if (!request.prune)
+            items = {};
         if (report.manifestChanged || request.renew)
             steps.attempt(publishManifest());
         if (isNextDone && steps.succeeded())
