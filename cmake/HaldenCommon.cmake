@@ -29,6 +29,7 @@ if(HALDEN_SANITIZE)
     set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined
         -fno-omit-frame-pointer)
     target_compile_options(halden_common INTERFACE ${sanitizers})
+    target_compile_definitions(halden_common INTERFACE HALDEN_SANITIZE)
     target_link_options(halden_common INTERFACE ${sanitizers})
 endif()
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(HALDEN_SANITIZE)
 #include <sanitizer/lsan_interface.h>
 #endif
 #ifdef Q_OS_WIN
@@ -21,7 +21,7 @@ namespace {
 /// What diagnostic builds would do at an ordinary end.
 void reportDiagnostics()
 {
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(HALDEN_SANITIZE)
     __lsan_do_leak_check();
 #endif
 #ifdef HALDEN_COVERAGE

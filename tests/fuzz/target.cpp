@@ -6,7 +6,7 @@
 
 using namespace Qt::StringLiterals;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(HALDEN_FUZZ)
+#if defined(HALDEN_SANITIZE)
 // A list that claims thousands of millions of entries asks for more memory than there
 // is; without the sanitizer, too, it is told so.
 extern "C" const char* __asan_default_options();

@@ -153,8 +153,10 @@ void RandomPublication::makeDisk()
     }
     const int count = below(20);
     for (int i = 0; i < count; ++i) {
+        // One after the other: compilers differ in which side of a sum they work out first.
         const QString name = oneOf(names);
-        const QString path = oneOf(roots) + oneOf(offsets) + '/' + name;
+        const QString offset = oneOf(offsets);
+        const QString path = oneOf(roots) + offset + '/' + name;
         if (chance(30))
             folders.append(path);
         else

@@ -272,8 +272,8 @@ private slots:
     {
         QTest::addColumn<QString>("target");
         QTest::addColumn<int>("asked");
-        const auto row = [](const char* target, Asked asked) {
-            QTest::newRow(target) << target << static_cast<int>(asked);
+        const auto row = [](const char* target, Asked what) {
+            QTest::newRow(target) << target << static_cast<int>(what);
         };
         row("/alert", Asked::Info);
         row("/Halden-Launcher-Updater.exe", Asked::Updater);

@@ -485,7 +485,7 @@ private slots:
     {
         QTest::addColumn<QByteArray>("rubbish");
         QByteArray all;
-        for (int i = 0; i < 100'000; ++i)
+        for (unsigned i = 0; i < 100'000; ++i)
             all += static_cast<char>(i * i % 251);
         QTest::newRow("bytes") << all;
         QTest::newRow("zeros") << QByteArray(3'000'000, '\0');
