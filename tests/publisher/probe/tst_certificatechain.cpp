@@ -2,12 +2,12 @@
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/httpsserver.h"
+#include "tests/support/openssl.h"
 #include "tests/support/testmain.h"
 
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QUrl>
 
@@ -15,30 +15,6 @@ using namespace TestSupport;
 using namespace Publisher;
 
 namespace {
-
-constexpr const char* settings = R"([ca]
-default_ca = own
-[own]
-database = index.txt
-new_certs_dir = .
-default_md = sha256
-policy = any
-rand_serial = yes
-unique_subject = no
-copy_extensions = copy
-[any]
-commonName = supplied
-[req]
-distinguished_name = name
-[name]
-[authority]
-basicConstraints = critical,CA:TRUE
-keyUsage = critical,keyCertSign,cRLSign
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-[server]
-authorityKeyIdentifier = keyid
-)";
 
 QString host()
 {
@@ -71,11 +47,9 @@ class tst_CertificateChain : public QObject {
 private slots:
     void initTestCase()
     {
-        writeFile(folder.filePath("openssl.cnf"), settings);
-        writeFile(folder.filePath("index.txt"), "");
         for (const char* kind : { "rsa", "ec" })
             makeCertificates(kind);
-        openssl({ "rehash", "/etc/ssl/certs" });
+        openssl.run({ "rehash", "/etc/ssl/certs" });
     }
 
     void chains_data()
@@ -151,17 +125,6 @@ private slots:
     }
 
 private:
-    void openssl(const QStringList& arguments) const
-    {
-        QProcess process;
-        process.setWorkingDirectory(folder.path());
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start("openssl", arguments);
-        if (!process.waitForFinished() || process.exitCode() != 0)
-            qFatal(
-                "openssl %s: %s", qPrintable(arguments.join(' ')), process.readAll().constData());
-    }
-
     QString file(const QString& name, const char* suffix) const
     {
         return folder.filePath(name + suffix);
@@ -172,7 +135,7 @@ private:
         const QStringList kind = name.startsWith("rsa")
             ? QStringList{ "-algorithm", "rsa", "-pkeyopt", "rsa_keygen_bits:2048" }
             : QStringList{ "-algorithm", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1" };
-        openssl(QStringList{ "genpkey", "-quiet", "-out", file(name, ".key") } + kind);
+        openssl.run(QStringList{ "genpkey", "-quiet", "-out", file(name, ".key") } + kind);
     }
 
     /// A certificate in a file of its own for the holder of a key. Who is its own
@@ -181,23 +144,14 @@ private:
         const QString& to, const QString& holder, const QString& issuer, const Validity& validity,
         const QString& section = "authority") const
     {
-        QStringList request{ "req",   "-new",          "-config", "openssl.cnf",
-                             "-subj", "/CN=" + holder, "-key",    file(holder, ".key"),
-                             "-out",  file(to, ".csr") };
+        QStringList asked{ "-key", file(holder, ".key") };
         if (section == "server")
-            request
-                += QStringList{ "-addext", "subjectAltName=DNS:" + host() + ",DNS:" + webHost() };
-        openssl(request);
+            asked += QStringList{ "-addext", "subjectAltName=DNS:" + host() + ",DNS:" + webHost() };
+        openssl.request(holder, file(to, ".csr"), asked);
         const QStringList signer = holder == issuer
             ? QStringList{ "-selfsign", "-keyfile", file(issuer, ".key") }
             : QStringList{ "-cert", file(issuer, ".pem"), "-keyfile", file(issuer, ".key") };
-        const char* const format = "yyyyMMddHHmmss'Z'";
-        openssl(
-            QStringList{ "ca", "-batch", "-notext", "-config", "openssl.cnf", "-extensions",
-                         section, "-startdate", validity.notBefore.toString(format), "-enddate",
-                         validity.notAfter.toString(format), "-in", file(to, ".csr"), "-out",
-                         file(to, ".pem") }
-            + signer);
+        openssl.certify({ file(to, ".csr"), file(to, ".pem"), validity, section }, signer);
     }
 
     void makeAuthority(const QString& name, const QString& issuer, const Validity& validity) const
@@ -282,6 +236,7 @@ private:
     }
 
     QTemporaryDir folder;
+    const Openssl openssl{ folder.path() };
 };
 
 HALDEN_TEST_MAIN(tst_CertificateChain)
