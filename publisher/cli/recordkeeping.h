@@ -5,6 +5,8 @@
 
 #include <QString>
 
+#include <functional>
+
 class QCommandLineParser;
 
 namespace Publisher {
@@ -12,23 +14,26 @@ namespace Publisher {
 class Output;
 
 /// The record to which a command adds what it has published, "--record FILE".
-/// Without the option nothing is kept, and all goes well.
+/// Without the option nothing is kept, and all goes well. Several may add to one record
+/// at the same time.
 class RecordKeeping {
 public:
     static void addOption(QCommandLineParser& parser);
 
     RecordKeeping(const QCommandLineParser& parser, Output& output);
 
-    /// Reads what is on record; complains of a file that is no record, and of
-    /// one that cannot be written. To be asked
-    /// before anything is published.
+    /// Complains of a file that is no record, and of one that cannot be written. To be
+    /// asked before anything is published.
     bool isReady();
     /// What goes with a manifest of this kind, or with the next one.
     ExitCode addPatch(const QString& server, Kind kind, bool next = false);
     ExitCode addLauncher(const QString& server);
 
 private:
-    ExitCode store(const Problem& failed);
+    [[nodiscard]] Problem read();
+    /// With what others have put down meanwhile, none of whom is at it until this has ended.
+    ExitCode add(const std::function<Problem()>& follow);
+    QString folderOfRecord() const;
     bool complain(const Problem& problem);
 
     Output& output;

@@ -34,11 +34,11 @@ QString withoutLock(const QString& folder, const QString& words)
 
 #ifdef Q_OS_WIN
 
-TreeLock::TreeLock(const QString& folder)
+TreeLock::TreeLock(const QString& folder, IfHeld ifHeld)
     : lock(std::make_unique<QLockFile>(folder + "/.halden-publish.lock"_L1))
 {
     lock->setStaleLockTime(0);
-    if (lock->tryLock())
+    if (ifHeld == IfHeld::Wait ? lock->lock() : lock->tryLock())
         return;
     trouble = lock->error() == QLockFile::LockFailedError
         ? atWork(folder)
@@ -50,10 +50,11 @@ TreeLock::~TreeLock() = default;
 #else
 
 // The folder itself is locked, so nothing is left behind in it.
-TreeLock::TreeLock(const QString& folder)
+TreeLock::TreeLock(const QString& folder, IfHeld ifHeld)
     : handle(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
 {
-    if (handle >= 0 && flock(handle, LOCK_EX | LOCK_NB) == 0)
+    const int operation = LOCK_EX | (ifHeld == IfHeld::Wait ? 0 : LOCK_NB);
+    if (handle >= 0 && flock(handle, operation) == 0)
         return;
     trouble = handle >= 0 && errno == EWOULDBLOCK ? atWork(folder)
                                                   : withoutLock(folder, qt_error_string(errno));

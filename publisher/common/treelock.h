@@ -12,17 +12,20 @@ class QLockFile;
 
 namespace Publisher {
 
-/// Keeps other publishers away from a server folder. The system lets go of it
-/// when the process ends, however it ends.
+/// Keeps other publishers away from a server folder, or from that of a record. The
+/// system lets go of it when the process ends, however it ends.
 class TreeLock {
 public:
-    explicit TreeLock(const QString& folder);
+    /// What is done about another process, or another object, that holds the folder.
+    enum class IfHeld { GiveUp, Wait };
+
+    explicit TreeLock(const QString& folder, IfHeld ifHeld = IfHeld::GiveUp);
     TreeLock(const TreeLock&) = delete;
     TreeLock& operator=(const TreeLock&) = delete;
     ~TreeLock();
 
-    /// Why the folder is not held: another process, or another object, holds it,
-    /// or there are no locks to be had. Nothing when it is.
+    /// Why the folder is not held: another one holds it, or there are no locks to be
+    /// had. Nothing when it is.
     const Problem& problem() const;
 
 private:

@@ -1,4 +1,5 @@
 #include "publisher/common/record.h"
+#include "publisher/common/treelock.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
@@ -8,6 +9,7 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QRegularExpression>
 
 using namespace TestSupport;
@@ -76,6 +78,20 @@ Record recordNow()
     if (const Problem problem = record.read(readFile(recordFile())))
         qFatal("%s", qPrintable(*problem));
     return record;
+}
+
+/// As another admin's command, in a process of its own.
+void beginToPublish(QProcess& process, const QString& kind, const QString& tree)
+{
+    process.start(
+        HALDEN_PUBLISH,
+        { "build", source(), tree, "--no-flush", "--kind", kind, "--record", recordFile() });
+}
+
+void mustEndWell(QProcess& process)
+{
+    QVERIFY(process.waitForFinished(60'000));
+    QVERIFY2(process.exitCode() == 0, process.readAllStandardError().constData());
 }
 
 QByteArray sha256(const QByteArray& content)
@@ -233,6 +249,46 @@ private slots:
         QVERIFY(problem.has_value());
         QVERIFY2(problem->contains("--rehash"), qPrintable(*problem));
         QVERIFY(!record.knows("patch.ini"));
+    }
+
+    /// While one command writes the others wait, and none has read it before.
+    void othersAddMeanwhile()
+    {
+        QProcess process;
+        {
+            const TreeLock lock(QFileInfo(recordFile()).path());
+            QVERIFY(!lock.problem());
+            beginToPublish(process, "live", server());
+            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(server("patch.ini")), 60'000);
+            Record other;
+            writeFile(ApplicationFolder::path("Halden-Launcher.exe"), "program");
+            QVERIFY(!other.followProgram(
+                ApplicationFolder::path({}), "Halden-Launcher.exe",
+                QDateTime::currentDateTimeUtc()));
+            writeFile(recordFile(), other.text());
+        }
+        mustEndWell(process);
+        QCOMPARE(
+            steps(),
+            (QStringList{ "Halden-Launcher.exe", placeOf("b.txt"), placeOf("Data/a.mpq"),
+                          "patch.ini" }));
+    }
+
+    void twoAtTheSameMoment()
+    {
+        for (int round = 0; round < 5; ++round) {
+            init();
+            QProcess one;
+            QProcess other;
+            beginToPublish(one, "live", server());
+            beginToPublish(other, "test", ApplicationFolder::path("other"));
+            mustEndWell(one);
+            mustEndWell(other);
+            QStringList all = steps();
+            all.sort();
+            QCOMPARE(all.size(), 6);
+            QCOMPARE(all.mid(0, 2), (QStringList{ "patch.ini", "patchTest.ini" }));
+        }
     }
 
     void whatIsNoRecordStopsEverything_data()
