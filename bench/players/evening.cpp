@@ -81,16 +81,21 @@ void Evening::playOn()
     constexpr milliseconds longest{ 200 };
     startThoseDue();
     milliseconds limit = longest;
-    if (!appointments.empty())
+    if (!appointments.empty() && !isFull())
         limit = std::clamp(
             std::chrono::ceil<milliseconds>(appointments.top().time - Clock::now()),
             milliseconds(0), longest);
     world.transport.turn(limit);
 }
 
+bool Evening::isFull() const
+{
+    return habits.atOnce > 0 && playing >= habits.atOnce;
+}
+
 void Evening::startThoseDue()
 {
-    while (!appointments.empty() && appointments.top().time <= Clock::now()) {
+    while (!isFull() && !appointments.empty() && appointments.top().time <= Clock::now()) {
         const std::size_t player = appointments.top().player;
         appointments.pop();
         begin(player);

@@ -20,6 +20,8 @@ public:
         double spread = 0;
         /// So many seconds at most pass between the end of a start and the next one.
         double pause = 0;
+        /// So many play at a time at most, and who is due waits; 0 for all.
+        std::size_t atOnce = 0;
         /// How many of a hundred have the developer switch set, and clocks that are
         /// an hour ahead.
         int testers = 0;
@@ -58,6 +60,7 @@ private:
     };
 
     void appoint(std::size_t player, double seconds);
+    bool isFull() const;
     void startThoseDue();
     void begin(std::size_t player);
     void playOn();

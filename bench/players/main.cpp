@@ -36,6 +36,8 @@ void addOptions(QCommandLineParser& parser)
         { u"settled"_s, u"They have a launcher of today."_s },
         { u"spread"_s, u"Over which the first starts are spread."_s, u"seconds"_s, u"0"_s },
         { u"pause"_s, u"Between two starts, at most."_s, u"seconds"_s, u"0"_s },
+        { u"at-once"_s, u"How many play at a time at most; who is due waits."_s, u"number"_s,
+          u"0"_s },
         { u"testers"_s, u"Share with the developer switch."_s, u"percent"_s, u"0"_s },
         { u"clocks-ahead"_s, u"Share whose clocks are an hour ahead."_s, u"percent"_s, u"0"_s },
         { u"stuck"_s, u"Share whose updaters do nothing."_s, u"percent"_s, u"0"_s },
@@ -43,6 +45,7 @@ void addOptions(QCommandLineParser& parser)
           u"0"_s },
         { u"online"_s, u"Share who take part in a start."_s, u"percent"_s, u"100"_s },
         { u"clock-shift"_s, u"Moves all clocks, from the beginning on."_s, u"seconds"_s, u"0"_s },
+        { u"apart"_s, u"Each lives so much later than the one before."_s, u"seconds"_s, u"0"_s },
         { u"own-addresses"_s, u"Each asks from a loopback address of his own."_s },
         { u"servers"_s, u"Asked by chance in place of that of the address."_s, u"HOST:PORT,..."_s },
         { u"authority"_s, u"Certificates to trust."_s, u"file"_s },
@@ -118,6 +121,7 @@ Evening::Habits habitsOf(const QCommandLineParser& parser)
     return { .players = parser.value(u"players"_s).toInt(),
              .spread = parser.value(u"spread"_s).toDouble(),
              .pause = parser.value(u"pause"_s).toDouble(),
+             .atOnce = parser.value(u"at-once"_s).toUInt(),
              .testers = parser.value(u"testers"_s).toInt(),
              .clocksAhead = parser.value(u"clocks-ahead"_s).toInt(),
              .stuck = parser.value(u"stuck"_s).toInt(),
@@ -144,6 +148,7 @@ int main(int argc, char* argv[])
     }
     world.hasOwnAddresses = parser.isSet(u"own-addresses"_s);
     world.clockShift = parser.value(u"clock-shift"_s).toLongLong();
+    world.secondsApart = parser.value(u"apart"_s).toLongLong();
     Evening evening(world, habitsOf(parser));
     QElapsedTimer timer;
     timer.start();

@@ -61,7 +61,7 @@ bool Player::isStuck() const
 
 qint64 Player::now() const
 {
-    return world.now() + ways.secondsAhead;
+    return world.now(number) + ways.secondsAhead;
 }
 
 void Player::start(std::function<void()> ended)

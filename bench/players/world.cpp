@@ -36,9 +36,9 @@ double World::chance(double limit)
     return std::uniform_real_distribution<double>(0, limit)(random);
 }
 
-qint64 World::now() const
+qint64 World::now(int player) const
 {
-    return QDateTime::currentSecsSinceEpoch() + clockShift;
+    return QDateTime::currentSecsSinceEpoch() + clockShift + player * secondsApart;
 }
 
 void World::ask(int player, int run, Transport::Question question, Transport::Handler handler)
@@ -71,7 +71,7 @@ void World::note(
                                  QByteArray::number(run),
                                  QByteArray::number(static_cast<qint64>(answer.status)),
                                  question.url.path(QUrl::FullyEncoded).toLatin1(),
-                                 QByteArray::number(now()),
+                                 QByteArray::number(now(player)),
                                  QByteArray::number(question.ifModifiedSince),
                                  QByteArray::number(answer.length),
                                  answer.isWhole ? "1" : "0",

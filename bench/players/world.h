@@ -41,11 +41,14 @@ public:
     /// times in seconds since 1970. False when it cannot.
     bool keepLog(const QString& path);
 
-    /// Seconds since 1970, moved by `clockShift`.
-    qint64 now() const;
+    /// Where this player is: seconds since 1970, moved by `clockShift` and by so many
+    /// seconds for each player before this one as lie between two.
+    qint64 now(int player) const;
 
     /// By how many seconds this world is away from that of the machine.
     qint64 clockShift = 0;
+    /// How many seconds later each player lives than the one before.
+    qint64 secondsApart = 0;
     /// Whether each player asks from a loopback address of his own.
     bool hasOwnAddresses = false;
 

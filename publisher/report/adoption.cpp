@@ -37,6 +37,35 @@ struct Step {
     std::int64_t time = 0;
 };
 
+/// Whether both were fetched at one time, as far as servers and players know the time.
+bool atOneTime(const TimeSpan& one, const TimeSpan& other)
+{
+    return one.first <= other.last + LogBook::tolerance
+        && other.first <= one.last + LogBook::tolerance;
+}
+
+/// Of each version how many answers may have been whole. Of a start's two runs the one that
+/// has the launcher breaks the other's off, many of them at the same byte, and what then
+/// has no date would pass for a version of its own.
+std::vector<std::int64_t> answersNotCutShort(const LogBook& book)
+{
+    const auto& versions = book.versions();
+    std::vector<std::int64_t> answers(versions.size(), 0);
+    for (const PlayerRecord& player : book.players()) {
+        for (const Had& had : player.had) {
+            const Version& version = versions[had.version];
+            const auto isCutShort = [&](const Had& other) {
+                return versions[other.version].track == version.track
+                    && other.bytes >= had.bytes + leastDifference
+                    && atOneTime(other.times, had.times);
+            };
+            if (std::none_of(player.had.begin(), player.had.end(), isCutShort))
+                answers[had.version] += had.answers;
+        }
+    }
+    return answers;
+}
+
 /// One track's publications, and the place of each version among them.
 class Timeline {
 public:
@@ -46,9 +75,12 @@ public:
         , places(logBook.versions().size(), none)
     {
         const auto& versions = book.versions();
+        const std::vector<std::int64_t> answers = answersNotCutShort(book);
         std::vector<std::uint32_t> own;
         for (std::uint32_t i = 0; i < versions.size(); ++i) {
-            if (versions[i].track == track && !versions[i].seen.isEmpty())
+            // Chance does not break answers off at the same byte twice.
+            const bool isTold = versions[i].date || answers[i] > 1;
+            if (versions[i].track == track && !versions[i].seen.isEmpty() && isTold)
                 own.push_back(i);
         }
         std::sort(own.begin(), own.end(), [&](std::uint32_t one, std::uint32_t other) {
@@ -101,9 +133,6 @@ private:
     void add(std::uint32_t number)
     {
         const Version& version = book.versions()[number];
-        // Chance does not break answers off at the same byte twice.
-        if (!version.date && version.answers < 2)
-            return;
         for (std::uint32_t i = 0; i < all.size() && !version.date; ++i) {
             const Version& other = *all[i].version;
             if (!other.date && std::abs(other.size - version.size) < leastDifference) {

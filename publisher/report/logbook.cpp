@@ -184,8 +184,7 @@ void LogBook::addVersion(const LogLine& line, Track track, std::uint32_t number)
 
 void LogBook::tallyVersion(const LogLine& line, std::uint32_t number, std::uint32_t player)
 {
-    Version& version = versionTable.at(number);
-    ++version.answers;
+    const Version& version = versionTable.at(number);
     if (versionTallies.size() <= number)
         versionTallies.resize(number + 1);
     FileTally& tally = versionTallies[number];

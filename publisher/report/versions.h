@@ -28,7 +28,6 @@ struct Version {
     QString message = {};
     /// When anybody got it, or was told that he has it.
     TimeSpan seen = {};
-    std::int64_t answers = 0;
 
     /// Whether fewer bytes of it mean that they broke off. Without a date they may be
     /// another version; and of two runs that fetch the launcher, the one that has it

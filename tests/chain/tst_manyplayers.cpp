@@ -143,6 +143,22 @@ private slots:
         QCOMPARE(told["stranded"].toArray(), QJsonArray());
     }
 
+    void whoIsDueWaits()
+    {
+        const QString log = TestSupport::ApplicationFolder::path("account");
+        begin({ "--players", "5", "--settled", "--at-once", "1", "--log", log });
+        QVERIFY(playOnce());
+        report();
+        QByteArrayList turns;
+        const QByteArrayList lines = TestSupport::readFile(log).trimmed().split('\n');
+        for (const QByteArray& line : lines) {
+            const QByteArray whose = line.split(' ').constFirst();
+            if (turns.isEmpty() || turns.constLast() != whose)
+                turns.append(whose);
+        }
+        QCOMPARE(turns.size(), 5);
+    }
+
     void whatGoesWrongIsTold_data()
     {
         QTest::addColumn<bool>("isThere");

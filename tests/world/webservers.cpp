@@ -15,6 +15,11 @@ namespace {
 const QByteArray exampleNames
     = "www.tarnwick.example download.tarnwick.example mirror.tarnwick.example";
 
+// As Debian's own configuration has it.
+const QByteArray combinedOfApache
+    = R"(LogFormat "%h %l %u %t \"%r\" %>s %O \"%{Referer}i\" \"%{User-Agent}i\"" combined)"
+      "\n";
+
 // Root has no right to become another user in here, and has to be named as the one
 // to stay.
 bool isRoot()
@@ -74,6 +79,11 @@ QString logFileOf(const QString& name)
     return folderOf(name) + "/halden.log";
 }
 
+QString combinedLogFileOf(const QString& name)
+{
+    return folderOf(name) + "/combined.log";
+}
+
 QByteArray packaged(const QString& file, const Replacements& replacements)
 {
     const QString path = HALDEN_PACKAGING_FOLDER "/" + file;
@@ -89,10 +99,11 @@ QByteArray packaged(const QString& file, const Replacements& replacements)
 std::unique_ptr<ServerProcess> nginx(const QString& name, QByteArray site)
 {
     const QByteArray folder = folderOf(name).toUtf8();
-    // The site's log beside the short one that it would take the place of.
+    // The site's log beside the others, whose place it would take.
     site.replace(
         "access_log /var/log/nginx/halden.log halden;",
-        "access_log " + logFileOf(name).toUtf8() + " halden; access_log " + folder
+        "access_log " + logFileOf(name).toUtf8() + " halden; access_log "
+            + combinedLogFileOf(name).toUtf8() + " combined; access_log " + folder
             + "/access.log requests;");
     const QString path = configurationOf(
         name,
@@ -107,11 +118,15 @@ std::unique_ptr<ServerProcess> nginx(const QString& name, QByteArray site)
 std::unique_ptr<ServerProcess> apache(const QString& name, QByteArray site)
 {
     const QByteArray folder = folderOf(name).toUtf8();
-    site.replace("/var/log/apache2/halden.log", logFileOf(name).toUtf8());
+    site.replace(
+        "CustomLog /var/log/apache2/halden.log halden",
+        "CustomLog " + logFileOf(name).toUtf8() + " halden\nCustomLog "
+            + combinedLogFileOf(name).toUtf8() + " combined");
     const QString path = configurationOf(
         name,
         "ServerRoot " + folder + "\nServerName localhost\nPidFile " + folder
             + "/pid\nErrorLog /dev/stderr\nListen 127.0.0.1:443\n" + apacheModules()
+            + combinedOfApache
             + "TypesConfig /dev/null\nAddOutputFilterByType DEFLATE text/html text/plain\n" + site);
     auto process = std::make_unique<ServerProcess>(
         "/usr/sbin/apache2", QStringList{ "-D", "FOREGROUND", "-f", path }, logOf(name));

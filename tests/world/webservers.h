@@ -35,5 +35,7 @@ std::unique_ptr<ServerProcess> communityServer(const QString& program);
 QString folderOf(const QString& name);
 /// What the administrators' configuration has it write of requests.
 QString logFileOf(const QString& name);
+/// Combined lines of the same requests, which nginx and Apache write beside it.
+QString combinedLogFileOf(const QString& name);
 
 } // namespace WebServers

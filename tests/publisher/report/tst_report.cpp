@@ -189,6 +189,27 @@ private slots:
         QCOMPARE(adoptionOf(report, "live")["behind"].toInt(), 1);
     }
 
+    /// Of a start's two runs the one that has it breaks the other's off, and many of them
+    /// at the same byte.
+    void brokenLaunchersAreNoVersion()
+    {
+        AccessLog log;
+        for (int player = 1; player <= 3; ++player) {
+            for (const qint64 release : { qint64(0), day }) {
+                const qint64 second = release + player * hour;
+                const qint64 whole = release == 0 ? 500'000 : 510'000;
+                log.add({ .player = player, .second = second, .target = launcher, .bytes = whole });
+                log.add({ .player = player,
+                          .second = second + 100,
+                          .target = launcher,
+                          .bytes = 300'000 });
+            }
+        }
+        const QJsonObject report = reported(log);
+        QCOMPARE(holdersOf(report, "launcher"), (QList<int>{ 0, 3 }));
+        QCOMPARE(adoptionOf(report, "launcher")["behind"].toInt(), 0);
+    }
+
     /// "304" tells that there is nothing newer.
     void launcherThatIsConfirmedIsHad()
     {
