@@ -13,8 +13,6 @@ namespace Publisher {
 
 namespace {
 
-// Manifests without an entry more or less have one length, whatever the server counts.
-constexpr std::int64_t leastDifference = 64;
 constexpr std::int64_t secondsOfAnHour = 3600;
 constexpr std::size_t pointsOfACurve = 60;
 constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
@@ -56,7 +54,7 @@ std::vector<std::int64_t> answersNotCutShort(const LogBook& book)
             const Version& version = versions[had.version];
             const auto isCutShort = [&](const Had& other) {
                 return versions[other.version].track == version.track
-                    && other.bytes >= had.bytes + leastDifference
+                    && other.bytes >= had.bytes + Versions::leastDifference
                     && atOneTime(other.times, had.times);
             };
             if (std::none_of(player.had.begin(), player.had.end(), isCutShort))
@@ -78,7 +76,7 @@ public:
         const std::vector<std::int64_t> answers = answersNotCutShort(book);
         std::vector<std::uint32_t> own;
         for (std::uint32_t i = 0; i < versions.size(); ++i) {
-            // Chance does not break answers off at the same byte twice.
+            // Chance does not break answers off at the same place twice.
             const bool isTold = versions[i].date || answers[i] > 1;
             if (versions[i].track == track && !versions[i].seen.isEmpty() && isTold)
                 own.push_back(i);
@@ -133,13 +131,6 @@ private:
     void add(std::uint32_t number)
     {
         const Version& version = book.versions()[number];
-        for (std::uint32_t i = 0; i < all.size() && !version.date; ++i) {
-            const Version& other = *all[i].version;
-            if (!other.date && std::abs(other.size - version.size) < leastDifference) {
-                places[number] = i;
-                return;
-            }
-        }
         places[number] = static_cast<std::uint32_t>(all.size());
         all.push_back({ &version, timeOf(version) });
     }

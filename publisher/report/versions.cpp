@@ -27,7 +27,16 @@ std::optional<std::uint32_t> Versions::of(Track track, const LogLine& line)
             { track, 0, *line.lastModified, 0 }, { .track = track, .date = line.lastModified });
     if (line.status == notModified)
         return std::nullopt;
-    return known({ track, 0, 0, line.bytes }, { .track = track, .size = line.bytes });
+    return ofLength(track, line.bytes);
+}
+
+std::optional<std::uint32_t> Versions::ofLength(Track track, std::int64_t bytes)
+{
+    const auto near = numbers.lower_bound({ track, 0, 0, bytes - leastDifference + 1 });
+    const Key end{ track, 0, 0, bytes + leastDifference };
+    if (near != numbers.end() && near->first < end)
+        return near->second;
+    return known({ track, 0, 0, bytes }, { .track = track, .size = bytes });
 }
 
 std::optional<Version> Versions::fromTree(Track track, const LogLine& line) const

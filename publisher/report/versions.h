@@ -41,6 +41,11 @@ struct Version {
 /// Tells by an answer which publication it has brought.
 class Versions {
 public:
+    /// Lengths this close to each other are of one content where nothing else tells: some
+    /// servers count what goes over the line, which varies. Manifests without an entry
+    /// more or less have one length anyway.
+    static constexpr std::int64_t leastDifference = 64;
+
     /// `tree` may be null.
     explicit Versions(const PublishedTree* tree);
 
@@ -52,6 +57,7 @@ public:
 private:
     using Key = std::tuple<Track, int, std::int64_t, std::int64_t>;
 
+    std::optional<std::uint32_t> ofLength(Track track, std::int64_t bytes);
     std::optional<std::uint32_t> known(const Key& key, const Version& version);
     std::optional<Version> fromTree(Track track, const LogLine& line) const;
 

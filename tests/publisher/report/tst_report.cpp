@@ -189,6 +189,17 @@ private slots:
         QCOMPARE(adoptionOf(report, "live")["behind"].toInt(), 1);
     }
 
+    /// As servers note them that count what goes over the line.
+    void lengthsThatVaryALittleAreOne()
+    {
+        AccessLog log;
+        for (int i = 0; i < 6; ++i)
+            log.add({ .second = i * hour, .target = launcher, .bytes = 500'000 + i % 3 });
+        const QJsonObject report = reported(log);
+        QCOMPARE(holdersOf(report, "launcher"), (QList<int>{ 1 }));
+        QCOMPARE(troubleOf(report, "launcher-loop")["count"].toInt(), 6);
+    }
+
     /// Of a start's two runs the one that has it breaks the other's off, and many of them
     /// at the same byte.
     void brokenLaunchersAreNoVersion()
