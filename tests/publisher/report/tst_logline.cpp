@@ -74,6 +74,10 @@ private slots:
         QTest::newRow("Caddy") << caddy << true << 0.0125;
         QTest::newRow("Caddy with escapes")
             << with(caddy, R"(uri":"/patch.ini)", R"(uri":"\u002fpatch.ini)") << true << 0.0125;
+        QTest::newRow("Caddy behind a proxy") << with(
+            caddy, R"("remote_ip":"192.0.2.1")",
+            R"("remote_ip":"203.0.113.9","client_ip":"192.0.2.1")")
+                                              << true << 0.0125;
         QTest::newRow("Caddy with blanks")
             << with(caddy, R"(,"size":)", R"( , "size" : )") << true << 0.0125;
     }
@@ -97,6 +101,39 @@ private slots:
         QCOMPARE(read.ifModifiedSince, hasDates ? std::optional(copyDate) : std::nullopt);
         QCOMPARE(read.lastModified, hasDates ? std::optional(fileDate) : std::nullopt);
         QCOMPARE(read.seconds.value_or(-1), duration);
+    }
+
+    /// Apache has no number for none.
+    void noBytes()
+    {
+        const std::string line = with(combined, "200 1300", "304 -").toStdString();
+        LogLine read;
+        QCOMPARE(LineParser().parse(line, read), LineFault::None);
+        QCOMPARE(read.status, 304);
+        QCOMPARE(read.bytes, 0);
+    }
+
+    void lettersOfJson()
+    {
+        const std::string line
+            = with(caddy, R"("/patch.ini")", "\"/\\u0047r\\u00f6\\u00dfe\\u20ac\\\"\\n\"")
+                  .toStdString();
+        LineParser parser;
+        LogLine read;
+        QCOMPARE(parser.parse(line, read), LineFault::None);
+        QCOMPARE(QString::fromUtf8(read.target), QString::fromUtf8("/Größe€\"\n"));
+    }
+
+    void durationsThatAreNone()
+    {
+        for (const QByteArray& text :
+             { with(caddy, R"("duration":0.0125)", R"("duration":-1)"), extended("seconds=-1"),
+               extended("seconds=x"), extended("microseconds=-1") }) {
+            const std::string line = text.toStdString();
+            LogLine read;
+            QCOMPARE(LineParser().parse(line, read), LineFault::None);
+            QVERIFY(!read.seconds);
+        }
     }
 
     void connectionsAreTold_data()
@@ -144,6 +181,8 @@ private slots:
         row("an impossible day", with(combined, "20/Nov", "31/Nov"), LineFault::NoTime);
         row("an impossible month", with(combined, "20/Nov", "20/nov"), LineFault::NoTime);
         row("an impossible hour", with(combined, "10:46", "24:46"), LineFault::NoTime);
+        row("an impossible second", with(combined, "10:46:01", "10:46:61"), LineFault::NoTime);
+        row("letters between two months", with(combined, "20/Nov", "20/vDe"), LineFault::NoTime);
         row("before launchers", with(combined, "2026", "1970"), LineFault::NoTime);
         row("a sign in the day", with(combined, "[20/", "[-2/"), LineFault::NoTime);
         row("cut in the request", combined.left(60), LineFault::NoRequest);
@@ -159,6 +198,13 @@ private slots:
         row("brackets without end", "{\"a\":" + QByteArray(50'000, '['), LineFault::Cut);
         row("JSON with a negative size", with(caddy, "\"size\":1300", "\"size\":-1"),
             LineFault::NoBytes);
+        row("JSON with a status too large", with(caddy, "\"status\":200", "\"status\":2000"),
+            LineFault::NoStatus);
+        row("JSON with a negative status", with(caddy, "\"status\":200", "\"status\":-200"),
+            LineFault::NoStatus);
+        row("JSON without an address", with(caddy, R"("remote_ip":"192.0.2.1",)", ""),
+            LineFault::NoRequest);
+        row("a bracket that closes nothing", R"({"a":]})", LineFault::Cut);
         row("JSON with a huge time", with(caddy, "1795171561.25", "1e300"), LineFault::NoTime);
         row("JSON without a time", with(caddy, "\"ts\"", "\"st\""), LineFault::NoTime);
         row("JSON of a start", R"({"level":"info","ts":1795171561.25,"msg":"serving"})",
@@ -238,6 +284,8 @@ private slots:
                                         << "2001:0db8:0:1::1" << true;
         QTest::newRow("a gap in the first half") << "2001::1:0:0:0:0:1"
                                                  << "2001:0:0:1::" << false;
+        QTest::newRow("too many groups") << "1:2:3:4:5:6:7::8:9"
+                                         << "1:2:3:4:5:6:7::8:8" << false;
         QTest::newRow("names") << "a.example"
                                << "b.example" << false;
         QTest::newRow("no address") << "::::"

@@ -116,6 +116,25 @@ AccessLog someDays()
     return log;
 }
 
+/// The launcher again and again, by one player.
+AccessLog loopOf(const QList<qint64>& copies, qint64 begin, qint64 file)
+{
+    AccessLog log;
+    for (qsizetype i = 0; i < copies.size(); ++i)
+        log.add({ .second = 100 * i + begin,
+                  .target = launcher,
+                  .bytes = 500'000,
+                  .copy = copies.at(i),
+                  .file = file });
+    return log;
+}
+
+/// The second at which a file of the tree was dated, in the log's time.
+qint64 secondOf(const QString& path)
+{
+    return AccessLog::at(0).secsTo(QFileInfo(path).lastModified());
+}
+
 void pack(const QString& program, const QStringList& options, const QString& log)
 {
     QProcess process;
@@ -162,6 +181,51 @@ private slots:
             AccessLog::at(10 * 60).toString(Qt::ISODate));
         QCOMPARE(holdersOf(report, "launcher"), (QList<int>{ 10 }));
         QVERIFY(adoptionOf(report, "test").isEmpty());
+    }
+
+    void daysOfPlayers()
+    {
+        AccessLog log = someDays();
+        log.add({ .player = 1, .second = 5, .copy = -day, .file = 0 });
+        const QJsonArray days = reported(log).value("playersByDay").toArray();
+        QCOMPARE(days.size(), 2);
+        QCOMPARE(days[0]["time"].toString(), QString("2026-11-02T00:00:00Z"));
+        QCOMPARE(days[0]["players"].toInt(), 10);
+        QCOMPARE(days[1]["players"].toInt(), 7);
+    }
+
+    void lastOfThemOnline()
+    {
+        AccessLog log;
+        for (const qint64 second : { 300, 700, 100 })
+            log.add({ .player = static_cast<int>(second / 100), .second = second, .file = -day });
+        const QJsonValue live = adoptionOf(reported(log), "live");
+        QCOMPARE(
+            live["publications"][0]["lastOnline"].toString(),
+            AccessLog::at(700).toString(Qt::ISODate));
+    }
+
+    /// The later one counts of two that a player got in one second.
+    void publicationsOfOneMoment()
+    {
+        AccessLog log;
+        for (const qint64 file : { -day, qint64(-1) })
+            log.add({ .second = 0, .file = file });
+        QCOMPARE(holdersOf(reported(log), "live"), (QList<int>{ 0, 1 }));
+    }
+
+    void curveEndsWithTheLast()
+    {
+        AccessLog log;
+        for (int player = 0; player <= 120; ++player)
+            log.add({ .player = player, .second = player, .file = 0 });
+        const QJsonArray curve
+            = adoptionOf(reported(log), "live")["publications"][0]["curve"].toArray();
+        QCOMPARE(curve.size(), 61);
+        QCOMPARE(curve.first()["seconds"].toInt(), 1);
+        QCOMPARE(curve.first()["players"].toInt(), 2);
+        QCOMPARE(curve.last()["seconds"].toInt(), 120);
+        QCOMPARE(curve.last()["players"].toInt(), 121);
     }
 
     /// The first publication was dated before the logs begin, so nothing is said about
@@ -270,6 +334,29 @@ private slots:
         QCOMPARE(live["message"].toString(), "spring");
     }
 
+    /// What some get before all others leaves nobody behind.
+    void theNextOne()
+    {
+        put("Data/a.mpq", "a");
+        published();
+        put("Data/a.mpq", "b");
+        BuildRequest next = request();
+        next.next = true;
+        published(next);
+        const qint64 live = secondOf(server("patch.ini"));
+        const qint64 early = secondOf(server("patch-next.ini"));
+        AccessLog log;
+        log.add({ .player = 1, .second = early + 2 * hour, .file = live });
+        log.add({ .player = 2, .second = early + 2 * hour, .file = early });
+        const QJsonObject report = reported(log, { "--tree", server() });
+        const QJsonObject told = adoptionOf(report, "live");
+        QCOMPARE(holdersOf(report, "live"), (QList<int>{ 1, 1 }));
+        QVERIFY(!told["publications"][0]["isNext"].toBool());
+        QVERIFY(told["publications"][1]["isNext"].toBool());
+        QCOMPARE(told["behind"].toInt(), 0);
+        QVERIFY(troubleOf(report, "online-and-behind").isEmpty());
+    }
+
     void filesThatNoManifestNames()
     {
         put("Data/a.mpq", "a");
@@ -330,6 +417,39 @@ private slots:
         QTEST(!troubleOf(reported(log), "launcher-loop").isEmpty(), "isLoop");
     }
 
+    void loopsByDates_data()
+    {
+        QTest::addColumn<QList<qint64>>("copies");
+        QTest::addColumn<qint64>("begin");
+        QTest::addColumn<qint64>("file");
+        QTest::newRow("copies newer than the file")
+            << QList<qint64>{ 1, 2, 3, 4, 5 } << hour << qint64(0);
+        QTest::newRow("a file dated ahead")
+            << QList<qint64>{ 10, 110, 210, 310, 410 } << qint64(50) << day;
+    }
+
+    void loopsByDates()
+    {
+        QFETCH(QList<qint64>, copies);
+        QFETCH(qint64, begin);
+        QFETCH(qint64, file);
+        const QJsonObject trouble
+            = troubleOf(reported(loopOf(copies, begin, file)), "launcher-loop");
+        QCOMPARE(trouble["count"].toInt(), 5);
+    }
+
+    void brokenLaunchersAreNoLoop()
+    {
+        AccessLog log;
+        for (int i = 0; i < 8; ++i)
+            log.add({ .second = i * hour,
+                      .target = launcher,
+                      .bytes = i < 4 ? 500'000 : 100'000,
+                      .copy = -day,
+                      .file = 0 });
+        QVERIFY(troubleOf(reported(log), "launcher-loop").isEmpty());
+    }
+
     void fetchedAgain_data()
     {
         QTest::addColumn<int>("times");
@@ -348,6 +468,33 @@ private slots:
         QTEST(!trouble.isEmpty(), "isTrouble");
         if (!trouble.isEmpty())
             QCOMPARE(trouble["cases"][0]["path"].toString(), patchFile);
+    }
+
+    void theWorstCasesComeFirst()
+    {
+        AccessLog log;
+        for (int player = 1; player <= 12; ++player) {
+            for (int i = 0; i < 6 + player; ++i)
+                log.add({ .player = player, .second = i, .target = patchFile, .bytes = 10 });
+        }
+        const QJsonObject trouble = troubleOf(reported(log), "file-again");
+        QCOMPARE(trouble["players"].toInt(), 12);
+        const QJsonArray cases = trouble["cases"].toArray();
+        QCOMPARE(cases.size(), 10);
+        QCOMPARE(cases.first()["count"].toInt(), 18);
+        QCOMPARE(cases.last()["count"].toInt(), 9);
+    }
+
+    /// Whose they were is known of the first eight.
+    void brokenBeforeTheFirstWholeOne()
+    {
+        AccessLog log;
+        for (int player = 1; player <= 10; ++player)
+            log.add({ .player = player, .target = patchFile, .bytes = 30'000 });
+        log.add({ .player = 11, .target = patchFile, .bytes = 100'000 });
+        const QJsonObject trouble = troubleOf(reported(log), "download-broken");
+        QCOMPARE(trouble["count"].toInt(), 10);
+        QCOMPARE(trouble["players"].toInt(), 8);
     }
 
     void brokenDownloads_data()
@@ -384,6 +531,8 @@ private slots:
         log.add({ .player = 1, .second = 0, .copy = hour, .file = -day });
         log.add({ .player = 2, .second = 0, .copy = -1, .file = -day });
         log.add({ .player = 3, .second = 0, .target = launcher, .copy = -day, .file = day });
+        // No clocks are that exact.
+        log.add({ .player = 4, .second = 0, .copy = 100, .file = 100 });
         const QJsonObject report = reported(log);
         QCOMPARE(troubleOf(report, "clock-ahead")["players"].toInt(), 1);
         const QJsonObject dated = troubleOf(report, "dated-ahead");
@@ -398,24 +547,48 @@ private slots:
         log.add({ .player = 1, .target = "/.env", .status = 404, .agent = "scanner" });
         log.add({ .player = 2, .status = 503 });
         log.add({ .player = 3, .agent = "browser" });
+        log.add({ .player = 4, .target = "/.env", .status = 404, .agent = "scanner" });
+        // Who has gone before the answer is no trouble of his or ours.
+        log.add({ .player = 2, .status = 499, .bytes = 0 });
         const QJsonObject report = reported(log);
         QCOMPARE(report["players"].toInt(), 1);
-        QCOMPARE(report["strangers"].toInt(), 2);
+        QCOMPARE(report["strangers"].toInt(), 3);
         const QJsonObject client = troubleOf(report, "client-error");
-        QCOMPARE(client["count"].toInt(), 2);
-        QCOMPARE(client["players"].toInt(), 1);
-        QCOMPARE(client["cases"][1]["path"].toString(), "404 /.env");
-        QCOMPARE(troubleOf(report, "server-error")["count"].toInt(), 1);
-        QCOMPARE(troubleOf(report, "no-launcher")["count"].toInt(), 3);
+        QCOMPARE(client["count"].toInt(), 3);
+        QCOMPARE(client["players"].toInt(), 2);
+        QCOMPARE(client["cases"][2]["path"].toString(), "404 /.env");
+        const QJsonObject ofServer = troubleOf(report, "server-error");
+        QCOMPARE(ofServer["count"].toInt(), 1);
+        QCOMPARE(ofServer["players"].toInt(), 1);
+        QCOMPARE(troubleOf(report, "no-launcher")["count"].toInt(), 4);
+    }
+
+    void launchersOnlyGet()
+    {
+        const QByteArray line = AccessLog().add({}).text();
+        AccessLog log;
+        log.addText(QByteArray(line).replace("GET", "HEAD"));
+        const QJsonObject report = reported(log);
+        QCOMPARE(report["players"].toInt(), 0);
+        QCOMPARE(troubleOf(report, "no-launcher")["count"].toInt(), 1);
+    }
+
+    void onlineAndBehind_data()
+    {
+        QTest::addColumn<qint64>("second");
+        QTest::addColumn<int>("players");
+        QTest::newRow("within the hour") << day + hour - 1 << 0;
+        QTest::newRow("after it") << day + hour + 1 << 1;
     }
 
     void onlineAndBehind()
     {
+        QFETCH(qint64, second);
         AccessLog log = someDays();
         // Online, and the server has an error for him.
-        log.add({ .player = 9, .second = 2 * day, .status = 503, .bytes = 0 });
+        log.add({ .player = 9, .second = second, .status = 503, .bytes = 0 });
         const QJsonObject trouble = troubleOf(reported(log), "online-and-behind");
-        QCOMPARE(trouble["players"].toInt(), 1);
+        QTEST(trouble["players"].toInt(), "players");
     }
 
     void loadIsTold()
@@ -441,6 +614,62 @@ private slots:
         QVERIFY2(slowest >= 100'000 && slowest < 106'000, qPrintable(QString::number(slowest)));
         const double half = load["slowerHalf"].toDouble();
         QVERIFY2(half >= 1'000'000 && half < 1'060'000, qPrintable(QString::number(half)));
+    }
+
+    /// Where logs do not tell, each request is a connection.
+    void connectionsAreCounted()
+    {
+        AccessLog log;
+        log.add({}).add({ .file = 0 });
+        log.addText(AccessLog().add({ .file = 0 }).text().replace("request=1", "request=2"));
+        const QJsonValue load = reported(log).value("load");
+        QCOMPARE(load["connections"].toInt(), 2);
+        QCOMPARE(load["mostConnections"]["count"].toInt(), 2);
+    }
+
+    void theFirstOfSeveralBusiestMinutes()
+    {
+        AccessLog log;
+        for (int minute = 40; minute >= 0; --minute)
+            log.add({ .second = minute * 60 });
+        const QJsonValue peak = reported(log).value("load")["mostRequests"];
+        QCOMPARE(peak["count"].toInt(), 1);
+        QCOMPARE(peak["time"].toString(), AccessLog::at(0).toString(Qt::ISODate));
+    }
+
+    /// The 24 hours from the latest publication on.
+    void patchDayIsTold()
+    {
+        AccessLog log = someDays();
+        log.add({ .player = 8, .second = 2 * day + hour, .bytes = 10'200, .file = day });
+        const QJsonValue told = reported(log).value("load")["patchDay"];
+        QCOMPARE(told["time"].toString(), AccessLog::at(day).toString(Qt::ISODate));
+        QCOMPARE(told["players"].toInt(), 7);
+        QCOMPARE(told["requests"].toInt(), 7);
+        QCOMPARE(told["bytes"].toInt(), 71'400);
+        QCOMPARE(told["connections"].toInt(), 7);
+        QVERIFY(told["estimate"].isUndefined());
+    }
+
+    void patchDayIsHeldAgainstTheEstimate()
+    {
+        put("Data/a.mpq", QByteArray(100'000, 'a'));
+        published();
+        const qint64 begin = secondOf(server("patch.ini"));
+        const auto estimated = [&](int players) {
+            AccessLog log;
+            for (int player = 1; player <= players; ++player)
+                log.add({ .player = player, .second = begin + player, .file = begin });
+            // Before, so that the publication's own day is in the log.
+            log.add({ .player = 1, .second = begin - hour, .status = 503 });
+            return reported(log, { "--tree", server() }).value("load")["patchDay"]["estimate"];
+        };
+        const QJsonValue one = estimated(1);
+        QVERIFY(one["bytes"].toInt() > 100'000);
+        QVERIFY(one["requests"].toInt() > 1);
+        QCOMPARE(one["connections"].toInt(), one["requests"].toInt());
+        QCOMPARE(estimated(3)["bytes"].toInt(), 3 * one["bytes"].toInt());
+        QCOMPARE(estimated(3)["requests"].toInt(), 3 * one["requests"].toInt());
     }
 
     void ownRequestsAreLeftOut()
@@ -513,6 +742,44 @@ private slots:
         QCOMPARE(logs["unfinished"].toInt(), 1);
     }
 
+    void onlyTheFirstWrongLinesAreNamed()
+    {
+        AccessLog log;
+        for (int i = 0; i < 15; ++i)
+            log.addText("half a line\n");
+        const QJsonValue logs = reported(log).value("logs");
+        QCOMPARE(logs["wrong"].toInt(), 15);
+        QCOMPARE(logs["wrongLines"].toArray().size(), 10);
+        QCOMPARE(logs["wrongLines"][9]["line"].toInt(), 10);
+    }
+
+    void linesOfOtherKinds()
+    {
+        AccessLog log;
+        log.addText(R"({"level":"info","ts":1795171561.25,"msg":"serving"})"
+                    "\n");
+        log.addText(AccessLog().add({ .file = 0 }).text().replace("\n", "\r\n"));
+        log.addText(QByteArray(200'000, 'x'));
+        const QJsonObject report = reported(log);
+        const QJsonValue logs = report["logs"];
+        QCOMPARE(logs["otherLines"].toInt(), 1);
+        QCOMPARE(logs["unfinished"].toInt(), 1);
+        QCOMPARE(logs["wrong"].toInt(), 0);
+        QCOMPARE(logs["lines"].toInt(), 2);
+        QCOMPARE(report["load"]["connections"].toInt(), 1);
+    }
+
+    void countsThatAreNotExactSaySo()
+    {
+        QVERIFY(reported(someDays()).value("logs")["isExact"].toBool());
+        AccessLog log;
+        for (int i = 0; i <= 20'000; ++i)
+            log.add({ .target = QString("/%1").arg(i), .status = 404 });
+        QVERIFY(!reported(log).value("logs")["isExact"].toBool());
+        const CommandRun run({ "report", log.write() });
+        QVERIFY2(run.text.contains("There were too many paths"), qPrintable(run.text.right(300)));
+    }
+
     void rubbishDoesNoHarm_data()
     {
         QTest::addColumn<QByteArray>("rubbish");
@@ -576,11 +843,21 @@ private slots:
             R"(^(# (HELP|TYPE) halden_report_\w+ .+|halden_report_\w+(\{\w+="[\w-]+"(,\w+="\d+")?\})? [0-9.e+]+)$)");
         for (const QByteArray& line : lines)
             QVERIFY2(valid.match(QString::fromUtf8(line)).hasMatch(), line.constData());
-        for (const QByteArray line :
-             { "halden_report_players{track=\"live\"} 10",
-               "halden_report_players_behind{track=\"live\"} 3",
-               "halden_report_adoption_seconds{track=\"live\",percent=\"50\"} 18000",
-               "halden_report_trouble{kind=\"launcher-loop\"} 0", "halden_report_requests 27" })
+        const QByteArray end = QByteArray::number(AccessLog::at(day + 7 * hour).toSecsSinceEpoch());
+        for (const QByteArray& line :
+             { QByteArray("halden_report_players{track=\"live\"} 10"),
+               QByteArray("halden_report_players_behind{track=\"live\"} 3"),
+               QByteArray("halden_report_adoption_seconds{track=\"live\",percent=\"50\"} 18000"),
+               QByteArray("halden_report_trouble{kind=\"launcher-loop\"} 0"),
+               QByteArray("halden_report_requests 27"),
+               QByteArray("halden_report_sent_bytes 5171400"),
+               QByteArray("halden_report_connections 27"),
+               QByteArray("halden_report_peak_requests_per_minute 2"),
+               QByteArray("halden_report_peak_bytes_per_minute 510000"),
+               QByteArray("halden_report_lines 27"), QByteArray("halden_report_wrong_lines 0"),
+               "halden_report_first_request_seconds "
+                   + QByteArray::number(AccessLog::at(60).toSecsSinceEpoch()),
+               "halden_report_last_request_seconds " + end })
             QVERIFY2(lines.contains(line), line.constData());
     }
 
@@ -654,10 +931,18 @@ private slots:
         QVERIFY2(run.messages.contains(words), qPrintable(run.messages));
     }
 
+    void damagedPackedLog_data()
+    {
+        QTest::addColumn<QByteArray>("beginning");
+        QTest::newRow("gzip") << QByteArray("\x1f\x8b\x08");
+        QTest::newRow("zstd") << QByteArray("\x28\xb5\x2f\xfd");
+    }
+
     void damagedPackedLog()
     {
-        writeFile(ApplicationFolder::path("x.gz"), "\x1f\x8b\x08" + QByteArray(100, 'x'));
-        const CommandRun run({ "report", ApplicationFolder::path("x.gz") });
+        QFETCH(QByteArray, beginning);
+        writeFile(ApplicationFolder::path("packed"), beginning + QByteArray(100, 'x'));
+        const CommandRun run({ "report", ApplicationFolder::path("packed") });
         QCOMPARE(run.code, ExitCode::InputOutput);
         QVERIFY2(run.messages.contains("damaged"), qPrintable(run.messages));
     }
