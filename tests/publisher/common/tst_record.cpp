@@ -94,6 +94,20 @@ void mustEndWell(QProcess& process)
     QVERIFY2(process.exitCode() == 0, process.readAllStandardError().constData());
 }
 
+/// A line without one of its parts.
+QByteArray lineWithout(const QString& key)
+{
+    QJsonObject line{ { "path", "a" },
+                      { "with", "a" },
+                      { "size", 1 },
+                      { "md5", QString(32, '0') },
+                      { "sha256", QString(64, '0') },
+                      { "date", "2026-01-01T00:00:00.000Z" },
+                      { "published", "2026-01-01T00:00:00.000Z" } };
+    line.remove(key);
+    return QJsonDocument(line).toJson(QJsonDocument::Compact);
+}
+
 QByteArray sha256(const QByteArray& content)
 {
     return QCryptographicHash::hash(content, QCryptographicHash::Sha256).toHex();
@@ -238,6 +252,83 @@ private slots:
         QVERIFY(!record.former(name, QByteArray(64, '0')).has_value());
     }
 
+    void lineWithEverything()
+    {
+        Record record;
+        QVERIFY(!record.read(lineWithout({})));
+        QVERIFY(record.knows("a"));
+    }
+
+    /// Nothing else tells that one is another one.
+    void launcherOfTheSameDateAndSize()
+    {
+        QCOMPARE(publishLauncher(programFile('a')).code, ExitCode::Fine);
+        const QString launcher = server("Halden-Launcher.exe");
+        const QDateTime date = dateOf(launcher);
+        writeFile(launcher, readFile(programFile('b')));
+        setDate(launcher, date);
+        Record record = recordNow();
+        QVERIFY(!record.followProgram(
+            server(), "Halden-Launcher.exe", QDateTime::currentDateTimeUtc()));
+        QCOMPARE(record.newLines(), 1);
+        QCOMPARE(
+            record.files("Halden-Launcher.exe").value("Halden-Launcher.exe").sha256,
+            sha256(readFile(programFile('b'))));
+    }
+
+    void aNewDateAlone()
+    {
+        publish();
+        const QString file = server(placeOf("Data/a.mpq"));
+        for (const QString& path : { server("patch.ini"), file })
+            setDate(path, QDateTime::currentDateTimeUtc().addDays(-1));
+        Record record = recordNow();
+        QVERIFY(!record.followManifest(
+            server(), "patch.ini", Kind::Live, QDateTime::currentDateTimeUtc()));
+        QCOMPARE(record.newLines(), 2);
+        QCOMPARE(
+            record.files("patch.ini").value(placeOf("Data/a.mpq")).date.toSecsSinceEpoch(),
+            dateOf(file).toSecsSinceEpoch());
+    }
+
+    /// Whatever its date says.
+    void aPatchFileOfAnotherSize()
+    {
+        publish();
+        const QString file = server(placeOf("Data/a.mpq"));
+        const QDateTime date = dateOf(file);
+        writeFile(file, "longer than it was");
+        setDate(file, date);
+        Record record = recordNow();
+        const Problem problem = record.followManifest(
+            server(), "patch.ini", Kind::Live, QDateTime::currentDateTimeUtc());
+        QVERIFY(problem && problem->contains(file));
+    }
+
+    void whatPlayersDeleteIsNoFile()
+    {
+        publish();
+        age();
+        QVERIFY(QFile::remove(source("b.txt")));
+        QCOMPARE(publish({ "--remove", "b.txt", "--yes-remove", "1" }).code, ExitCode::Fine);
+        QCOMPARE(
+            recordNow().files("patch.ini").keys(),
+            (QStringList{ "patch.ini", placeOf("Data/a.mpq") }));
+    }
+
+    /// As an editor may leave it.
+    void lastLineWithoutItsEnd()
+    {
+        publish();
+        const QByteArray first = readFile(recordFile());
+        writeFile(recordFile(), first.chopped(1));
+        age();
+        put("Data/a.mpq", "second a");
+        publish();
+        QVERIFY(readFile(recordFile()).startsWith(first));
+        QVERIFY(recordNow().files("patch.ini").contains(placeOf("Data/a.mpq")));
+    }
+
     /// The tree's disk may have changed a file behind the manifest's back.
     void whatIsNotAsPublishedIsNotPutDown()
     {
@@ -295,6 +386,8 @@ private slots:
     {
         QTest::addColumn<QByteArray>("text");
         QTest::newRow("words") << QByteArray("hello\n");
+        for (const char* key : { "path", "with", "size", "md5", "sha256", "date", "published" })
+            QTest::newRow(key) << lineWithout(key);
         QTest::newRow("no hashes")
             << QByteArray(R"({"path":"a","with":"a","published":"2026-01-01T00:00:00.000Z"})");
         QTest::newRow("no path") << QByteArray(

@@ -146,8 +146,8 @@ private slots:
         QCOMPARE(probed.findings(), QStringList());
         QCOMPARE(probed.messages, QString());
         QCOMPARE(probed.code, ExitCode::Fine);
-        // Two programs, two files of each of three manifests, the text for the window.
-        QCOMPARE(probed.json["files"].toInt(), 9);
+        // Two programs, three files of each of three manifests, the text for the window.
+        QCOMPARE(probed.json["files"].toInt(), 12);
     }
 
     void tampering_data()
@@ -211,6 +211,17 @@ private slots:
             (QStringList{ "differs-from-record patch-next.ini", "differs-from-record patch.ini" }));
     }
 
+    /// Servers that send in pieces tell no size.
+    void sizeThatIsNotTold()
+    {
+        HttpsServer server;
+        const QString path = '/' + patchFile("live", oneOfTwins);
+        server.answer(path.toUtf8(), HttpAnswer::chunked({ readFile(served() + path) }));
+        QCOMPARE(
+            run(server, { "--record", kept.record, "--record-key", kept.key }).findings(),
+            (QStringList{ "length-missing patch-next.ini", "length-missing patch.ini" }));
+    }
+
     /// Somebody else publishes, with the very same program.
     void anotherPublication_data()
     {
@@ -266,6 +277,8 @@ private slots:
                                         << "minisign.pub does not match";
         QTest::newRow("no signature at all") << "words"
                                              << "sign it anew";
+        QTest::newRow("of what is no record") << "no record inside"
+                                              << "line 1 is none";
         QTest::newRow("no record") << "no record"
                                    << "build --record";
         QTest::newRow("no key") << "no key"
@@ -297,6 +310,9 @@ private slots:
             wayOut = "the key " + key;
         } else if (fault == "words") {
             writeFile(signature, "signed, the admin\n");
+        } else if (fault == "no record inside") {
+            writeFile(record, "signed, and no record\n");
+            sign(record);
         } else if (fault == "no record") {
             QVERIFY(QFile::remove(record));
         } else {
@@ -368,6 +384,7 @@ private:
         for (const QString& kind : { QString("live"), QString("test"), QString("next") }) {
             put(kind + "/Data/twin.mpq", oneOfTwins);
             put(kind + "/Data/other.mpq", kind.toUtf8() + letter);
+            put(kind + "/beside.txt", "beside Data");
         }
         publishPatches(kept.now, record);
         mustPublish(
@@ -432,6 +449,11 @@ private:
     static CommandRun run(const QStringList& options)
     {
         HttpsServer server;
+        return run(server, options);
+    }
+
+    static CommandRun run(HttpsServer& server, const QStringList& options)
+    {
         server.listen(0);
         server.answerAnythingElse(
             [](const HttpRequest& request) { return answerFrom(served(), request); });
