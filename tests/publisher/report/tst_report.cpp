@@ -1,4 +1,5 @@
 #include "publisher/report/pairtally.h"
+#include "publisher/report/reporttext.h"
 #include "publisher/report/toptally.h"
 #include "tests/publisher/accesslog.h"
 #include "tests/publisher/buildfixture.h"
@@ -129,6 +130,41 @@ AccessLog loopOf(const QList<qint64>& copies, qint64 begin, qint64 file)
     return log;
 }
 
+constexpr const char* wholeReport
+    = R"(From 2026-11-02 10:00 UTC to 2026-11-05 12:00 UTC: 29 players, 0 other addresses
+
+Live manifest: 9 players, 3 of them without the latest
+    dated 2026-11-02 12:00 UTC: 3 players
+        it or a later one: 50 % after 6 minutes, 90 % after 10 minutes, 99 % after 10 minutes
+    dated 2026-11-03 12:00 UTC: 6 players
+        it or a later one: 50 % after 6.0 hours, 90 % not yet, 99 % not yet
+
+Launcher: 11 players, 0 of them without the latest
+    dated 2026-11-02 11:00 UTC: 10 players
+        it or a later one: 50 % after 67 minutes, 90 % after 3.0 days, 99 % not yet
+    unknown: 1 players
+
+Load: 47 requests, 23.5 MiB, 47 connections
+    most requests in a minute: 22, 2026-11-05 12:00 UTC
+    most bytes in a minute: 19.1 MiB, 2026-11-05 12:00 UTC
+    most connections in a minute: 22, 2026-11-05 12:00 UTC
+    of 29 downloads the slowest tenth had 8.3 Mbit/s at most, the slower half 8.3 Mbit/s
+    In the 24 hours after the latest publication 6 players got it: 6 connections, 59.8 KiB.
+
+1: answers that there is no such thing (addresses: 1) [client-error]
+        1  MARK
+        1  404 /patch.ini
+    A patch file among them: publish again with `halden-publish build`. All else is strangers who try doors.
+
+Of the requests 94 % tell the date of the player's copy, 94 % how long they took, 94 % whether they opened a connection.
+Players are addresses here: several behind one count once, and one who changes his address counts again.
+Wrong lines: 1 of 52; the first ones:
+    FOLDER/access.log, line 51: of no known format
+Logs whose last line has no end, which is left out: 1.
+Lines that tell of no request: 1.
+Requests of your own, left out: 3.
+)";
+
 /// The second at which a file of the tree was dated, in the log's time.
 qint64 secondOf(const QString& path)
 {
@@ -212,6 +248,24 @@ private slots:
         for (const qint64 file : { -day, qint64(-1) })
             log.add({ .second = 0, .file = file });
         QCOMPARE(holdersOf(reported(log), "live"), (QList<int>{ 0, 1 }));
+    }
+
+    void durations_data()
+    {
+        QTest::addColumn<qint64>("seconds");
+        QTest::addColumn<QString>("words");
+        QTest::newRow("seconds") << qint64(119) << "119 seconds";
+        QTest::newRow("two minutes") << qint64(120) << "2 minutes";
+        QTest::newRow("minutes") << 2 * hour - 1 << "119 minutes";
+        QTest::newRow("two hours") << 2 * hour << "2.0 hours";
+        QTest::newRow("hours") << 2 * day - hour << "47.0 hours";
+        QTest::newRow("two days") << 2 * day << "2.0 days";
+    }
+
+    void durations()
+    {
+        QFETCH(qint64, seconds);
+        QTEST(ReportText::duration(seconds), "words");
     }
 
     void curveEndsWithTheLast()
@@ -799,6 +853,30 @@ private slots:
         AccessLog log;
         log.addText(rubbish).addText("\n").add({});
         QCOMPARE(reported(log).value("players").toInt(), 1);
+    }
+
+    /// Word by word; a mark stands for the player's.
+    void everythingIsTold()
+    {
+        AccessLog log = someDays();
+        for (int i = 0; i < 20; ++i)
+            log.add({ .player = 20 + i,
+                      .second = 3 * day,
+                      .target = patchFile,
+                      .bytes = 1'000'000,
+                      .copy = 0,
+                      .file = 0,
+                      .duration = i < 2 ? 10.0 : 1.0 });
+        log.add({ .player = 3, .second = 3 * day, .status = 404 });
+        log.add({ .player = 20, .second = 3 * day, .target = launcher, .status = 304, .bytes = 0 });
+        log.add(
+            { .player = 22, .second = -2 * hour, .target = launcher, .status = 304, .bytes = 0 });
+        log.addText("half a line\n{}\n").addText("192.0.2.9 - - [unfinished");
+        const CommandRun run({ "report", log.write(), "--own", "192.0.2.1" });
+        QString text = run.text;
+        static const QRegularExpression mark("\\b[0-9a-f]{8}\\b");
+        text.replace(mark, "MARK").replace(ApplicationFolder::path(), "FOLDER");
+        QCOMPARE(text, QString(wholeReport));
     }
 
     void addressesAndHostileTextsDoNotComeOut()
