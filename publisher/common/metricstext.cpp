@@ -36,7 +36,7 @@ void MetricsText::addText(const Labels& labels, const QString& value)
 {
     QStringList shown;
     for (const auto& [name, label] : labels)
-        shown.append(name + "=\""_L1 + escaped(label) + u'"');
+        shown.append(name + u'=' + u'"' + escaped(label) + u'"');
     const QString braced = shown.isEmpty() ? QString() : u'{' + shown.join(u',') + u'}';
     written += current + braced + u' ' + value + u'\n';
 }

@@ -187,7 +187,8 @@ Record::followManifest(const QString& server, const QString& name, Kind kind, co
         if (!file.hash.isEmpty())
             followed.md5s.insert(file.serverPath, file.hash.toLatin1());
     }
-    for (const RecordedFile& file : files(name)) {
+    const auto known = files(name);
+    for (const RecordedFile& file : known) {
         if (!followed.md5s.contains(file.path) && (file.path != name || !isThere))
             append(goneLine(name, file.path, time));
     }
