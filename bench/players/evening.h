@@ -51,7 +51,7 @@ private:
 
     struct Appointment {
         Clock::time_point time;
-        std::size_t player;
+        std::size_t player = 0;
 
         bool operator<(const Appointment& other) const
         {

@@ -67,16 +67,16 @@ void World::note(
         ++tally.failures[answer.error];
     if (!log.isOpen())
         return;
-    const QByteArray words[] = { QByteArray::number(player),
-                                 QByteArray::number(run),
-                                 QByteArray::number(static_cast<qint64>(answer.status)),
-                                 question.url.path(QUrl::FullyEncoded).toLatin1(),
-                                 QByteArray::number(now(player)),
-                                 QByteArray::number(question.ifModifiedSince),
-                                 QByteArray::number(answer.length),
-                                 answer.isWhole ? "1" : "0",
-                                 answer.md5 };
-    log.write(QByteArrayList(std::begin(words), std::end(words)).join(' ') + '\n');
+    const QByteArrayList words{ QByteArray::number(player),
+                                QByteArray::number(run),
+                                QByteArray::number(static_cast<qint64>(answer.status)),
+                                question.url.path(QUrl::FullyEncoded).toLatin1(),
+                                QByteArray::number(now(player)),
+                                QByteArray::number(question.ifModifiedSince),
+                                QByteArray::number(answer.length),
+                                answer.isWhole ? "1" : "0",
+                                answer.md5 };
+    log.write(words.join(' ') + '\n');
 }
 
 } // namespace Players

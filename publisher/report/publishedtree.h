@@ -7,6 +7,7 @@
 #include <QList>
 #include <QString>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -45,7 +46,7 @@ private:
     void readNext(const QString& folder);
     void takeFiles(const QString& folder, const QString& manifest, Track track);
 
-    QList<Release> releases[trackCount];
+    std::array<QList<Release>, trackCount> releases;
     std::optional<Release> next;
     QHash<QString, std::int64_t> patchFiles;
 };

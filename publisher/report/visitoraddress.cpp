@@ -78,7 +78,7 @@ VisitorAddress::VisitorAddress(std::string_view text)
 
 std::string_view VisitorAddress::household() const
 {
-    return isHalf ? std::string_view(bytes, sizeof bytes) : whole;
+    return isHalf ? std::string_view(bytes.data(), bytes.size()) : whole;
 }
 
 } // namespace Publisher

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <array>
 #include <string_view>
 
 namespace Publisher {
@@ -17,7 +17,7 @@ public:
 private:
     std::string_view whole;
     /// The first half as bytes; empty for anything else.
-    char bytes[8] = {};
+    std::array<char, 8> bytes{};
     bool isHalf = false;
 };
 

@@ -323,7 +323,7 @@ private slots:
     {
         QFETCH_GLOBAL(QString, program);
         const QByteArray path = "/wow-client-patch/live/Data/4567/large.mpq";
-        QByteArray large(40 * 1024 * 1024, 'l');
+        QByteArray large(qsizetype(40) << 20, 'l');
         large.replace(20'000'000, 6, "middle");
         const QString logFile = WebServers::folderOf("origin") + "/access.log";
         QFile::remove(logFile);

@@ -75,7 +75,7 @@ private:
 
     QStringList takeRequests()
     {
-        const QStringList requests = community.requests();
+        QStringList requests = community.requests();
         community.forgetRequests();
         return requests;
     }

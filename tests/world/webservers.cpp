@@ -29,7 +29,7 @@ bool isRoot()
 
 QString configurationOf(const QString& name, const QByteArray& content)
 {
-    const QString path = WebServers::folderOf(name) + "/configuration";
+    QString path = WebServers::folderOf(name) + "/configuration";
     writeFile(path, content);
     return path;
 }
@@ -63,7 +63,7 @@ namespace WebServers {
 
 QString folderOf(const QString& name)
 {
-    const QString folder = "/run/servers/" + name;
+    QString folder = "/run/servers/" + name;
     QDir().mkpath(folder);
     return folder;
 }
