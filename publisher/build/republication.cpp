@@ -1,6 +1,5 @@
 #include "publisher/build/republication.h"
 
-#include "publisher/build/hashcache.h"
 #include "publisher/build/history.h"
 #include "publisher/build/manifestdraft.h"
 #include "publisher/build/manifestexchange.h"
@@ -10,6 +9,7 @@
 #include "publisher/common/clock.h"
 #include "publisher/common/dates.h"
 #include "publisher/common/filework.h"
+#include "publisher/common/hashcache.h"
 #include "publisher/common/manifesttext.h"
 #include "publisher/common/parallel.h"
 

@@ -1,8 +1,8 @@
 #include "publisher/build/staging.h"
 
 #include "publisher/build/buildrequest.h"
-#include "publisher/build/hashcache.h"
 #include "publisher/common/filework.h"
+#include "publisher/common/hashcache.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/progress.h"
 #include "publisher/common/publication.h"

@@ -12,7 +12,7 @@ namespace {
 
 QList<Finding> findingsOf(
     const CheckedManifest& manifest, const RehearsedRun& run, const CheckedPlayers& players,
-    const QString& tree)
+    const QString& tree, const HashCache* known)
 {
     QList<Finding> found = CheckReading::findings(manifest.path, manifest.subject);
     const bool unreadable = std::any_of(found.cbegin(), found.cend(), [](const Finding& finding) {
@@ -23,7 +23,7 @@ QList<Finding> findingsOf(
     found += CheckEntries::findings(manifest, players);
     found += CheckEffects::findings(manifest, players, run);
     if (!tree.isEmpty())
-        found += CheckPublished::findings(manifest, tree);
+        found += CheckPublished::findings(manifest, tree, known);
     std::stable_sort(found.begin(), found.end(), [](const Finding& a, const Finding& b) {
         return a.entry < b.entry;
     });
@@ -34,13 +34,13 @@ QList<Finding> findingsOf(
 
 Inspection Check::inspect(
     const QString& path, const QString& subject, Kind kind, const CheckedPlayers& players,
-    const QString& tree)
+    const QString& tree, const HashCache* known)
 {
     Inspection inspection;
     inspection.manifest
         = { subject, path, kind, ManifestContent::read(path, players.separator, players.realms) };
     inspection.run = CheckEffects::firstRun(inspection.manifest, players);
-    inspection.findings = findingsOf(inspection.manifest, inspection.run, players, tree);
+    inspection.findings = findingsOf(inspection.manifest, inspection.run, players, tree, known);
     return inspection;
 }
 

@@ -5,6 +5,8 @@
 
 namespace Publisher {
 
+class HashCache;
+
 /// What has come out of looking at one manifest.
 struct Inspection {
     CheckedManifest manifest;
@@ -18,10 +20,10 @@ namespace Check {
 
 /// Reads a manifest, rehearses an update run of these players with it, and tells
 /// what would go wrong. `subject` is what the findings call it; `tree` holds the
-/// published files, or is empty.
+/// published files, or is empty. Of these, files whose hash is `known` are not read.
 Inspection inspect(
     const QString& path, const QString& subject, Kind kind, const CheckedPlayers& players,
-    const QString& tree);
+    const QString& tree, const HashCache* known = nullptr);
 
 } // namespace Check
 

@@ -1,6 +1,7 @@
 #include "publisher/check/checkpublished.h"
 
 #include "publisher/common/filework.h"
+#include "publisher/common/hashcache.h"
 #include "publisher/common/placeholder.h"
 #include "publisher/common/progress.h"
 #include "publisher/common/serverlayout.h"
@@ -35,9 +36,16 @@ QString whyMissing(const PublishedEntry& entry, const QString& error)
           "unless an earlier copy is in their cache."_L1;
 }
 
+FileWork::Digest digestOf(const QString& path, const HashCache* known, Progress& progress)
+{
+    const QString md5 = known == nullptr ? QString() : known->find(path, FileFingerprint::of(path));
+    return md5.isEmpty() ? FileWork::hash(path, &progress) : FileWork::Digest{ .md5 = md5 };
+}
+
 /// What is wrong with the file, if anything is.
-std::optional<Finding>
-inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& progress)
+std::optional<Finding> inspect(
+    const CheckedManifest& manifest, const PublishedEntry& entry, const HashCache* known,
+    Progress& progress)
 {
     const auto found = [&](FindingId id, const QString& text) {
         return manifest.finding(id, entry.number, text);
@@ -51,7 +59,7 @@ inspect(const CheckedManifest& manifest, const PublishedEntry& entry, Progress& 
             entry.served
                 + " is empty: the launcher stores no empty answer, and the file of that name in "
                   "players' clients is deleted."_L1);
-    const FileWork::Digest digest = FileWork::hash(entry.file.filePath(), &progress);
+    const FileWork::Digest digest = digestOf(entry.file.filePath(), known, progress);
     progress.addFile();
     if (digest.problem)
         return found(FindingId::FileNotPublished, whyMissing(entry, *digest.problem));
@@ -80,7 +88,8 @@ QList<PublishedEntry> entriesOf(const CheckedManifest& manifest, const QString& 
 
 namespace CheckPublished {
 
-QList<Finding> findings(const CheckedManifest& manifest, const QString& tree)
+QList<Finding>
+findings(const CheckedManifest& manifest, const QString& tree, const HashCache* known)
 {
     QList<PublishedEntry> entries = entriesOf(manifest, tree);
     Progress::Count total;
@@ -91,7 +100,7 @@ QList<Finding> findings(const CheckedManifest& manifest, const QString& tree)
     Progress progress(u"checking"_s, total);
     QThreadPool pool;
     for (PublishedEntry& entry : entries)
-        pool.start([&] { entry.finding = inspect(manifest, entry, progress); });
+        pool.start([&] { entry.finding = inspect(manifest, entry, known, progress); });
     pool.waitForDone();
 
     QList<Finding> found;

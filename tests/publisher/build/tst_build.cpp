@@ -1,6 +1,6 @@
 #include "publisher/build/build.h"
-#include "publisher/build/hashcache.h"
 #include "publisher/common/filework.h"
+#include "publisher/common/hashcache.h"
 #include "publisher/common/parallel.h"
 #include "publisher/common/treelock.h"
 #include "tests/publisher/buildfixture.h"

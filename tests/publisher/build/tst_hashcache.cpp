@@ -1,4 +1,4 @@
-#include "publisher/build/hashcache.h"
+#include "publisher/common/hashcache.h"
 #include "tests/publisher/buildfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"

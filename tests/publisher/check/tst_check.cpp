@@ -1,6 +1,7 @@
 #include "publisher/check/check.h"
 #include "publisher/check/checkreading.h"
 #include "publisher/common/finding.h"
+#include "publisher/common/hashcache.h"
 #include "tests/publisher/commandrun.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/testmain.h"
@@ -242,6 +243,28 @@ private slots:
         // The same through the server's folder as a whole.
         QFile::copy(path, server + "/patch.ini");
         QCOMPARE(found(run({ "--json", server }).json), findings);
+    }
+
+    /// Who has hashed the file before is believed while it looks the same.
+    void knownFileIsNotRead()
+    {
+        const QString path = manifest(
+            count(2) + dataFolder + file(2, "a.mpq") + QStringList{ "file2-urlOffset=a" });
+        const QString server = ApplicationFolder::path("server");
+        const QString published = server + "/wow-client-patch/live/a/a.mpq";
+        writeFile(published, "else");
+        const QString cacheFile = ApplicationFolder::path("cache/x.hashes");
+        HashCache writing(cacheFile);
+        writing.remember(published, FileFingerprint::of(published), hash);
+        writing.save();
+        const HashCache known(cacheFile);
+        const auto findings = [&](const HashCache* cache) {
+            return Check::inspect(path, "patch.ini", Kind::Live, {}, server, cache).findings;
+        };
+        QCOMPARE(findings(&known).size(), 0);
+        QCOMPARE(findings(nullptr).size(), 1);
+        writeFile(published, "something else");
+        QCOMPARE(findings(&known).size(), 1);
     }
 
 #ifndef Q_OS_WIN // a file cannot be closed for its own owner there

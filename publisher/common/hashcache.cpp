@@ -1,4 +1,4 @@
-#include "publisher/build/hashcache.h"
+#include "publisher/common/hashcache.h"
 
 #include <QCryptographicHash>
 #include <QDir>
