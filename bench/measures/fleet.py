@@ -1,13 +1,13 @@
 """A patch day on one server of this machine: how many players it serves at a time, and
-whether halden-publish estimate tells how long a line is full; what a cache spares, what
-publications cost, and what it costs to push one."""
+whether halden-publish estimate tells how long a line is full; what a cache spares, and
+what publications cost."""
 
 import json
 import resource
 import subprocess
 from pathlib import Path
 
-from measures import fleetcosts, fleetpush, room
+from measures import fleetcosts, room
 from measures.tables import Table, bytes_text
 from world.waiting import wait_for
 
@@ -118,5 +118,4 @@ def measure(options):
               limited_line(options)]
     serve(options, KEYS[0][1])
     options.bench.publish(10, 65536)
-    return [*tables, fleetcosts.edge(options, play, met, crowds[-2]), fleetcosts.costs(options),
-            fleetpush.measure(options)]
+    return [*tables, fleetcosts.edge(options, play, met, crowds[-2]), fleetcosts.costs(options)]

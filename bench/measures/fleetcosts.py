@@ -6,7 +6,7 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-from measures import fleetpush, room
+from measures import push, room
 from measures.tables import Table, bytes_text
 
 EDGE = room.PROJECT / "packaging/nginx/halden-edge.conf"
@@ -19,7 +19,7 @@ def edge_site(folder):
     """The administrators' cache, before the community's server."""
     site = EDGE.read_text(encoding="utf-8")
     for text, other in [
-            ("listen 443 ssl", f"listen {EDGE_ADDRESS} ssl"), (" tls/", f" {fleetpush.TLS}/"),
+            ("listen 443 ssl", f"listen {EDGE_ADDRESS} ssl"), (" tls/", f" {push.TLS}/"),
             ("/var/cache/nginx/halden", f"{folder}/cache"), ("192.0.2.10:443", ORIGIN),
             ("    server 192.0.2.11:443 max_fails=3 fail_timeout=5s;\n", ""),
             ("    server 192.0.2.11:443 backup;\n", ""),
@@ -34,10 +34,10 @@ def edge(options, play, met, players):
     table = Table(f"{players} players, 10 files of 64 KiB", "requests", "at the server",
                   "MiB from the server", "refused")
     with tempfile.TemporaryDirectory(prefix="bench-edge-") as place:
-        process = fleetpush.nginx(Path(place), edge_site(place))
+        process = push.nginx(Path(place), edge_site(place))
         try:
             host, port = EDGE_ADDRESS.split(":")
-            fleetpush.wait_for("the cache serves", lambda: fleetpush.is_up(host, port))
+            push.wait_for("the cache serves", lambda: push.is_up(host, port))
             for name, address in [("without a cache", ORIGIN), ("an empty cache", EDGE_ADDRESS),
                                   ("a full one", EDGE_ADDRESS)]:
                 options.bench.community.forget_requests()

@@ -11,10 +11,12 @@ from measures import room
 from measures.tables import Table, bytes_text
 from world.waiting import wait_for
 
+TITLE = "Push"
 FILES = 2000
 NAMES = ["alder", "birch", "cedar"]
 TLS_PORT = 8443
 SFTP_PORT = 2022
+LINE = 100  # Mbit/s
 SITE = room.PROJECT / "packaging/nginx/halden-community.conf"
 TLS = Path("/run/halden/tls")
 
@@ -35,15 +37,14 @@ def nginx(folder, site):
     (folder / "nginx.conf").write_text(
         f"daemon off; worker_processes 1; {user} pid {folder}/pid; error_log {folder}/error.log;\n"
         "events { worker_connections 4096; }\n"
-        "http { log_format requests '$request_uri $status $body_bytes_sent';\n"
-        f"access_log {folder}/access.log requests;\n{site}\n}}\n", encoding="utf-8")
+        f"http {{\n{site}\n}}\n", encoding="utf-8")
     return subprocess.Popen(["/usr/sbin/nginx", "-e", "stderr", "-c", folder / "nginx.conf"])
 
 
-def site_of(tree, listen):
+def site_of(folder, listen):
     site = SITE.read_text(encoding="utf-8")
-    for text, other in [("listen 443 ssl", f"listen {listen} ssl"), ("/srv/halden", str(tree)),
-                        (" tls/", f" {TLS}/")]:
+    for text, other in [("listen 443 ssl", f"listen {listen} ssl"), (" tls/", f" {TLS}/"),
+                        ("/srv/halden", f"{folder}/tree"), ("/var/log/nginx/", f"{folder}/")]:
         site = site.replace(text, other)
     return site
 
@@ -64,7 +65,7 @@ class Fleet:
             folder = self.place / name
             (folder / "tree").mkdir(parents=True)
             self.processes += [
-                nginx(folder, site_of(folder / "tree", f"{host(name)}:{TLS_PORT}")),
+                nginx(folder, site_of(folder, f"{host(name)}:{TLS_PORT}")),
                 subprocess.Popen(
                     ["rclone", "serve", "sftp", folder / "tree", "--addr",
                      f"{host(name)}:{SFTP_PORT}", "--user", "admin", "--pass", "secret",
@@ -105,16 +106,24 @@ def served(place):
         fleet.stop()
 
 
-def one_after_the_other(tree):
-    return room.timed("bash", "-ec", 'for name in "${@:2}"; do rclone copy "$1" "$name:"; done',
-                      "bench", tree, *NAMES)
+def each_of_three(command):
+    """By hand, one server after the other."""
+    return f'for name in "${{@:2}}"; do {command}; done'
 
 
-def in_parallel(tree):
-    return room.timed(
-        "bash", "-ec",
-        'for name in "${@:2}"; do rclone copy "$1" "$name:" & p+=($!); done; wait "${p[@]}"',
-        "bench", tree, *NAMES)
+def at_once(command):
+    """By hand, the three at a time."""
+    return f'for name in "${{@:2}}"; do {command} & p+=($!); done; wait "${{p[@]}}"'
+
+
+LISTING = "rclone lists, three at once"
+UNCHANGED = "push, unchanged"
+COPY = 'rclone copy "$1" "$name:"'
+LIST = 'rclone lsf --recursive "$name:"'
+
+
+def by_hand(way):
+    return room.timed("bash", "-ec", way, "bench", room.TREE, *NAMES)
 
 
 def push(options, fleet):
@@ -124,25 +133,71 @@ def push(options, fleet):
                       "--accept", "not-a-program")
 
 
-def measure(options):
+def contest(options, fleet):
+    """Seconds by what has been done."""
+    seconds = {}
+    for name, way in [("rclone, one server after the other", each_of_three(COPY)),
+                      ("rclone, three at once", at_once(COPY))]:
+        fleet.empty()
+        seconds[name] = by_hand(way)
+    fleet.empty()
+    seconds["push"] = push(options, fleet)
+    seconds[LISTING] = by_hand(at_once(LIST))
+    seconds[UNCHANGED] = push(options, fleet)
+    return seconds
+
+
+@contextmanager
+def line(megabits):
+    """Between this machine, as it were, and the servers: so much each way."""
+    def tc(*arguments):
+        subprocess.run(["tc", *map(str, arguments)], check=True, stderr=subprocess.DEVNULL)
+
+    subprocess.run(["ip", "link", "set", "lo", "mtu", "1500"], check=True)
+    tc("qdisc", "replace", "dev", "lo", "root", "handle", "1:", "htb")
+    for number, direction in enumerate(["dport", "sport"], 1):
+        tc("class", "add", "dev", "lo", "parent", "1:", "classid", f"1:{number}", "htb", "rate",
+           f"{megabits}mbit", "quantum", 15000)
+        for port in TLS_PORT, SFTP_PORT:
+            tc("filter", "add", "dev", "lo", "parent", "1:", "protocol", "ip", "u32", "match",
+               "ip", direction, port, "0xffff", "flowid", f"1:{number}")
+    try:
+        yield
+    finally:
+        tc("qdisc", "del", "dev", "lo", "root")
+        subprocess.run(["ip", "link", "set", "lo", "mtu", "65536"], check=True)
+
+
+def table_of(files, size, where, seconds):
+    """Unchanged pushes stand beside a listing, all others beside the better way by hand."""
+    better = min(value for name, value in seconds.items() if name.startswith("rclone, "))
+    listing = seconds[LISTING]
+    table = Table(f"{files:,} files of {bytes_text(size)}, {where}", "seconds", "ratio")
+    for name, value in seconds.items():
+        floor = listing if name in (LISTING, UNCHANGED) else better
+        table.add(name, f"{value:.1f}", f"{value / floor:.2f}")
+    return table
+
+
+def contests(options, fleet):
     mib = 16 if options.quick else 4096 if options.full else 1024
     files = 100 if options.quick else FILES
-    options.bench.publish(files, mib * room.MEBIBYTE // files)
+    size = mib * room.MEBIBYTE // files
+    options.bench.publish(files, size)
+    yield table_of(files, size, "on the loopback", contest(options, fleet))
+    files = 20 if options.quick else 200
+    size = room.MEBIBYTE // 2
+    options.bench.publish(files, size)
+    with line(LINE):
+        yield table_of(files, size, f"{LINE} Mbit/s each way", contest(options, fleet))
+
+
+def measure(options):
     with tempfile.TemporaryDirectory(prefix="bench-push-") as place:
         with served(Path(place)) as fleet:
-            hand = {}
-            for name, way in [("rclone, one server after the other", one_after_the_other),
-                              ("rclone, three at once", in_parallel)]:
-                fleet.empty()
-                hand[name] = way(room.TREE)
-            fleet.empty()
-            first = push(options, fleet)
-            again = push(options, fleet)
-    better = min(hand.values())
-    table = Table("to three servers", "seconds", "of the better by hand")
-    for name, seconds in [*hand.items(), ("push", first), ("push, unchanged", again)]:
-        table.add(name, f"{seconds:.1f}", f"{seconds / better:.2f}")
-    table.note(
-        f"{files:,} files, {bytes_text(mib * room.MEBIBYTE)}, by SFTP; servers, rclone and push "
-        "share the machine. `push` also checks the tree, and asks each server for every file.")
-    return table
+            tables = list(contests(options, fleet))
+    tables[-1].note(
+        "By SFTP; servers, rclone and push share the machine. A push also checks the tree, asks "
+        "each server for every file that is new to it, and probes. It stands beside the better "
+        "way by hand, and an unchanged one beside the listing of all three servers at once.")
+    return tables
