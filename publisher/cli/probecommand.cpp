@@ -155,12 +155,31 @@ bool hasMeasures(const QCommandLineParser& parser, ProbeRequest& request, Output
     return !signedRecord.problem;
 }
 
+QString since(const SeenCertificate& root)
+{
+    return root.notBefore.toUTC().date().toString(Qt::ISODate);
+}
+
+QString toText(const SeenCertificate& root)
+{
+    return u"the root %1, which there is since %2"_s.arg(root.name, since(root));
+}
+
+QJsonArray toJson(const QList<SeenCertificate>& roots)
+{
+    QJsonArray array;
+    for (const SeenCertificate& root : roots)
+        array.append(QJsonObject{ { u"name"_s, root.name }, { u"since"_s, since(root) } });
+    return array;
+}
+
 QJsonObject toJson(const ProbedAddress& address)
 {
     QJsonObject object{ { u"server"_s, address.server },
                         { u"address"_s, address.address },
                         { u"files"_s, address.files },
                         { u"certificate"_s, address.certificate },
+                        { u"certificateRoots"_s, toJson(address.roots) },
                         { u"tls"_s, address.tls } };
     if (address.certificateDays)
         object.insert(u"certificateDays"_s, *address.certificateDays);
@@ -194,6 +213,8 @@ void show(const QList<ProbedAddress>& addresses, Output& output)
                             .arg(address.certificate.first(12))
                             .arg(address.certificateDays.value_or(0))
                             .arg(address.tls));
+        for (const SeenCertificate& root : address.roots)
+            output.line(u"%1: its chain ends in %2"_s.arg(address.name(), toText(root)));
     }
     showWhetherAlike(addresses, u"certificates"_s, &ProbedAddress::certificate, output);
     showWhetherAlike(addresses, u"TLS"_s, &ProbedAddress::tls, output);
@@ -208,15 +229,10 @@ void showCertificate(const Probe& probe, Output& output)
         return;
     output.line(u"The certificate is valid for %1 more days."_s.arg(*days));
     output.set(u"certificateDays"_s, *days);
-    QJsonArray roots;
-    const QList<SeenCertificate> found = probe.roots();
-    for (const SeenCertificate& root : found) {
-        const QString since = root.notBefore.toUTC().date().toString(Qt::ISODate);
-        output.line(
-            u"Its chain ends in the root %1, which there is since %2."_s.arg(root.name, since));
-        roots.append(QJsonObject{ { u"name"_s, root.name }, { u"since"_s, since } });
-    }
-    output.set(u"certificateRoots"_s, roots);
+    const QList<SeenCertificate> roots = probe.roots();
+    for (const SeenCertificate& root : roots)
+        output.line(u"Its chain ends in %1."_s.arg(toText(root)));
+    output.set(u"certificateRoots"_s, toJson(roots));
 }
 
 ExitCode runFleet(const QCommandLineParser& parser, Output& output, ProbeMetrics& metrics)

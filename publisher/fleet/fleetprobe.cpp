@@ -110,6 +110,7 @@ void ask(const ProbeRequest& request, ProbedAddress& result, Progress& progress)
     result.files = probe.filesAsked();
     result.certificateDays = probe.certificateDays();
     result.certificate = probe.certificate();
+    result.roots = probe.roots();
     result.seen = probe.seen();
     result.error = probe.error();
     if (result.isReached)

@@ -29,6 +29,8 @@ struct ProbedAddress {
     std::optional<qint64> certificateDays = {};
     /// SHA-256 of its certificate, in hexadecimal digits.
     QString certificate = {};
+    /// Roots of this machine that its chain can end in, the oldest first.
+    QList<SeenCertificate> roots = {};
     /// The best version and cipher that it and this machine have in common.
     QString tls = {};
     QMap<QString, SeenFile> seen = {};

@@ -52,6 +52,14 @@ private slots:
         QCOMPARE(last["server"].toString(), "cedar");
         QCOMPARE(last["address"].toString(), "127.0.0.13:443");
         QVERIFY(last["certificateDays"].toInt(-1) >= 0);
+        const QJsonArray roots = last["certificateRoots"].toArray();
+        QCOMPARE(roots.size(), 1);
+        QVERIFY2(
+            run.text.contains(
+                "cedar (127.0.0.13:443): its chain ends in the root "
+                + roots.first()["name"].toString() + ", which there is since "
+                + roots.first()["since"].toString()),
+            qPrintable(run.text));
         QVERIFY(last["tls"].toString().startsWith("TLSv1.3 "));
     }
 
