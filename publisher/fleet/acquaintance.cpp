@@ -34,6 +34,14 @@ Problem judgeClock(const ProbeAnswer& answer, const QDateTime& asked, const Cloc
                Dates::shown(answer.date), Dates::shown(now));
 }
 
+/// Of pushes before this one.
+QStringList tokensAt(const Member& member)
+{
+    QStringList tokens = member.sizes.keys();
+    tokens.removeIf([](const QString& path) { return !path.startsWith(beginningOfTokens()); });
+    return tokens;
+}
+
 class Round {
 public:
     Round(Members& all, int seconds, const Clock& time)
@@ -71,11 +79,11 @@ private:
     {
         for (const ConnectAddress& address : member.server.connect) {
             const QDateTime asked = clock.now();
-            const auto answers
-                = WebQuestions::ask(member.server, address, { name }, secondsOfSilence);
+            const ProbeAnswer answer
+                = WebQuestions::answer(member.server, address, name, secondsOfSilence);
             const Problem problem = inOrder(
-                [&] { return judge(member, address, answers.first()); },
-                [&] { return judgeClock(answers.first(), asked, clock); });
+                [&] { return judge(member, address, answer); },
+                [&] { return judgeClock(answer, asked, clock); });
             if (problem)
                 return problem;
         }
@@ -105,13 +113,7 @@ private:
     /// With what earlier pushes have left that were cut off here.
     Problem clear(Member& member) const
     {
-        QStringList tokens{ name };
-        const QStringList paths = member.sizes.keys();
-        for (const QString& path : paths) {
-            if (path.startsWith(beginningOfTokens()))
-                tokens.append(path);
-        }
-        return member.storage.remove(tokens);
+        return member.storage.remove(tokensAt(member) + QStringList{ name });
     }
 
     Members& members;
@@ -125,6 +127,11 @@ private:
 bool Acquaintance::make(Members& members, int secondsOfSilence, const Clock& clock)
 {
     return Round(members, secondsOfSilence, clock).run();
+}
+
+bool Acquaintance::hasLeftSomething(const Member& member)
+{
+    return !tokensAt(member).isEmpty();
 }
 
 } // namespace Publisher

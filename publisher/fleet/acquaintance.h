@@ -14,6 +14,8 @@ namespace Acquaintance {
 
 /// False when a member has a problem.
 bool make(Members& members, int secondsOfSilence, const Clock& clock);
+/// Whether the file of a push that was cut off is still there.
+bool hasLeftSomething(const Member& member);
 
 } // namespace Acquaintance
 

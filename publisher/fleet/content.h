@@ -21,21 +21,21 @@ struct ContentPlan {
     Progress::Count toVerify;
 
     static ContentPlan of(const Member& member, const PushedTree& tree);
+    /// To bring once more what has not arrived as it is here.
+    static ContentPlan again(const QStringList& files);
 };
 
 /// The patch files of a publication on their way to a server.
 namespace Content {
 
-[[nodiscard]] Problem
-copy(Member& member, const PushedTree& tree, const ContentPlan& plan, Progress& progress);
-/// Copies files beside their places and moves them there.
-[[nodiscard]] Problem
-replace(Member& member, const PushedTree& tree, const QStringList& files, Progress& progress);
-/// Asks for all that is to be verified by each of the server's addresses and compares
-/// hashes. Files that arrive as something else are added to `wrong`.
-[[nodiscard]] Problem verify(
-    Member& member, const PushedTree& tree, const QStringList& files, int secondsOfSilence,
+/// Copies what is to be copied, asks by each of the server's addresses for what is to be
+/// verified, as soon as it has arrived, and compares hashes. Files that arrive as
+/// something else are added to `wrong`.
+[[nodiscard]] Problem bring(
+    Member& member, const PushedTree& tree, const ContentPlan& plan, int secondsOfSilence,
     Progress& progress, QStringList& wrong);
+/// Whether some of all files are still handed out.
+[[nodiscard]] Problem lookAgain(const Member& member, const PushedTree& tree, int secondsOfSilence);
 
 } // namespace Content
 

@@ -19,6 +19,9 @@ namespace {
 /// its own: should the push die in between, no player is left with the former one.
 constexpr qint64 secondsAhead = 60;
 
+/// For how long servers wait for the date under which a storage has taken a file.
+constexpr qint64 longestWait = 30; // seconds
+
 /// How far ahead the clock of a storage may go that dates by itself, and how far behind.
 constexpr qint64 mostAhead = 2;
 constexpr qint64 mostBehind = 10;
@@ -28,6 +31,12 @@ bool isManifest(const QString& name)
     return name == ServerLayout::manifestName(Kind::Live)
         || name == ServerLayout::manifestName(Kind::Test)
         || name == ServerLayout::nextManifestName();
+}
+
+/// Of a launcher file: no server may have it before that date has come.
+bool isFarAhead(const QDateTime& date, const QDateTime& now)
+{
+    return now.secsTo(date) > longestWait;
 }
 
 bool isSameSecond(const QDateTime& one, const QDateTime& other)
@@ -79,6 +88,7 @@ Exchange::Exchange(Members& all, const PushedTree& pushed, int seconds, Clock& t
     , tree(pushed)
     , pause(seconds)
     , clock(time)
+    , begun(time.now())
 {
     planPlain();
     planReleases();
@@ -91,8 +101,9 @@ bool Exchange::isBehind(const Member& member, const QString& name) const
     const RootFile present = member.present.rootFile(name);
     if (!wanted.isThere())
         return false;
+    const bool isLauncher = launcherRootFiles().contains(name);
     return present.md5 != wanted.md5
-        || (launcherRootFiles().contains(name) && isOlder(present.date, wanted.date));
+        || (isLauncher && (isOlder(present.date, wanted.date) || isFarAhead(present.date, begun)));
 }
 
 bool Exchange::isAnyInterrupted() const
@@ -165,6 +176,15 @@ bool Exchange::hasPause() const
     });
 }
 
+bool Exchange::isNeeded() const
+{
+    const auto& all = members.all();
+    return !plain.isEmpty() || !undated.isEmpty() || !releases.isEmpty()
+        || std::any_of(all.cbegin(), all.cend(), [this](const Member& member) {
+               return hasNextToDrop(member);
+           });
+}
+
 bool Exchange::run()
 {
     return placePlain() && dropNext() && dateManifests() && exchangeReleases();
@@ -232,15 +252,18 @@ bool Exchange::placePlain()
     });
 }
 
+bool Exchange::hasNextToDrop(const Member& member) const
+{
+    const QString name = ServerLayout::nextManifestName();
+    return member.present.rootFile(name).isThere() && !tree.rootFile(name).isThere();
+}
+
 /// Whoever has been given what was to come would keep it for good.
 bool Exchange::dropNext()
 {
-    const QString name = ServerLayout::nextManifestName();
     return members.forEachThat(
-        [&](const Member& member) {
-            return member.present.rootFile(name).isThere() && !tree.rootFile(name).isThere();
-        },
-        [&](Member& member) { return member.storage.remove({ name }); });
+        [this](const Member& member) { return hasNextToDrop(member); },
+        [](Member& member) { return member.storage.remove({ ServerLayout::nextManifestName() }); });
 }
 
 bool Exchange::dateManifests()
@@ -270,6 +293,8 @@ bool Exchange::exchangeReleases()
 /// back since gets the same date.
 bool Exchange::joinRelease(const Release& release)
 {
+    // Whoever fetched it before its date would fetch it again.
+    clock.waitUntil(*release.date);
     return members.forEachThat(
         [&](const Member& member) { return isBehind(member, release.name); },
         [&](Member& member) {
@@ -309,9 +334,15 @@ Problem Exchange::waitForArrivals(const Member& member, const QStringList& names
     if (problem)
         return problem;
     const PushedTree arrived = PushedTree::read(back.path());
-    // HTTP tells whole seconds, and stores round theirs up.
-    for (const QString& name : names)
-        clock.waitUntil(secondAfter(arrived.rootFile(name).date));
+    for (const QString& name : names) {
+        // HTTP tells whole seconds, and stores round theirs up.
+        const QDateTime date = secondAfter(arrived.rootFile(name).date);
+        if (isFarAhead(date, clock.now()))
+            return u"its storage dates %1 with %2, and this machine's clock says %3: the other "
+                   "servers get none before that date. Set the wrong one right, and run the same "
+                   "command again"_s.arg(name, Dates::shown(date), Dates::shown(clock.now()));
+        clock.waitUntil(date);
+    }
     return {};
 }
 

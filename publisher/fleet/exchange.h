@@ -29,6 +29,8 @@ public:
     /// `pause` in seconds. Nothing given is owned.
     Exchange(Members& members, const PushedTree& tree, int pause, Clock& clock);
 
+    /// Whether anything changes on any server.
+    bool isNeeded() const;
     // Both are false when a member has a problem.
     /// Lays all that changes beside its place, where no player sees it.
     bool stageAll();
@@ -50,6 +52,8 @@ private:
     void planPlain();
     void planReleases();
     bool isBehind(const Member& member, const QString& name) const;
+    /// What is to come at this server, and at no other from now on.
+    bool hasNextToDrop(const Member& member) const;
     bool isAnyInterrupted() const;
 
     QStringList changes() const;
@@ -76,6 +80,7 @@ private:
     const PushedTree& tree;
     int pause;
     Clock& clock;
+    QDateTime begun;
     /// Manifests and the text that some server lacks.
     QStringList plain;
     /// Manifests whose date is not to be trusted.

@@ -23,12 +23,17 @@ Problem Member::survey()
     if (!copies->isValid())
         return u"no folder for copies of its manifests can be made: %1. Make room in the folder "
                "for temporary files, or name another one in TMPDIR"_s.arg(copies->errorString());
-    const Problem missing = inOrder(
-        [&] { return storage.list(sizes); },
-        [&] { return storage.fetch(plainRootFiles() + launcherRootFiles(), copies->path()); });
-    if (!missing)
+    Problem unlisted;
+    Problem unread;
+    Parallel::run(2, 2, [&](qsizetype number, int) {
+        if (number == 0)
+            unlisted = storage.list(sizes);
+        else
+            unread = storage.fetch(plainRootFiles() + launcherRootFiles(), copies->path());
+    });
+    if (!unlisted && !unread)
         present = PushedTree::read(copies->path());
-    return missing;
+    return unlisted ? unlisted : unread;
 }
 
 bool Member::isInterrupted() const

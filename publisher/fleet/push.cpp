@@ -4,6 +4,7 @@
 #include "publisher/check/checkserved.h"
 #include "publisher/common/clock.h"
 #include "publisher/common/filework.h"
+#include "publisher/common/hashcache.h"
 #include "publisher/common/progress.h"
 #include "publisher/common/treelock.h"
 #include "publisher/fleet/acquaintance.h"
@@ -22,19 +23,27 @@ namespace Publisher {
 
 namespace {
 
-/// What `check` says of the tree; of the patch files only where they lie.
+/// Of each manifest: by then every file has been hashed on its arrival, or been listed
+/// with its size at a server whose own manifest has named it.
+constexpr qsizetype patchFilesToProbe = 20;
+
+/// What `check` says of the tree; of the patch files only where they lie. Those that
+/// nobody has touched since `build` has written them are not read.
 QList<Finding> checkTree(const PushRequest& request, const QString& files)
 {
+    const QList<std::pair<Kind, QString>> manifests{
+        { Kind::Live, ServerLayout::manifestName(Kind::Live) },
+        { Kind::Test, ServerLayout::manifestName(Kind::Test) },
+        { Kind::Live, ServerLayout::nextManifestName() },
+    };
     QList<Finding> findings;
-    for (const Kind kind : { Kind::Live, Kind::Test }) {
-        const QString name = ServerLayout::manifestName(kind);
+    for (const auto& [kind, name] : manifests) {
         const QString path = request.tree + u'/' + name;
-        if (kind == Kind::Live || QFileInfo::exists(path))
-            findings += Check::inspect(path, name, kind, request.players, files).findings;
+        const auto known
+            = HashCache::forTarget(request.tree + u'/' + ServerLayout::kindFolder(kind));
+        if (name == manifests.first().second || QFileInfo::exists(path))
+            findings += Check::inspect(path, name, kind, request.players, files, &known).findings;
     }
-    const QString next = ServerLayout::nextManifestName();
-    if (const QString path = request.tree + u'/' + next; QFileInfo::exists(path))
-        findings += Check::inspect(path, next, Kind::Live, request.players, files).findings;
     return findings + CheckServed::inspect(request.tree).findings;
 }
 
@@ -59,7 +68,10 @@ public:
         }
         if (!isSound())
             return ExitCode::Findings;
-        const bool isDone = request.dryRun || (bringContent() && exchange() && clearAway());
+        if (!request.dryRun && !hasWork())
+            report.stage = PushReport::Stage::Switched;
+        const bool isDone
+            = request.dryRun || !hasWork() || (bringContent() && exchange() && clearAway());
         describe();
         if (!isDone)
             return ExitCode::InputOutput;
@@ -77,14 +89,29 @@ private:
     /// not read anew.
     bool isSound()
     {
-        const auto& all = members.all();
-        const bool isUnchanged = std::all_of(all.cbegin(), all.cend(), [&](const Member& member) {
-            return planOf(member).verify.isEmpty();
-        });
-        report.findings = checkTree(request, isUnchanged ? QString() : request.tree);
+        report.findings = checkTree(request, needsContent() ? request.tree : QString());
         return std::none_of(
             report.findings.cbegin(), report.findings.cend(),
             [this](const Finding& finding) { return counts(finding); });
+    }
+
+    bool needsContent() const
+    {
+        return isAny([this](const Member& member) { return !planOf(member).verify.isEmpty(); });
+    }
+
+    /// Whether some server is not as it should be.
+    bool hasWork()
+    {
+        return needsContent() || isAny([](const Member& member) {
+                   return member.isInterrupted() || Acquaintance::hasLeftSomething(member);
+               })
+            || Exchange(members, tree, request.pause, clock).isNeeded();
+    }
+
+    bool isAny(const std::function<bool(const Member&)>& condition) const
+    {
+        return std::any_of(members.all().cbegin(), members.all().cend(), condition);
     }
 
     bool counts(const Finding& finding) const
@@ -100,53 +127,38 @@ private:
     /// All that the new manifests name, to all servers.
     bool bringContent()
     {
-        return Acquaintance::make(members, request.secondsOfSilence, clock) && copyContent()
-            && verifyContent();
-    }
-
-    bool copyContent()
-    {
-        Progress progress(u"Copying"_s, total(&ContentPlan::toCopy));
-        return members.forEach(
-            [&](Member& member) { return Content::copy(member, tree, planOf(member), progress); });
-    }
-
-    bool verifyContent()
-    {
-        Progress progress(u"Asking"_s, total(&ContentPlan::toVerify));
-        return members.forEach(
-            [&](Member& member) { return verify(member, planOf(member).verify, progress); });
+        if (!Acquaintance::make(members, request.secondsOfSilence, clock))
+            return false;
+        Progress progress(u"Copying and asking"_s, totalWork());
+        return members.forEach([&](Member& member) { return bringTo(member, progress); });
     }
 
     /// What a push that was cut off has left in part may have its full size; it is copied
     /// once more.
-    Problem verify(Member& member, const QStringList& files, Progress& progress) const
+    Problem bringTo(Member& member, Progress& progress) const
     {
         QStringList wrong;
-        const auto ask = [&](const QStringList& asked) {
-            wrong.clear();
-            return Content::verify(member, tree, asked, request.secondsOfSilence, progress, wrong);
+        const auto bring = [&](const ContentPlan& plan) {
+            return Content::bring(member, tree, plan, request.secondsOfSilence, progress, wrong);
         };
-        Problem problem = ask(files);
+        Problem problem = bring(planOf(member));
+        if (!problem && !wrong.isEmpty())
+            problem = bring(ContentPlan::again(wrong));
         if (problem || wrong.isEmpty())
             return problem;
-        const QStringList again = wrong;
-        problem = inOrder(
-            [&] { return Content::replace(member, tree, again, progress); },
-            [&] { return ask(again); });
-        if (problem || wrong.isEmpty())
-            return problem;
-        return u"%1 arrives from it as something else than it is here. Look at its disk and at "
-               "what stands in front of it"_s.arg(wrong.first());
+        return u"%1 arrives from it as something else than has been published. Look at its disk "
+               "and at what stands in front of it, and let `check` look at the tree"_s.arg(
+                   wrong.first());
     }
 
-    Progress::Count total(Progress::Count ContentPlan::*part) const
+    /// Each file is copied, and asked for.
+    Progress::Count totalWork() const
     {
         Progress::Count count{};
         for (const Member& member : members.all()) {
             const ContentPlan plan = planOf(member);
-            count.files += (plan.*part).files;
-            count.bytes += (plan.*part).bytes;
+            count.files += plan.toCopy.files + plan.toVerify.files;
+            count.bytes += plan.toCopy.bytes + plan.toVerify.bytes;
         }
         return count;
     }
@@ -154,13 +166,21 @@ private:
     bool exchange()
     {
         Exchange exchanging(members, tree, request.pause, clock);
-        if (!exchanging.stageAll())
+        // The first files were asked for long ago.
+        if (!lookAgain() || !exchanging.stageAll())
             return false;
         report.stage = PushReport::Stage::Switching;
         const bool isDone = exchanging.run();
         if (isDone)
             report.stage = PushReport::Stage::Switched;
         return isDone;
+    }
+
+    bool lookAgain()
+    {
+        return members.forEach([this](Member& member) {
+            return Content::lookAgain(member, tree, request.secondsOfSilence);
+        });
     }
 
     bool clearAway()
@@ -228,6 +248,7 @@ private:
         asked.probe.test = tree.rootFile(ServerLayout::manifestName(Kind::Test)).isThere();
         asked.probe.next = tree.rootFile(ServerLayout::nextManifestName()).isThere();
         asked.probe.tree = request.tree;
+        asked.probe.mostPatchFiles = patchFilesToProbe;
         asked.probe.infoUrl = request.infoUrl;
         asked.probe.daysOfCertificate = request.daysOfCertificate;
         asked.probe.secondsOfSilence = request.secondsOfSilence;

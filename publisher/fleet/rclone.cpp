@@ -1,5 +1,6 @@
 #include "publisher/fleet/rclone.h"
 
+#include <QEventLoop>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -28,8 +29,8 @@ QVersionNumber oldest()
 /// What it says while it runs, a JSON object for each line.
 class Sayings {
 public:
-    explicit Sayings(const TakeProgress& taker)
-        : take(taker)
+    explicit Sayings(const Listener& listening)
+        : listener(listening)
     {
     }
 
@@ -54,9 +55,12 @@ private:
             hearPlain(QString::fromUtf8(line).simplified());
         else if (level == "error"_L1 || level == "fatal"_L1 || level == "critical"_L1)
             lastError = nameOf(saying) + text;
+        else if (listener.arrived && text.contains("Copied ("_L1))
+            listener.arrived(saying.value("object"_L1).toString());
         const QJsonObject stats = saying.value("stats"_L1).toObject();
-        if (take && !stats.isEmpty())
-            take(stats.value("bytes"_L1).toInteger(), stats.value("transfers"_L1).toInteger());
+        if (listener.progress && !stats.isEmpty())
+            listener.progress(
+                stats.value("bytes"_L1).toInteger(), stats.value("transfers"_L1).toInteger());
     }
 
     /// Before it knows its options, or when it dies, it writes as to people. What
@@ -74,7 +78,7 @@ private:
         return object.isEmpty() ? QString() : object + ": "_L1;
     }
 
-    const TakeProgress& take;
+    const Listener& listener;
     QByteArray rest;
 };
 
@@ -100,6 +104,15 @@ QString packageAdvice()
     return u"install Debian's package rclone, or a later one from the makers of rclone"_s;
 }
 
+QStringList commonOptions(const Listener& listener)
+{
+    QStringList options{ u"--use-json-log"_s, u"--ask-password=false"_s, u"--copy-links"_s,
+                         u"--stats=500ms"_s, u"--stats-log-level=NOTICE"_s };
+    if (listener.arrived)
+        options.append(u"--log-level=INFO"_s);
+    return options;
+}
+
 } // namespace
 
 bool Outcome::isNothingThere() const
@@ -107,27 +120,28 @@ bool Outcome::isNothingThere() const
     return exitCode == exitDirectoryNotFound || exitCode == exitFileNotFound;
 }
 
-Outcome run(const QStringList& arguments, const TakeProgress& take)
+Outcome run(const QStringList& arguments, const Listener& listener)
 {
-    constexpr int forEver = -1;
     QProcess process;
     endWithStarter(process);
     process.setStandardInputFile(QProcess::nullDevice());
-    process.start(
-        u"rclone"_s,
-        QStringList{ u"--use-json-log"_s, u"--ask-password=false"_s, u"--copy-links"_s,
-                     u"--stats=500ms"_s, u"--stats-log-level=NOTICE"_s }
-            + arguments);
+    Sayings sayings(listener);
+    QObject::connect(&process, &QProcess::readyReadStandardError, &process, [&] {
+        sayings.add(process.readAllStandardError());
+    });
+    QEventLoop loop;
+    QObject::connect(&process, &QProcess::stateChanged, &loop, [&](QProcess::ProcessState state) {
+        if (state == QProcess::NotRunning)
+            loop.quit();
+    });
+    process.start(u"rclone"_s, commonOptions(listener) + arguments);
+    if (process.state() != QProcess::NotRunning)
+        loop.exec();
     Outcome outcome;
-    if (!process.waitForStarted(forEver)) {
+    if (process.error() == QProcess::FailedToStart) {
         outcome.error = process.errorString();
         return outcome;
     }
-    Sayings sayings(take);
-    process.setReadChannel(QProcess::StandardError);
-    while (process.waitForReadyRead(forEver))
-        sayings.add(process.readAllStandardError());
-    process.waitForFinished(forEver);
     sayings.add(process.readAllStandardError() + '\n');
     outcome.output = process.readAllStandardOutput();
     outcome.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;

@@ -28,11 +28,18 @@ struct Outcome {
     bool isNothingThere() const;
 };
 
-/// How much of a copy is done.
-using TakeProgress = std::function<void(qint64 bytes, qint64 files)>;
+/// Who is told of a copy while it is made.
+struct Listener {
+    /// How much of it is done.
+    std::function<void(qint64 bytes, qint64 files)> progress = {};
+    /// A file has arrived, by its path as rclone was given it. rclone is asked to say so
+    /// only where somebody listens; one that uses other words says nothing here.
+    std::function<void(const QString& file)> arrived = {};
+};
 
-/// Runs it to its end, which it cannot outlive: it dies with the calling thread.
-Outcome run(const QStringList& arguments, const TakeProgress& take = {});
+/// Runs it to its end, which it cannot outlive: it dies with the calling thread, whose
+/// events are dealt with meanwhile.
+Outcome run(const QStringList& arguments, const Listener& listener = {});
 
 /// Why it cannot be used on this machine: it is missing, or too old.
 [[nodiscard]] Problem fault();

@@ -55,14 +55,14 @@ Problem problemOf(const QString& what, const Rclone::Outcome& outcome)
 /// Runs it for these files, and not at all for none.
 Problem runFor(
     const QStringList& files, const QString& what, const QStringList& arguments,
-    const Rclone::TakeProgress& take = {})
+    const Rclone::Listener& listener = {})
 {
     if (files.isEmpty())
         return {};
     const NameList names(files);
     if (Problem problem = names.problem())
         return problem;
-    return problemOf(what, Rclone::run(arguments + names.option(), take));
+    return problemOf(what, Rclone::run(arguments + names.option(), listener));
 }
 
 void takeListing(const QByteArray& json, QHash<QString, qint64>& sizes)
@@ -115,20 +115,22 @@ Storage::fetch(const QStringList& files, const QString& localFolder, const QStri
 }
 
 Problem Storage::add(
-    const QString& localFolder, const QStringList& files, const Rclone::TakeProgress& take) const
+    const QString& localFolder, const QStringList& files, const Rclone::Listener& listener) const
 {
     return runFor(
         files, u"patch files cannot be copied to it"_s,
-        { u"copy"_s, u"--no-traverse"_s, u"--ignore-existing"_s, localFolder, root }, take);
+        { u"copy"_s, u"--no-traverse"_s, u"--ignore-existing"_s, u"--ignore-checksum"_s,
+          u"--sftp-set-modtime=false"_s, localFolder, root },
+        listener);
 }
 
 Problem Storage::stage(
-    const QString& localFolder, const QStringList& files, const Rclone::TakeProgress& take) const
+    const QString& localFolder, const QStringList& files, const Rclone::Listener& listener) const
 {
     return runFor(
         files, u"files cannot be laid beside their places"_s,
         { u"copy"_s, u"--no-traverse"_s, u"--ignore-times"_s, localFolder, place(stagingFolder()) },
-        take);
+        listener);
 }
 
 Problem Storage::placeStagedContent(const QStringList& files) const

@@ -27,15 +27,16 @@ public:
     [[nodiscard]] Problem
     fetch(const QStringList& files, const QString& localFolder, const QString& from = {}) const;
 
-    /// Copies files of a local folder that are not there to the same paths below
-    /// `target`. Those that are there are left alone.
+    /// Copies files of a local folder that are not there to the same paths. Those that
+    /// are there are left alone. Whether they have arrived whole is for the caller to
+    /// find out; those that SSH has carried bear the date of their arrival.
     [[nodiscard]] Problem
     add(const QString& localFolder, const QStringList& files,
-        const Rclone::TakeProgress& take = {}) const;
+        const Rclone::Listener& listener = {}) const;
     /// The same into the staging folder, over whatever lies there.
     [[nodiscard]] Problem stage(
         const QString& localFolder, const QStringList& files,
-        const Rclone::TakeProgress& take = {}) const;
+        const Rclone::Listener& listener = {}) const;
     /// Moves patch files out of the staging folder to their places, over whatever
     /// lies there.
     [[nodiscard]] Problem placeStagedContent(const QStringList& files) const;

@@ -118,6 +118,16 @@ void Inquiry::ask(Question question)
     askOn();
 }
 
+void Inquiry::forgetTheRest()
+{
+    waiting.clear();
+}
+
+bool Inquiry::isUnderWay() const
+{
+    return underWay > 0;
+}
+
 void Inquiry::connectTo(const QString& host, const ConnectAddress& address)
 {
     routedHost = host;

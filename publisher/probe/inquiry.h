@@ -70,6 +70,10 @@ public:
 
     /// Questions are sent in the order in which they are asked. A handler may ask.
     void ask(Question question);
+    /// Forgets the questions that have not been sent yet.
+    void forgetTheRest();
+    /// Whether an answer is awaited.
+    bool isUnderWay() const;
 
     /// Days until the first certificate of all chains so far ends, nothing without
     /// one.

@@ -18,6 +18,21 @@ namespace Publisher {
 
 using Body = Inquiry::Body;
 
+namespace {
+
+/// So many at most, with about as many left out between any two of them.
+QList<PatchFile> spreadOver(const QList<PatchFile>& files, qsizetype most)
+{
+    if (files.size() <= most)
+        return files;
+    QList<PatchFile> some;
+    for (qsizetype i = 0; i < most; ++i)
+        some.append(files.at(i * files.size() / most));
+    return some;
+}
+
+} // namespace
+
 Probe::Probe(ProbeRequest request)
     : asked(std::move(request))
     , inquiry(asked.secondsOfSilence)
@@ -236,8 +251,9 @@ void Probe::askFilesOf(Kind kind, const QString& name, const QByteArray& manifes
     if (!served.error.isEmpty())
         trouble = served.error;
     found += served.findings + onRecord.dropped(name, served.files);
-    expect(served.files.size());
-    for (const PatchFile& file : served.files)
+    const QList<PatchFile> wanted = spreadOver(served.files, asked.mostPatchFiles);
+    expect(wanted.size());
+    for (const PatchFile& file : wanted)
         askPatchFile(file, serverTime);
 }
 

@@ -15,6 +15,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <limits>
 #include <optional>
 
 namespace Publisher {
@@ -32,6 +33,8 @@ struct ProbeRequest {
     bool next = false;
     /// Downloads every file and compares its hash.
     bool deep = false;
+    /// Asks for so many patch files of each manifest at most, spread over all of them.
+    qsizetype mostPatchFiles = std::numeric_limits<qsizetype>::max();
     /// Folder that holds what should be served; empty when there is none here.
     QString tree;
     /// What has been published. Every manifest that it has is asked for.

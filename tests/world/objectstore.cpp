@@ -112,6 +112,11 @@ std::unique_ptr<ServerProcess> proxyServer()
     return server("proxy", "proxy", text);
 }
 
+QString clockFile()
+{
+    return folder() + "/clock";
+}
+
 } // namespace
 
 ObjectStore::ObjectStore(int secondsAhead)
@@ -123,20 +128,24 @@ ObjectStore::ObjectStore(int secondsAhead)
         devices.push_back(
             storageServer("object" + QString::number(n), "object", addressOf(n), objectPort));
     proxy = proxyServer();
-    setClocks(secondsAhead);
+    setClock(secondsAhead);
+    for (const auto& process : directories)
+        useClock(*process);
+    for (const auto& process : devices)
+        useClock(*process);
+    useClock(*proxy);
 }
 
-void ObjectStore::setClocks(int secondsAhead)
+void ObjectStore::setClock(int secondsAhead)
 {
-    const auto set = [&](ServerProcess& process) {
-        process.preload(HALDEN_FAKETIME);
-        process.setEnvironment("FAKETIME", QString("+%1s").arg(secondsAhead));
-    };
-    for (const auto& process : directories)
-        set(*process);
-    for (const auto& process : devices)
-        set(*process);
-    set(*proxy);
+    writeFile(clockFile(), '+' + QByteArray::number(secondsAhead) + "s\n");
+}
+
+void ObjectStore::useClock(ServerProcess& process)
+{
+    process.preload(HALDEN_FAKETIME);
+    process.setEnvironment("FAKETIME_TIMESTAMP_FILE", clockFile());
+    process.setEnvironment("FAKETIME_CACHE_DURATION", "1");
 }
 
 ObjectStore::~ObjectStore() = default;

@@ -20,6 +20,8 @@ public:
     ObjectStore& operator=(const ObjectStore&) = delete;
 
     void start();
+    /// From the next second on.
+    void setClock(int secondsAhead);
     // The server of a device, counted from 0. The store goes on with two of them.
     void stopDevice(std::size_t number);
     void startDevice(std::size_t number);
@@ -32,7 +34,7 @@ public:
     static QByteArray pathOf(const QString& bucket);
 
 private:
-    void setClocks(int secondsAhead);
+    void useClock(ServerProcess& process);
 
     /// Directories of accounts and of containers.
     std::vector<std::unique_ptr<ServerProcess>> directories;

@@ -62,7 +62,7 @@ FleetServer serverOf(const Fleet& fleet, const QString& name)
 ProbeAnswer ask(const FleetServer& server, const QString& file)
 {
     constexpr int patient = 30; // seconds
-    return WebQuestions::ask(server, server.connect.first(), { file }, patient).first();
+    return WebQuestions::answer(server, server.connect.first(), file, patient);
 }
 
 QStringList brokenFilesOf(const FleetServer& server)
@@ -224,6 +224,12 @@ void putBack(const Fleet& fleet)
 void putBack(const QString& server)
 {
     copyFolder(keptOf(server), folderOf(server));
+}
+
+QStringList anHourAhead(const QString& library)
+{
+    // nginx takes the environment from its worker, where the library looks again otherwise.
+    return { "env", "LD_PRELOAD=" + library, "FAKETIME=+1h", "FAKETIME_CACHE_DURATION=86400" };
 }
 
 QDateTime dateOf(const QString& server, const QString& file)

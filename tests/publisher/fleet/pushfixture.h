@@ -56,6 +56,9 @@ Publisher::FleetServer serverAt(const QString& name, const QString& address);
 void keepServers(const Fleet& fleet);
 void putBack(const Fleet& fleet);
 void putBack(const QString& server);
+/// What a web server is started with whose clock is to be an hour ahead; `library` fakes
+/// the time.
+QStringList anHourAhead(const QString& library);
 /// Of a file that a server has.
 QDateTime dateOf(const QString& server, const QString& file);
 

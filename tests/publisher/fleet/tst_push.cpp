@@ -24,6 +24,8 @@ QStringList verdicts(const CommandRun& run)
     return words;
 }
 
+const QString patchFolder = "wow-client-patch";
+
 QByteArray launcherMd5(const QByteArray& version)
 {
     return md5(readFile("/usr/bin/true") + version + "launcher").toLatin1();
@@ -105,6 +107,8 @@ private slots:
         for (const QString& name : fleet.names()) {
             for (const QString& file : files)
                 before.append(dateOf(name, file));
+            // Nothing is left there for a while either.
+            before.append(dateOf(name, patchFolder));
         }
         const CommandRun again = push(fleet, { "--json" });
         QVERIFY2(again.code == ExitCode::Fine, qPrintable(all(again)));
@@ -113,8 +117,20 @@ private slots:
         for (const QString& name : fleet.names()) {
             for (const QString& file : files)
                 after.append(dateOf(name, file));
+            after.append(dateOf(name, patchFolder));
         }
         QCOMPARE(after, before);
+    }
+
+    void healsWhatServersHaveLostSince()
+    {
+        pushWell(fleet);
+        QVERIFY(QFile::remove(Fleet::path("alder", BuildFixture::placeOf("Data/same.mpq"))));
+        writeFile(Fleet::path("birch", BuildFixture::placeOf("Data/changed.mpq")), "foreign");
+        QVERIFY(QFile::remove(Fleet::path("cedar", "launcher.info")));
+        pushWell(fleet);
+        for (const QString& name : fleet.names())
+            QCOMPARE(differenceFromTree(name), QString());
     }
 
     void datesManifestsBehindTheLastOfTheOld()

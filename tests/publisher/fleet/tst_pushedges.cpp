@@ -3,6 +3,7 @@
 #include "tests/publisher/fleet/pushfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
+#include "tests/support/patience.h"
 #include "tests/support/testmain.h"
 #include "tests/world/edges.h"
 #include "tests/world/objectstore.h"
@@ -182,6 +183,30 @@ private slots:
         QVERIFY2(run.text.contains("Not switched"), qPrintable(run.text));
         for (const QString& name : fleet.names())
             QVERIFY(!QFile::exists(Fleet::path(name, "patch.ini")));
+    }
+
+    /// The store's clock is set ahead while no server hands out a launcher.
+    void waitsForNoDateThatIsFarAhead()
+    {
+        startStore(0);
+        pushWell(fleet);
+        release("2");
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(HALDEN_PUBLISH, pushLine(fleet, { "--pause", "10" }));
+        const QString former = Fleet::path("alder", launcher);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !QFile::exists(former) || process.state() == QProcess::NotRunning, patience);
+        store->setClock(300);
+        QVERIFY(process.waitForFinished(patience));
+        const QByteArray said = process.readAll();
+        QVERIFY2(process.exitCode() == static_cast<int>(Publisher::ExitCode::InputOutput), said);
+        QVERIFY2(
+            said.contains("server \"store\": its storage dates Halden-Launcher-Updater.exe with "),
+            said);
+        QVERIFY2(said.contains("The switch was cut off"), said);
+        for (const QString& name : fleet.names())
+            QVERIFY(!QFile::exists(Fleet::path(name, launcher)));
     }
 
 private:

@@ -80,7 +80,7 @@ private slots:
         }) << "patch files cannot be copied to it: ";
         QTest::newRow("clock an hour ahead") << Fault([](Fleet& all) {
             all.stopWeb("birch");
-            all.startWeb("birch", { "env", "LD_PRELOAD=" HALDEN_FAKETIME, "FAKETIME=+1h" });
+            all.startWeb("birch", anHourAhead(HALDEN_FAKETIME));
         }) << Fault([](Fleet& all) {
             all.stopWeb("birch");
             all.startWeb("birch");

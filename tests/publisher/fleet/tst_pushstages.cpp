@@ -190,10 +190,7 @@ QList<Fault> faults()
         { "out of date", [](Fleet&) { putBack("birch"); },
           [](Fleet&) {
           } },
-        { "wrong clock",
-          [](Fleet& fleet) {
-              restartWeb(fleet, { "env", "LD_PRELOAD=" HALDEN_FAKETIME, "FAKETIME=+1h" });
-          },
+        { "wrong clock", [](Fleet& fleet) { restartWeb(fleet, anHourAhead(HALDEN_FAKETIME)); },
           [](Fleet& fleet) {
               restartWeb(fleet);
           } },
