@@ -724,6 +724,9 @@ private slots:
         QCOMPARE(one["connections"].toInt(), one["requests"].toInt());
         QCOMPARE(estimated(3)["bytes"].toInt(), 3 * one["bytes"].toInt());
         QCOMPARE(estimated(3)["requests"].toInt(), 3 * one["requests"].toInt());
+        const QString log = ApplicationFolder::path("access.log");
+        const CommandRun run({ "report", log, "--tree", server() });
+        QVERIFY2(run.text.contains("The estimate for as many: "), qPrintable(run.text));
     }
 
     void ownRequestsAreLeftOut()
@@ -908,6 +911,23 @@ private slots:
         QVERIFY(!html.contains("192.0.2"));
         QVERIFY(!html.contains("http://") && !html.contains("https://"));
         QCOMPARE(html.count("{{"), html.count("{{trouble}}&amp;amp;"));
+    }
+
+    void pageSaysWhatTheTextSays()
+    {
+        AccessLog log = someDays();
+        log.add({ .target = "/patch.ini.old", .status = 404 });
+        const QString page = ApplicationFolder::path("report.html");
+        QCOMPARE(CommandRun({ "report", log.write(), "--html", page }).code, ExitCode::Fine);
+        const QByteArray html = readFile(page);
+        for (const QByteArray part :
+             { "<dt>Players</dt><dd>10</dd>", "<dt>Kinds of trouble</dt><dd>2</dd>",
+               "<code>halden-publish build</code>", "<td class=\"number\">unknown</td>",
+               "<td class=\"number\">5.0 hours</td>", "<td class=\"number\">not yet</td>",
+               "Of 10 downloads the slowest tenth had", ">published</text>",
+               "In the 24 hours after the latest publication 7 players got it",
+               "role=\"region\" tabindex=\"0\"", "<code>404 /patch.ini.old</code>" })
+            QVERIFY2(html.contains(part), part.constData());
     }
 
     /// Each line is a comment, or a name with labels and a number.
