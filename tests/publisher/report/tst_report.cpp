@@ -402,9 +402,10 @@ private slots:
         AccessLog log;
         log.add({ .player = 1, .second = early + 2 * hour, .file = live });
         log.add({ .player = 2, .second = early + 2 * hour, .file = early });
+        log.add({ .player = 3, .second = early + 2 * hour, .file = live });
         const QJsonObject report = reported(log, { "--tree", server() });
         const QJsonObject told = adoptionOf(report, "live");
-        QCOMPARE(holdersOf(report, "live"), (QList<int>{ 1, 1 }));
+        QCOMPARE(holdersOf(report, "live"), (QList<int>{ 2, 1 }));
         QVERIFY(!told["publications"][0]["isNext"].toBool());
         QVERIFY(told["publications"][1]["isNext"].toBool());
         QCOMPARE(told["behind"].toInt(), 0);
