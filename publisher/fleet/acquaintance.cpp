@@ -81,7 +81,7 @@ private:
             const QDateTime asked = clock.now();
             const ProbeAnswer answer
                 = WebQuestions::answer(member.server, address, name, secondsOfSilence);
-            const Problem problem = inOrder(
+            Problem problem = inOrder(
                 [&] { return judge(member, address, answer); },
                 [&] { return judgeClock(answer, asked, clock); });
             if (problem)

@@ -40,7 +40,7 @@ CommandRun publishLauncher(const QString& program)
 QString programFile(char letter)
 {
     QByteArray bytes = readFile("/usr/bin/true");
-    const QString path = ApplicationFolder::path(QString("program-") + letter);
+    QString path = ApplicationFolder::path(QString("program-") + letter);
     writeFile(path, bytes + letter);
     return path;
 }
@@ -332,7 +332,9 @@ private slots:
     /// The tree's disk may have changed a file behind the manifest's back.
     void whatIsNotAsPublishedIsNotPutDown()
     {
-        CommandRun({ "build", source(), server(), "--no-flush" });
+        QCOMPARE(
+            CommandRun({ "build", source(), server(), "--no-flush" }).code,
+            Publisher::ExitCode::Fine);
         writeFile(server(placeOf("Data/a.mpq")), "other a");
         Record record;
         const Problem problem = record.followManifest(

@@ -100,7 +100,7 @@ AccessLog someDays()
 {
     AccessLog log;
     for (int player = 1; player <= 10; ++player) {
-        log.add({ .player = player, .second = player * 60, .copy = -day, .file = 0 });
+        log.add({ .player = player, .second = qint64(player) * 60, .copy = -day, .file = 0 });
         log.add({ .player = player,
                   .second = player * 60 + 1,
                   .target = launcher,
@@ -214,7 +214,7 @@ private slots:
         QVERIFY(second["seconds90"].isNull());
         QCOMPARE(
             live["publications"][0]["lastOnline"].toString(),
-            AccessLog::at(10 * 60).toString(Qt::ISODate));
+            AccessLog::at(600).toString(Qt::ISODate));
         QCOMPARE(holdersOf(report, "launcher"), (QList<int>{ 10 }));
         QVERIFY(adoptionOf(report, "test").isEmpty());
     }
@@ -686,7 +686,7 @@ private slots:
     {
         AccessLog log;
         for (int minute = 40; minute >= 0; --minute)
-            log.add({ .second = minute * 60 });
+            log.add({ .second = qint64(minute) * 60 });
         const QJsonValue peak = reported(log).value("load")["mostRequests"];
         QCOMPARE(peak["count"].toInt(), 1);
         QCOMPARE(peak["time"].toString(), AccessLog::at(0).toString(Qt::ISODate));
