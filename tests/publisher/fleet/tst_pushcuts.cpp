@@ -1,4 +1,3 @@
-#include "tests/publisher/buildfixture.h"
 #include "tests/publisher/fleet/pushfixture.h"
 #include "tests/support/applicationfolder.h"
 #include "tests/support/certificateauthority.h"
@@ -16,7 +15,6 @@
 
 using namespace TestSupport;
 using namespace PushFixture;
-using BuildFixture::server;
 using Publisher::ExitCode;
 
 namespace {
