@@ -52,8 +52,12 @@ def site_of(folder, listen):
 class Fleet:
     """Three web servers of this machine with folders that are reached by SFTP."""
 
-    def __init__(self, place):
+    def __init__(self, place, other_place):
         self.place = place
+        # What lies in memory may take half of it in each place, which is less than what
+        # three servers have.
+        self.folders = {name: (other_place if name == NAMES[-1] else place) / name
+                        for name in NAMES}
         self.processes = []
         self.file = place / "fleet.ini"
 
@@ -61,8 +65,7 @@ class Fleet:
         password = subprocess.run(["rclone", "obscure", "secret"], check=True,
                                   stdout=subprocess.PIPE, encoding="utf-8").stdout.strip()
         remotes, servers = "", ""
-        for name in NAMES:
-            folder = self.place / name
+        for name, folder in self.folders.items():
             (folder / "tree").mkdir(parents=True)
             self.processes += [
                 nginx(folder, site_of(folder, f"{host(name)}:{TLS_PORT}")),
@@ -82,8 +85,8 @@ class Fleet:
                 wait_for(f"{name} serves", lambda n=name, p=port: is_up(host(n), p))
 
     def empty(self):
-        for name in NAMES:
-            for path in (self.place / name / "tree").iterdir():
+        for folder in self.folders.values():
+            for path in (folder / "tree").iterdir():
                 if path.is_dir():
                     shutil.rmtree(path)
                 else:
@@ -97,13 +100,17 @@ class Fleet:
 
 
 @contextmanager
-def served(place):
-    fleet = Fleet(place)
-    try:
-        fleet.serve()
-        yield fleet
-    finally:
-        fleet.stop()
+def served():
+    def place(**where):
+        return tempfile.TemporaryDirectory(prefix="bench-push-", **where)
+
+    with place() as one, place(dir="/var") as other:
+        fleet = Fleet(Path(one), Path(other))
+        try:
+            fleet.serve()
+            yield fleet
+        finally:
+            fleet.stop()
 
 
 def each_of_three(command):
@@ -193,9 +200,8 @@ def contests(options, fleet):
 
 
 def measure(options):
-    with tempfile.TemporaryDirectory(prefix="bench-push-") as place:
-        with served(Path(place)) as fleet:
-            tables = list(contests(options, fleet))
+    with served() as fleet:
+        tables = list(contests(options, fleet))
     tables[-1].note(
         "By SFTP; servers, rclone and push share the machine. A push also checks the tree, asks "
         "each server for every file that is new to it, and probes. It stands beside the better "
