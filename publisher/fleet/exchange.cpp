@@ -203,8 +203,9 @@ bool Exchange::stageAll()
         if (!problem)
             problem = FileWork::setDate(draft, date);
     }
-    return members.forEach(
-        [&](Member& member) { return problem ? problem : stage(member, drafts.path(), date); });
+    return members.forEach([&](Member& member) {
+        return problem ? problem : withReason(member, stage(member, drafts.path(), date));
+    });
 }
 
 /// Reads back what it has copied, since a manifest in place is believed.
@@ -213,10 +214,9 @@ Problem Exchange::stage(Member& member, const QString& drafts, const QDateTime& 
     const QStringList names = changesOf(member);
     const QDateTime asked = clock.now();
     const QTemporaryDir back;
-    const Problem problem = inOrder(
-        [&] { return member.storage.stage(drafts, names); },
-        [&] { return member.storage.fetch(names, back.path(), Storage::stagingFolder()); });
-    if (problem)
+    if (Problem problem = inOrder(
+            [&] { return member.storage.stage(drafts, names); },
+            [&] { return member.storage.fetch(names, back.path(), Storage::stagingFolder()); }))
         return problem;
     const PushedTree arrived = PushedTree::read(back.path());
     for (const QString& name : names) {
@@ -231,6 +231,22 @@ Problem Exchange::stage(Member& member, const QString& drafts, const QDateTime& 
         ++member.filesCopied;
     }
     return {};
+}
+
+/// Swift takes nothing under a name at which it has had something later.
+Problem Exchange::withReason(const Member& member, Problem problem) const
+{
+    if (!problem)
+        return problem;
+    const QStringList names = changesOf(member);
+    for (const QString& name : names) {
+        const QDateTime former = member.present.rootFile(name).date;
+        if (isFarAhead(former, clock.now()))
+            return u"%1. Its storage has dated the %2 that it has with %3, and may take no other "
+                   "until then. Run the same command again after that"_s.arg(
+                       *problem, name, Dates::shown(former));
+    }
+    return problem;
 }
 
 Problem

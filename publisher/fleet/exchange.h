@@ -58,6 +58,8 @@ private:
 
     QStringList changes() const;
     [[nodiscard]] Problem stage(Member& member, const QString& drafts, const QDateTime& date) const;
+    /// Why a file could not be laid there, where its former one may be the reason.
+    [[nodiscard]] Problem withReason(const Member& member, Problem problem) const;
     /// Looks by what date a storage goes that dates by itself; `asked` is when it got files.
     [[nodiscard]] Problem
     judgeArrival(const Member& member, const QDateTime& arrival, const QDateTime& asked) const;

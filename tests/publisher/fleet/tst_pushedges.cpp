@@ -13,6 +13,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QTcpSocket>
 #include <QUrl>
 
 #include <algorithm>
@@ -71,6 +73,19 @@ std::pair<QDateTime, QDateTime> datesOf(const QList<Sighting>& sightings, const 
     std::sort(dates.begin(), dates.end());
     return dates.isEmpty() ? std::pair<QDateTime, QDateTime>()
                            : std::pair(dates.constFirst(), dates.constLast());
+}
+
+/// As it tells whoever asks it.
+QDateTime timeOfStore()
+{
+    const QList<QByteArray> host = ObjectStore::host().split(':');
+    QTcpSocket socket;
+    socket.connectToHost(host.at(0), host.at(1).toUShort());
+    socket.write("HEAD / HTTP/1.0\r\n\r\n");
+    while (socket.waitForReadyRead(patience)) { }
+    static const QRegularExpression date("\\r\\nDate: (.*) GMT\\r\\n");
+    const QString text = date.match(QString::fromLatin1(socket.readAll())).captured(1);
+    return QDateTime::fromString(text + " +0000", Qt::RFC2822Date);
 }
 
 } // namespace
@@ -197,7 +212,7 @@ private slots:
         const QString former = Fleet::path("alder", launcher);
         QTRY_VERIFY_WITH_TIMEOUT(
             !QFile::exists(former) || process.state() == QProcess::NotRunning, patience);
-        store->setClock(300);
+        store->setClock(60);
         QVERIFY(process.waitForFinished(patience));
         const QByteArray said = process.readAll();
         QVERIFY2(process.exitCode() == static_cast<int>(Publisher::ExitCode::InputOutput), said);
@@ -207,6 +222,20 @@ private slots:
         QVERIFY2(said.contains("The switch was cut off"), said);
         for (const QString& name : fleet.names())
             QVERIFY(!QFile::exists(Fleet::path(name, launcher)));
+        // The store takes nothing that is older than what it has, and all is well after that.
+        store->setClock(0);
+        QTRY_VERIFY(timeOfStore() < QDateTime::currentDateTimeUtc().addSecs(2));
+        const CommandRun early = push(fleet, { "--pause", "0" });
+        QCOMPARE(early.code, Publisher::ExitCode::InputOutput);
+        QVERIFY2(
+            early.messages.contains(
+                "Its storage has dated the Halden-Launcher-Updater.exe that it has with "),
+            qPrintable(all(early)));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            push(fleet, { "--pause", "0" }).code == Publisher::ExitCode::Fine, patience);
+        QCOMPARE(differenceServed(serverAt("store", edgeOfStore)), QString());
+        for (const QString& name : fleet.names())
+            QCOMPARE(differenceFromTree(name), QString());
     }
 
 private:
