@@ -84,7 +84,7 @@ bool isWhole(const RecordedFile& file)
 /// To the thousandth of a second, as the text has it.
 QDateTime dateOf(const QString& path)
 {
-    return QDateTime::fromMSecsSinceEpoch(FileWork::dateOf(path).toMSecsSinceEpoch(), Qt::UTC);
+    return QDateTime::fromMSecsSinceEpoch(FileWork::dateOf(path).toMSecsSinceEpoch()).toUTC();
 }
 
 Problem readHashes(const QString& path, RecordedFile& read)
