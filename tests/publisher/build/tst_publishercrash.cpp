@@ -127,6 +127,45 @@ QStringList brokenFiles()
     return broken;
 }
 
+/// A run that nobody kills.
+struct WholeRun {
+    QStringList arguments;
+    QByteArray oldManifest;
+    QByteArray newManifest;
+    QList<SystemCall> calls;
+    /// Which of them exchanges the manifest.
+    qsizetype exchange = 0;
+};
+
+WholeRun recordRun(const QStringList& arguments)
+{
+    const QString record = ApplicationFolder::path("calls");
+    WholeRun run;
+    run.arguments = arguments;
+    run.oldManifest = readFile(server("patch.ini"));
+    if (runTraced(Trace::record(callsThatChange, record), arguments) != QProcess::NormalExit)
+        qFatal("a run that nobody kills does not end well");
+    run.newManifest = readFile(server("patch.ini"));
+    run.calls = Trace::recordedChanges(record);
+    run.exchange = switchAmong(run.calls);
+    if (run.newManifest == run.oldManifest || run.exchange + 1 == run.calls.size())
+        qFatal("the run exchanges nothing, or does nothing behind it");
+    return run;
+}
+
+/// Kills the same run before one of its calls; what is wrong with what is live then.
+QString damageByKilling(const WholeRun& run, qsizetype number)
+{
+    const SystemCall& call = run.calls.at(number);
+    if (runTraced(Trace::killBefore(call), run.arguments) != QProcess::CrashExit)
+        return "is not killed: " + call.text;
+    if (readFile(server("patch.ini"))
+        != (number <= run.exchange ? run.oldManifest : run.newManifest))
+        return "has another manifest: " + call.text;
+    const QStringList broken = brokenFiles();
+    return broken.isEmpty() ? QString() : "has broken files: " + call.text + broken.join(' ');
+}
+
 } // namespace
 
 /// The program is killed at every call that changes something, one after the
@@ -154,29 +193,18 @@ private slots:
         const QStringList arguments
             = QStringList{ "build", source(), server(), "--jobs", "1", "--yes-remove", "1" }
             + options;
-        const QString record = ApplicationFolder::path("calls");
         layOut();
-        const QByteArray oldManifest = readFile(server("patch.ini"));
-        QCOMPARE(
-            runTraced(Trace::record(callsThatChange, record), arguments), QProcess::NormalExit);
-        const QByteArray newManifest = readFile(server("patch.ini"));
-        QVERIFY(newManifest != oldManifest);
-        const QList<SystemCall> calls = Trace::recordedChanges(record);
-        const qsizetype exchange = switchAmong(calls);
-        QCOMPARE(missingAmong(calls.first(exchange + 1), stepsToTheSwitch), QString());
-        QVERIFY(exchange + 1 < calls.size());
+        const WholeRun whole = recordRun(arguments);
+        QCOMPARE(missingAmong(whole.calls.first(whole.exchange + 1), stepsToTheSwitch), QString());
 
-        for (qsizetype i = 0; i < calls.size(); ++i) {
-            const SystemCall& call = calls.at(i);
+        for (qsizetype i = 0; i < whole.calls.size(); ++i) {
+            const QString& call = whole.calls.at(i).text;
             layOut();
-            QCOMPARE(runTraced(Trace::killBefore(call), arguments), QProcess::CrashExit);
-            const QByteArray live = readFile(server("patch.ini"));
-            QVERIFY2(live == (i <= exchange ? oldManifest : newManifest), qPrintable(call.text));
-            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text + brokenFiles().join(' ')));
+            QCOMPARE(damageByKilling(whole, i), QString());
             finish();
-            QVERIFY2(readFile(server("patch.ini")) == newManifest, qPrintable(call.text));
-            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text));
-            QVERIFY2(servedFiles().size() == 4, qPrintable(call.text));
+            QVERIFY2(readFile(server("patch.ini")) == whole.newManifest, qPrintable(call));
+            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call));
+            QVERIFY2(servedFiles().size() == 4, qPrintable(call));
         }
     }
 
@@ -243,26 +271,16 @@ private slots:
     void formerPublicationIsWholeWheneverThePublisherDies()
     {
         QFETCH(QStringList, arguments);
-        const QString record = ApplicationFolder::path("calls");
         layOutBoth();
-        const QByteArray oldManifest = readFile(server("patch.ini"));
-        QCOMPARE(
-            runTraced(Trace::record(callsThatChange, record), arguments), QProcess::NormalExit);
-        const QByteArray newManifest = readFile(server("patch.ini"));
-        QVERIFY(newManifest != oldManifest);
-        const QList<SystemCall> calls = Trace::recordedChanges(record);
-        const qsizetype exchange = switchAmong(calls);
-        QVERIFY(exchange + 1 < calls.size());
-        for (qsizetype i = 0; i < calls.size(); ++i) {
-            const SystemCall& call = calls.at(i);
+        const WholeRun whole = recordRun(arguments);
+        for (qsizetype i = 0; i < whole.calls.size(); ++i) {
             layOutBoth();
-            QCOMPARE(runTraced(Trace::killBefore(call), arguments), QProcess::CrashExit);
-            const QByteArray live = readFile(server("patch.ini"));
-            QVERIFY2(live == (i <= exchange ? oldManifest : newManifest), qPrintable(call.text));
-            QVERIFY2(brokenFiles().isEmpty(), qPrintable(call.text + brokenFiles().join(' ')));
+            QCOMPARE(damageByKilling(whole, i), QString());
             const QList<HistoryEntry> entries = History(server(), Kind::Live).entries();
-            QVERIFY2(!entries.isEmpty() && entries.constLast().isLive, qPrintable(call.text));
-            QCOMPARE(readFile(entries.constLast().manifestPath), live);
+            QVERIFY2(
+                !entries.isEmpty() && entries.constLast().isLive,
+                qPrintable(whole.calls.at(i).text));
+            QCOMPARE(readFile(entries.constLast().manifestPath), readFile(server("patch.ini")));
         }
     }
 
