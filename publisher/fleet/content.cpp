@@ -64,7 +64,7 @@ Problem
 replace(Member& member, const PushedTree& tree, const QStringList& files, Progress& progress)
 {
     CopyProgress copying(member, progress);
-    const Problem problem = inOrder(
+    Problem problem = inOrder(
         [&] { return member.storage.stage(tree.folder, files, copying.listener()); },
         [&] { return member.storage.placeStagedContent(files); });
     if (!problem)

@@ -68,7 +68,7 @@ Problem runFor(
 void takeListing(const QByteArray& json, QHash<QString, qint64>& sizes)
 {
     const QJsonArray entries = QJsonDocument::fromJson(json).array();
-    for (const QJsonValue& entry : entries)
+    for (const auto& entry : entries)
         sizes.insert(entry["Path"_L1].toString(), entry["Size"_L1].toInteger());
 }
 

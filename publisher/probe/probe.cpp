@@ -235,7 +235,7 @@ void Probe::askForCopied(const QString& name, const QList<QDateTime>& dates)
 {
     if (dates.isEmpty())
         return;
-    const QDateTime date = dates.constFirst();
+    const QDateTime& date = dates.constFirst();
     inquiry.ask({ address(name), date, Body::Beginning,
                   [this, name, dates, date](const ProbeAnswer& answer) {
                       if (const auto stuck = DateRules::copiedManifest(name, date, answer))

@@ -88,7 +88,8 @@ RecordComparison::dropped(const QString& manifest, const QList<PatchFile>& serve
     for (const PatchFile& file : served)
         named.insert(pathOf(file));
     QList<Finding> findings;
-    for (const RecordedFile& file : record->files(manifest)) {
+    const auto recorded = record->files(manifest);
+    for (const RecordedFile& file : recorded) {
         if (!named.contains(file.path))
             findings.append({ FindingId::OnlyInRecord, manifest, 0,
                               u"It does not name %1, which was published at %2."_s.arg(

@@ -6,10 +6,8 @@
 
 #include <memory>
 
-namespace Publisher {
-
 /// Unpacks what a file holds, several packed texts behind one another included.
-namespace PackedLog {
+namespace Publisher::PackedLog {
 
 /// Of as many bytes as tell the kind.
 inline constexpr qsizetype sizeOfAMark = 4;
@@ -20,6 +18,4 @@ bool isZstandard(QByteArrayView beginning);
 std::unique_ptr<LogSource> gzip(std::unique_ptr<LogSource> packed);
 std::unique_ptr<LogSource> zstandard(std::unique_ptr<LogSource> packed);
 
-} // namespace PackedLog
-
-} // namespace Publisher
+} // namespace Publisher::PackedLog

@@ -6,6 +6,7 @@
 #include "publisher/report/reporttext.h"
 
 #include <QFile>
+#include <QList>
 #include <QStringList>
 
 using namespace Qt::StringLiterals;
@@ -243,7 +244,7 @@ QByteArray toPage(const Report& report)
     QFile file(u":/publisher/reportpage.html"_s);
     if (!file.open(QIODevice::ReadOnly))
         qFatal("the page's template is missing");
-    const std::pair<QString, QString> parts[] = {
+    const QList<std::pair<QString, QString>> parts{
         { u"{{period}}"_s, period(report).toHtmlEscaped() },
         { u"{{figures}}"_s, figures(report) },
         { u"{{adoption}}"_s, adoptions(report) },

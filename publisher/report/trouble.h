@@ -33,7 +33,7 @@ struct Trouble {
         qint64 count = 0;
     };
 
-    TroubleId id;
+    TroubleId id = {};
     /// Requests, or players where each counts once.
     qint64 count = 0;
     /// Whom it meets; 0 where that is not counted.

@@ -51,7 +51,7 @@ QByteArray AccessLog::text() const
 
 QString AccessLog::write(const QString& name) const
 {
-    const QString path = ApplicationFolder::path(name);
+    QString path = ApplicationFolder::path(name);
     writeFile(path, text());
     return path;
 }

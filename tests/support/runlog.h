@@ -3,17 +3,15 @@
 #include <QString>
 #include <QStringList>
 
-namespace TestSupport {
-
 /// What the log of one start of the launcher tells of its update runs, which go side
 /// by side.
-namespace RunLog {
+namespace TestSupport::RunLog {
 
 inline constexpr int runsPerStart = 2;
 
 /// The line with which a run begins to install. The call that writes it is the run's
 /// last one, so within the launcher's own process the run has ended with it.
-inline constexpr char installs[] = "now copy Data into Client";
+inline constexpr const char* installs = "now copy Data into Client";
 
 qsizetype linesStartingWith(const QStringList& log, const QString& prefix);
 /// Runs that have begun to install.
@@ -25,6 +23,4 @@ qsizetype failedCopies(const QStringList& log);
 /// nothing happens after that.
 bool bothRunsHaveEnded(const QStringList& log, qsizetype copiesPerRun);
 
-} // namespace RunLog
-
-} // namespace TestSupport
+} // namespace TestSupport::RunLog

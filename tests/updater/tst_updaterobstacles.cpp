@@ -311,7 +311,7 @@ private slots:
             QCOMPARE(home->starts().size(), expected.at(launcher));
             QCOMPARE(home->state(), untouched);
         }
-        QCOMPARE(starts().first(), "old");
+        QCOMPARE(starts().constFirst(), "old");
     }
 
     void bothUpdatersOfOneLauncherRefuseOnce()
@@ -353,7 +353,8 @@ private slots:
                                 "os.execv(sys.argv[1], sys.argv[1:])";
         QCOMPARE(run({ "python3", "-c", program }), Done);
         QCOMPARE(home->starts().size(), 1);
-        QVERIFY2(!home->starts().first().contains("deaf"), qPrintable(home->starts().first()));
+        QVERIFY2(
+            !home->starts().constFirst().contains("deaf"), qPrintable(home->starts().constFirst()));
     }
 
     void goesOnWithoutAnyoneToTell_data()

@@ -137,7 +137,12 @@ QStringList openSsh(const QString& name)
             + ".pub\nPidFile none\nStrictModes no\nMaxStartups 100\n"
               "Subsystem sftp internal-sftp\nForceCommand internal-sftp\n");
     // Lets in whom it takes itself for.
-    return { "env",          "LD_PRELOAD=" HALDEN_ORDINARY_USER, "/usr/sbin/sshd", "-D", "-e", "-f",
+    return { "env",
+             QString("LD_PRELOAD=") + HALDEN_ORDINARY_USER,
+             "/usr/sbin/sshd",
+             "-D",
+             "-e",
+             "-f",
              folder + "sshd" };
 }
 

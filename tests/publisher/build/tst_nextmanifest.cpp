@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonObject>
 
 using namespace TestSupport;
 using namespace BuildFixture;
@@ -147,8 +148,10 @@ private slots:
         QCOMPARE(manifests.at(1)["bytesPerStart"].toInteger(), 2 * readFile(server(next)).size());
         const QJsonArray findings = checked.json["findings"].toArray();
         QStringList found;
-        for (const QJsonValue& finding : findings)
+        for (const auto& value : findings) {
+            const QJsonObject finding = value.toObject();
             found.append(finding["id"].toString() + ' ' + finding["subject"].toString());
+        }
         QVERIFY2(found.contains("file-not-published " + next), qPrintable(found.join(", ")));
         const CommandRun told({ "check", server() });
         QVERIFY2(

@@ -76,7 +76,7 @@ QList<QStringList> publishing()
 /// A list of one server, which is there at this address and has nothing.
 QString fleetOf(const QString& address, quint16 port)
 {
-    const QString file = ApplicationFolder::path("fleet.ini");
+    QString file = ApplicationFolder::path("fleet.ini");
     const QString text = QString("[web]\nremote = %1\naddress = %2\nconnect = 127.0.0.1:%3\n")
                              .arg(ApplicationFolder::path("web"), address)
                              .arg(port);

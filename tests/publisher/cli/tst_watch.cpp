@@ -123,10 +123,11 @@ private slots:
     {
         HttpsServer server;
         furnish(server);
-        CommandRun(
+        const CommandRun probed(
             QStringList{ "probe", "--deep", "--accept", "launcher-file-missing", "--metrics",
                          metricsFile() }
             + optionsFor(server));
+        QCOMPARE(probed.code, ExitCode::Fine);
         const QByteArray text = readFile(metricsFile());
         QVERIFY2(text.contains("depth=\"deep\",id=\"launcher-file-missing\"} 0\n"), text);
     }
@@ -147,20 +148,24 @@ private slots:
         furnish(server);
         QCOMPARE(watch(server), 0);
         QCOMPARE(told().size(), 1);
-        QVERIFY2(told().first().startsWith("Halden: 2 new, 0 gone, 2 in all\n"), told().first());
         QVERIFY2(
-            told().first().contains("new:  launcher-file-missing Halden-Launcher.exe\n"),
-            told().first());
-        QVERIFY2(told().first().contains("build-launcher"), "the remedy is told, too");
+            told().constFirst().startsWith("Halden: 2 new, 0 gone, 2 in all\n"),
+            told().constFirst());
+        QVERIFY2(
+            told().constFirst().contains("new:  launcher-file-missing Halden-Launcher.exe\n"),
+            told().constFirst());
+        QVERIFY2(told().constFirst().contains("build-launcher"), "the remedy is told, too");
         QCOMPARE(watch(server), 0);
         QCOMPARE(told().size(), 1);
         server.answer("/patch.ini", HttpAnswer::status(404));
         QCOMPARE(watch(server), 0);
         QCOMPARE(told().size(), 2);
-        QVERIFY2(told().last().startsWith("Halden: 1 new, 0 gone, 3 in all\n"), told().last());
+        QVERIFY2(
+            told().constLast().startsWith("Halden: 1 new, 0 gone, 3 in all\n"), told().constLast());
         server.answer("/patch.ini", HttpAnswer::ok("numberOfFiles=0\n"));
         QCOMPARE(watch(server), 0);
-        QVERIFY2(told().last().contains("gone: manifest-missing patch.ini\n"), told().last());
+        QVERIFY2(
+            told().constLast().contains("gone: manifest-missing patch.ini\n"), told().constLast());
     }
 
     /// What is well from the beginning is nothing to tell.
@@ -191,7 +196,8 @@ private slots:
         QCOMPARE(watch(server, "glance", options), 0);
         QCOMPARE(watch(server, "glance", options), 0);
         QCOMPARE(told().size(), 1);
-        QVERIFY2(told().first().contains("new:  error there is no record"), told().first());
+        QVERIFY2(
+            told().constFirst().contains("new:  error there is no record"), told().constFirst());
     }
 
     void whoWasNotReachedIsToldLater()
@@ -231,7 +237,7 @@ private slots:
         QVERIFY(smtp.waitForFinished());
         const QMap<QString, QByteArray> mails = filesBelow(box + "/new");
         QCOMPARE(mails.size(), 1);
-        const QByteArray mail = mails.first();
+        const QByteArray& mail = mails.first();
         QVERIFY2(mail.contains("\nSubject: Halden: 2 new, 0 gone, 2 in all"), mail);
         QVERIFY2(mail.contains("To: admin@tarnwick.example"), mail);
         QVERIFY2(mail.contains("new:  launcher-file-missing Halden-Launcher.exe"), mail);

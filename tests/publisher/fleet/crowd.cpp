@@ -60,7 +60,7 @@ QJsonObject Crowd::end()
     process.closeWriteChannel();
     if (!process.waitForFinished(longest))
         qFatal("the players do not end");
-    const QJsonObject report = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+    QJsonObject report = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
     if (report.isEmpty())
         qFatal("the players report nothing");
     return report;

@@ -19,8 +19,8 @@ QStringList verdicts(const CommandRun& run)
 {
     QStringList words;
     const QJsonArray servers = run.json.value("servers").toArray();
-    for (const QJsonValue& one : servers)
-        words.append(one["verdict"].toString());
+    for (const auto& one : servers)
+        words.append(one.toObject().value("verdict").toString());
     return words;
 }
 

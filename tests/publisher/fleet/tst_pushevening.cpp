@@ -62,7 +62,7 @@ private slots:
         const QJsonObject report = crowd.end();
         QCOMPARE(Crowd::harm(report), QString());
         QCOMPARE(report["failures"].toObject(), QJsonObject());
-        QVERIFY(report["starts"].toInteger() > 2 * players().toInt());
+        QVERIFY(report["starts"].toInteger() > 2 * players().toLongLong());
     }
 
     /// Publications and roll-backs at random; what nobody names goes from the servers, so

@@ -73,10 +73,10 @@ private slots:
         QTest::newRow("storage down") << Fault([](Fleet& all) { all.stopStorage("birch"); })
                                       << Fault([](Fleet& all) { all.startStorage("birch"); })
                                       << "its files cannot be listed: ";
-        QTest::newRow("read-only") << Fault([](Fleet& all) {
-            change("chmod", { "-R", "a-w", all.path("birch", "wow-client-patch") });
-        }) << Fault([](Fleet& all) {
-            change("chmod", { "-R", "u+w", all.path("birch", "wow-client-patch") });
+        QTest::newRow("read-only") << Fault([](Fleet&) {
+            change("chmod", { "-R", "a-w", Fleet::path("birch", "wow-client-patch") });
+        }) << Fault([](Fleet&) {
+            change("chmod", { "-R", "u+w", Fleet::path("birch", "wow-client-patch") });
         }) << "patch files cannot be copied to it: ";
         QTest::newRow("clock an hour ahead") << Fault([](Fleet& all) {
             all.stopWeb("birch");

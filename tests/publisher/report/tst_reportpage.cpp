@@ -24,7 +24,7 @@ QString log()
     for (int player = 1; player <= 20; ++player) {
         for (const qint64 published : { qint64(0), day, 2 * day })
             log.add({ .player = player,
-                      .second = published + player * 600,
+                      .second = published + player * qint64(600),
                       .copy = -day,
                       .file = published });
         log.add({ .player = player,
