@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-namespace TestSupport {
-
-namespace RunLog {
+namespace TestSupport::RunLog {
 
 qsizetype linesStartingWith(const QStringList& log, const QString& prefix)
 {
@@ -32,6 +30,4 @@ bool bothRunsHaveEnded(const QStringList& log, qsizetype copiesPerRun)
         == runsPerStart * copiesPerRun;
 }
 
-} // namespace RunLog
-
-} // namespace TestSupport
+} // namespace TestSupport::RunLog
