@@ -197,7 +197,7 @@ private:
 
     ServerCertificate certificate(const QStringList& sent) const
     {
-        const QString own = sent.constFirst();
+        const QString& own = sent.constFirst();
         const auto read = [&](const QString& name) {
             return QSslCertificate(readFile(file(name, ".pem")));
         };
