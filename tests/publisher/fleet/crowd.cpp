@@ -74,7 +74,8 @@ QString Crowd::harm(const QJsonObject& report)
         harm.remove(QString(harmless));
     const QStringList keys = harm.keys();
     for (const QString& key : keys) {
-        if (harm[key] == QJsonValue(0) || harm[key] == QJsonArray())
+        const QJsonValue value = harm.value(key);
+        if (value == QJsonValue(0) || value == QJsonValue(QJsonArray()))
             harm.remove(key);
     }
     return harm.isEmpty() ? QString() : QString(QJsonDocument(harm).toJson());
