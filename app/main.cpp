@@ -6,14 +6,8 @@
 
 namespace {
 
-int runLauncher(int& argc, char** argv)
+int runWindow()
 {
-    const QApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("Tarnwick"));
-    QCoreApplication::setOrganizationDomain(QStringLiteral(HALDEN_WEB_DOMAIN));
-    QCoreApplication::setApplicationName(QStringLiteral("Launcher"));
-    QCoreApplication::setApplicationVersion(launcherVersion);
-
     MainWindow window;
     window.show();
     return QApplication::exec();
@@ -23,5 +17,10 @@ int runLauncher(int& argc, char** argv)
 
 int main(int argc, char* argv[])
 {
-    endProcess(runLauncher(argc, argv));
+    const QApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Tarnwick"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral(HALDEN_WEB_DOMAIN));
+    QCoreApplication::setApplicationName(QStringLiteral("Launcher"));
+    QCoreApplication::setApplicationVersion(launcherVersion);
+    endProcess(runWindow());
 }

@@ -103,11 +103,8 @@ void reportDownloads(MainWindow* window)
     print({ { "heapPerDownload", (heapInUse() - before) / downloadsForComparison } });
 }
 
-int playRuns(int& argc, char** argv)
+int playRuns()
 {
-    ObjectCensus::begin();
-    const QApplication application(argc, argv);
-    QCoreApplication::setApplicationVersion(launcherVersion);
     const int wanted = QCoreApplication::arguments().value(1).toInt();
 
     RunObserver observer;
@@ -126,5 +123,8 @@ int playRuns(int& argc, char** argv)
 
 int main(int argc, char* argv[])
 {
-    endProcess(playRuns(argc, argv));
+    ObjectCensus::begin();
+    const QApplication application(argc, argv);
+    QCoreApplication::setApplicationVersion(launcherVersion);
+    endProcess(playRuns());
 }

@@ -46,10 +46,8 @@ void print(QJsonObject figures, const Usage& before, const Usage& after)
     std::puts(QJsonDocument(figures).toJson(QJsonDocument::Compact).constData());
 }
 
-int measureRuns(int& argc, char** argv)
+int measureRuns()
 {
-    const QApplication application(argc, argv);
-    QCoreApplication::setApplicationVersion(launcherVersion);
     const bool alone = QCoreApplication::arguments().contains(QStringLiteral("--alone"));
 
     RunObserver observer;
@@ -68,5 +66,7 @@ int measureRuns(int& argc, char** argv)
 
 int main(int argc, char* argv[])
 {
-    endProcess(measureRuns(argc, argv));
+    const QApplication application(argc, argv);
+    QCoreApplication::setApplicationVersion(launcherVersion);
+    endProcess(measureRuns());
 }

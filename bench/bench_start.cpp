@@ -9,14 +9,8 @@
 
 namespace {
 
-int showWindow(int& argc, char** argv)
+int showWindow()
 {
-    const QApplication application(argc, argv);
-    QCoreApplication::setOrganizationName(organizationName);
-    QCoreApplication::setOrganizationDomain(organizationDomain);
-    QCoreApplication::setApplicationName(QStringLiteral("Launcher"));
-    QCoreApplication::setApplicationVersion(launcherVersion);
-
     MainWindow window;
     const BenchSupport::FirstPaint firstPaint(&window);
     window.show();
@@ -27,5 +21,10 @@ int showWindow(int& argc, char** argv)
 
 int main(int argc, char* argv[])
 {
-    endProcess(showWindow(argc, argv));
+    const QApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(organizationName);
+    QCoreApplication::setOrganizationDomain(organizationDomain);
+    QCoreApplication::setApplicationName(QStringLiteral("Launcher"));
+    QCoreApplication::setApplicationVersion(launcherVersion);
+    endProcess(showWindow());
 }

@@ -10,6 +10,8 @@
 #endif
 #ifdef Q_OS_WIN
 #include <qt_windows.h>
+
+#include <ole2.h>
 #endif
 
 #ifdef HALDEN_COVERAGE
@@ -36,6 +38,9 @@ void endProcess(int exitCode)
     reportDiagnostics();
     std::fflush(nullptr);
 #ifdef Q_OS_WIN
+    // The toolkit does so when the application object is destroyed. Until then, what has
+    // been copied from the window can be had only from this process.
+    OleFlushClipboard();
     // Even the ending without clean-up tells every library of it there, after the
     // threads have been stopped wherever they were.
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));

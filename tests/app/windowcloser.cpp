@@ -1,11 +1,14 @@
 // Preloaded into the launcher: closes the topmost window, as a player would, for
-// every byte that comes in on standard input.
+// every byte that comes in on standard input. It ends a launcher whose application object
+// does not stay until the end.
 
 #include <QApplication>
 #include <QSocketNotifier>
 #include <QWidget>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <unistd.h>
 
 namespace {
@@ -29,6 +32,16 @@ void closeTopmostWindow()
         window->close();
 }
 
+/// Network threads are at work, and one that is about to give an event to the application
+/// object does not survive if that goes: seldom enough for a test to miss it.
+void demandTheApplicationToStay()
+{
+    QObject::connect(qApp, &QObject::destroyed, [] {
+        std::fputs("The application object was destroyed.\n", stderr);
+        std::abort();
+    });
+}
+
 void listen()
 {
     auto* news = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, qApp);
@@ -38,3 +51,4 @@ void listen()
 } // namespace
 
 Q_COREAPP_STARTUP_FUNCTION(listen)
+Q_COREAPP_STARTUP_FUNCTION(demandTheApplicationToStay)

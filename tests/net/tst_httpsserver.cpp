@@ -245,17 +245,16 @@ namespace {
 
 int fetchOrTest(int argc, char* argv[])
 {
-    if (argc == 2 && qstrcmp(argv[1], "--fetch") == 0) {
-        const QCoreApplication application(argc, argv);
-        return fetchSecret();
-    }
-    return runTest<tst_HttpsServer>(argc, argv);
+    const bool toFetch = argc == 2 && qstrcmp(argv[1], "--fetch") == 0;
+    return toFetch ? fetchSecret() : runTest<tst_HttpsServer>(argc, argv);
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
+    settleEnvironment();
+    const QApplication application(argc, argv);
     endProcess(fetchOrTest(argc, argv));
 }
 

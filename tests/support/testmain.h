@@ -13,7 +13,8 @@ namespace TestSupport {
 /// test deletes what a manifest names and trusts what the machine trusts.
 void requireSandbox();
 
-/// Same conditions for every test: C locale, no stray time zone, UTC.
+/// Same conditions for every test: C locale, no stray time zone, UTC. Before the
+/// application object is made.
 void settleEnvironment();
 
 /// While it lives, an exit() from the code under test fails the test program:
@@ -26,10 +27,9 @@ public:
     ExitGuard& operator=(const ExitGuard&) = delete;
 };
 
+/// Needs the application object, and leaves it.
 template <typename TestClass> int runTest(int argc, char* argv[])
 {
-    settleEnvironment();
-    QApplication application(argc, argv);
     requireSandbox();
     TestClass test;
     const ExitGuard guard;
@@ -43,6 +43,8 @@ template <typename TestClass> int runTest(int argc, char* argv[])
 #define HALDEN_TEST_MAIN(TestClass)                                                                \
     int main(int argc, char* argv[])                                                               \
     {                                                                                              \
+        TestSupport::settleEnvironment();                                                          \
+        const QApplication application(argc, argv);                                                \
         endProcess(TestSupport::runTest<TestClass>(argc, argv));                                   \
     }
 

@@ -112,9 +112,8 @@ template <typename Dialog> void requireParentless(const QDialog* dialog)
 const char openSettingsElsewhere[] = "HALDEN_TEST_OPEN_SETTINGS_ELSEWHERE";
 
 /// Presses "Open Settings Folder" and prints the URL that the desktop is given.
-int openSettingsFolder(int& argc, char** argv)
+int openSettingsFolder()
 {
-    const QApplication application(argc, argv);
     const FolderRecorder desktop;
     MainWindow window;
     window.show();
@@ -529,9 +528,11 @@ private slots:
 
 int main(int argc, char* argv[])
 {
+    TestSupport::settleEnvironment();
+    const QApplication application(argc, argv);
 #ifndef Q_OS_WIN
     if (qEnvironmentVariableIsSet(openSettingsElsewhere))
-        endProcess(openSettingsFolder(argc, argv));
+        endProcess(openSettingsFolder());
 #endif
     endProcess(TestSupport::runTest<tst_MainWindow_buttons>(argc, argv));
 }

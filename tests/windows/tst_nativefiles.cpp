@@ -9,6 +9,7 @@
 #include "ui/addclientdialog.h"
 #include "update/updatingprocedures.h"
 
+#include <QClipboard>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -40,6 +41,21 @@ DWORD flagsOf(Sharing sharing)
         return readingAndWriting | FILE_SHARE_DELETE;
     }
     return 0;
+}
+
+/// As other programs get it, and not from the toolkit, whose platform for tests has a
+/// clipboard of its own.
+QString textOnTheClipboard()
+{
+    if (!OpenClipboard(nullptr))
+        return "the clipboard cannot be opened";
+    QString text;
+    if (const HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
+        text = QString::fromWCharArray(static_cast<const wchar_t*>(GlobalLock(data)));
+        GlobalUnlock(data);
+    }
+    CloseClipboard();
+    return text;
 }
 
 /// What the other program does: it has the file open until its input ends.
@@ -318,14 +334,29 @@ private slots:
         QVERIFY(!QDir(client('/' + offset + "/gone")).exists());
         QVERIFY(QDir(client('/' + offset)).exists());
     }
+
+    void whatWasCopiedOutlivesTheProcess()
+    {
+        QProcess copying;
+        copying.start(
+            QCoreApplication::applicationFilePath(),
+            { "--copy", "Neuigkeiten für alle", "-platform", "windows" });
+        QVERIFY(copying.waitForFinished(patience));
+        QCOMPARE(copying.exitCode(), 0);
+        QCOMPARE(textOnTheClipboard(), "Neuigkeiten für alle");
+    }
 };
 
 int main(int argc, char* argv[])
 {
-    if (argc == 4 && qstrcmp(argv[1], "--hold") == 0) {
-        const QCoreApplication application(argc, argv);
-        const QStringList arguments = QCoreApplication::arguments();
+    TestSupport::settleEnvironment();
+    const QApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == "--hold")
         return holdFile(arguments.at(2), Sharing(arguments.at(3).toInt()));
+    if (arguments.value(1) == "--copy") {
+        QGuiApplication::clipboard()->setText(arguments.at(2));
+        endProcess(0);
     }
     endProcess(TestSupport::runTest<tst_NativeFiles>(argc, argv));
 }

@@ -10,12 +10,14 @@
 #include <QFile>
 #include <QProcessEnvironment>
 
-#include <algorithm>
 #include <utility>
 
 using namespace TestSupport;
 
 namespace {
+
+// Characters. The test library cuts a message off behind the first thousand.
+constexpr qsizetype reportedLog = 800;
 
 QString asCaptured(const QString& line)
 {
@@ -159,6 +161,5 @@ QString LauncherProcess::lastLines() const
     const QString state = isRunning() ? "it runs"
         : wasKilled()                 ? "it was killed"
                                       : "it has ended, " + QString::number(exitCode());
-    return state + ", the launcher's last lines:\n"
-        + lines.mid(std::max<qsizetype>(0, lines.size() - 60)).join('\n');
+    return state + ", the end of the launcher's log:\n" + lines.join('\n').right(reportedLog);
 }
