@@ -29,6 +29,7 @@ struct Inquiry::Exchange {
 
 namespace {
 
+constexpr qint64 secondsOfADay = 86'400;
 constexpr int mostAtOnce = 4;
 constexpr int mostRedirects = 5;
 
@@ -268,7 +269,8 @@ void Inquiry::takeCertificates(const QString& host, const QNetworkReply& reply)
     QList<SeenCertificate> seen;
     for (const QSslCertificate& certificate : chain) {
         seen.append(SeenCertificate::of(certificate));
-        const qint64 left = now.daysTo(certificate.expiryDate());
+        // Whole days: the toolkit's own count goes by midnights.
+        const qint64 left = now.secsTo(certificate.expiryDate()) / secondsOfADay;
         days = std::min(days.value_or(left), left);
     }
     chains.insert(host, seen);

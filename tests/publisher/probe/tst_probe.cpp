@@ -273,10 +273,12 @@ private slots:
             run({ address(server) }).findings(), QStringList{ "certificate-untrusted " + host() });
     }
 
-    /// The report tells the days even when they are enough.
+    /// The report tells the days even when they are enough, whole ones and no midnights.
     void daysOfTheCertificate()
     {
-        HttpsServer server(trustedAuthority().issue(communityHosts(), validFor(20)));
+        Validity validity = validFor(20);
+        validity.notAfter = validity.notAfter.addSecs(22 * 3600);
+        HttpsServer server(trustedAuthority().issue(communityHosts(), validity));
         server.listen(0);
         furnish(server);
         QCOMPARE(run({ address(server) }).json.value("certificateDays").toInt(), 20);
