@@ -139,13 +139,16 @@ void layOutWebServer()
 void layOutStandIns()
 {
     // A single process takes no new addresses up, so it is started anew. It must not
-    // inherit what the test reads.
+    // inherit what the test reads. One that is told to stop while it still starts goes to
+    // sleep all the same, so it is told until it has stopped.
     standIn("systemctl", R"(
 [ "$2" = nginx ]
 if [ -e /run/nginx.pid ]; then
     process=$(</run/nginx.pid)
-    nginx -s stop
-    tail --pid="$process" --sleep-interval=0.1 -f /dev/null
+    until
+        nginx -s stop || true
+        timeout 1 tail --pid="$process" --sleep-interval=0.1 -f /dev/null
+    do :; done
 fi
 exec nginx >/dev/null 2>&1 </dev/null)");
     const QDateTime now = QDateTime::currentDateTimeUtc();
