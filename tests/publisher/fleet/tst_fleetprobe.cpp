@@ -132,9 +132,11 @@ private slots:
     {
         fleet->stopWeb("alder");
         const QDateTime now = QDateTime::currentDateTimeUtc();
+        // An hour more, so that the days are full ones.
         fleet->setCertificate(
             "alder",
-            trustedAuthority().issue(communityHosts(), { now.addDays(-1), now.addDays(40) }));
+            trustedAuthority().issue(
+                communityHosts(), { now.addDays(-1), now.addDays(40).addSecs(3600) }));
         fleet->startWeb("alder");
         fleet->stopWeb("cedar");
         fleet->setRule("cedar", "ssl_protocols TLSv1.2 TLSv1.3;", "ssl_protocols TLSv1.2;");
