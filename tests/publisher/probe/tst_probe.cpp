@@ -127,11 +127,13 @@ QString address(const HttpsServer& server)
     return "https://" + host() + ':' + QString::number(server.port());
 }
 
+constexpr qint64 secondsOfAnHour = 3600;
+
 Validity validFor(int days)
 {
     // An hour more, so that the days are full ones.
     return { QDateTime::currentDateTimeUtc().addDays(-1),
-             QDateTime::currentDateTimeUtc().addDays(days).addSecs(3600) };
+             QDateTime::currentDateTimeUtc().addDays(days).addSecs(secondsOfAnHour) };
 }
 
 } // namespace
@@ -277,7 +279,7 @@ private slots:
     void daysOfTheCertificate()
     {
         Validity validity = validFor(20);
-        validity.notAfter = validity.notAfter.addSecs(22 * 3600);
+        validity.notAfter = validity.notAfter.addSecs(22 * secondsOfAnHour);
         HttpsServer server(trustedAuthority().issue(communityHosts(), validity));
         server.listen(0);
         furnish(server);
